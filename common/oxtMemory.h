@@ -1,0 +1,42 @@
+// Traced memory and the class data areas.
+#ifndef OXT_MEMORY_H
+#define OXT_MEMORY_H
+
+#include <cstdlib>
+
+#include "oxtTrace.h"
+
+// The classes that the store keeps; indices into its descriptor arrays.
+enum OxtClassId { OXT_CID_FS_CONF = 0, OXT_CID_FS_TNUM = 1, OXT_CID_FS_PROV = 2, OXT_CID_FS_COUNT = 3 };
+enum { OXT_FALSE = 0, OXT_TRUE = 1 };
+
+// One class's records in process memory.
+struct DatInfo {
+    int datSize;  // bytes of one record
+    int datNum;   // records; the block behind datAdr always holds at least as many
+    void *datAdr; // owned; null while nothing is allocated
+};
+
+// A zero-filled block, or null for a size below 1 or without memory. Freed with OXT_MEMFREE.
+void *memalloc(int size);
+// The resized block; new bytes are not zeroed. Null for a size below 1, the old block untouched; null without memory,
+// the old block freed, since callers assign the result straight to their pointer.
+void *memrealloc(void *ptr, int size);
+
+// datSize * datNum, or 0 when that is not the size of any block an int can describe.
+int oxtAreaSize(const DatInfo *area);
+
+// Frees a buffer that the function owns and forgets it.
+#define OXT_MEMFREE(pointer) OXT_MEMFREE_IN(__func__, pointer)
+#define OXT_MEMFREE_IN(function, pointer)                                                                              \
+    do {                                                                                                               \
+        if ((pointer) != nullptr) {                                                                                    \
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memfree(%p)", static_cast<void *>(pointer));                   \
+            free(pointer);                                                                                             \
+            (pointer) = nullptr;                                                                                       \
+        } else {                                                                                                       \
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memfree already NULL");                                        \
+        }                                                                                                              \
+    } while (0)
+
+#endif

@@ -1,0 +1,37 @@
+// The agent's service mode and the bounded locks.
+//
+// Outside service mode requests are ordered by the instance lock; in service mode it is not taken at all. No lock is
+// waited for without bound: 30 tries 100 ms apart, then the caller fails.
+#ifndef OXT_SERVICE_H
+#define OXT_SERVICE_H
+
+#include <atomic>
+#include <pthread.h>
+
+#include "cmpidt.h"
+
+// What a call knows of its object manager. Lives for one call (the watch thread's for the thread).
+struct OxtCInfo {
+    const CMPIBroker *broker;
+    const CMPIContext *context; // null where no upcall may be made (the clean-up calls)
+};
+
+extern std::atomic<int> g_srvmod; // -1 not yet known, else 0 or 1 for the life of the process
+
+// 1 in service mode; 0 otherwise and while the mode cannot be read, which the next call tries again.
+int getServiceMode(const OxtCInfo *cInfo);
+
+// 0 when the caller may go on: the mutex is locked, or the service mode makes that needless; -1 when not. *held (may
+// be null) tells which, for mutexUnlock.
+int nonsrvMutexLock(const OxtCInfo *cInfo, pthread_mutex_t *mutex, bool *held = nullptr);
+// Unlocks what it is given. With held false the mutex was never locked: the lines are traced, nothing is unlocked.
+void mutexUnlock(pthread_mutex_t *mutex, bool held = true);
+
+// The same tries without the service mode: 0 when locked, else -1. The lines carry the caller's function name.
+int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex);
+void oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
+
+constexpr int OXT_WAIT_TRIES = 30;            // of every bounded wait
+constexpr unsigned OXT_WAIT_MICROS = 100'000; // between two tries
+
+#endif

@@ -1,0 +1,316 @@
+#include "oxtShm.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "oxtTrace.h"
+
+namespace {
+
+constexpr int KEY_PROJECT = 69; // ftok(3)'s second argument, known to readers of the segments
+constexpr int TRY_LIMIT = 65536;
+constexpr size_t NAME_SIZE = 512;
+
+bool exists(const char *name) {
+    struct stat st = {};
+    return stat(name, &st) == 0;
+}
+
+// The service-mode guard of a segment: held or not needed, 0; -1 when the mutex stays busy.
+int guardLock(const OxtCInfo *cInfo, ShmInfo *shm, bool *guarded) {
+    *guarded = getServiceMode(cInfo) == 1;
+    return *guarded ? shmMutexLock(&shm->mutex) : 0;
+}
+
+void guardUnlock(ShmInfo *shm, bool guarded) {
+    if (guarded)
+        shmMutexUnlock(&shm->mutex);
+}
+
+// The key of a key file, which is made when it is missing. False with the failure traced.
+bool keyOf(const char *function, const char *keyFile, key_t *key) {
+    if (!exists(keyFile)) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "KeyFile NewCreate(%s)", keyFile);
+        FILE *fp = fopen(keyFile, "w");
+        if (fp == nullptr) {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
+            return false;
+        }
+        fclose(fp);
+    }
+    *key = ftok(keyFile, KEY_PROJECT);
+    if (*key == -1) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
+        return false;
+    }
+    return true;
+}
+
+// The tries of shmCreate: the new segment's id or -1, and the number of the last try.
+int createUnderFreeKey(const char *function, const char *keyFile, int size, int *tries) {
+    int &n = *tries;
+    for (n = 1; n < TRY_LIMIT; ++n) {
+        key_t key = -1;
+        if (!keyOf(function, keyFile, &key))
+            return -1;
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
+        const int id = shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | 0600);
+        if (id > 0) {
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget[%d]=OK. shmId=[%d]", n, id);
+            return id;
+        }
+        if (id == 0) { // an id of 0 could not be told from "none": readers and shmDestroy refuse it
+            shmctl(id, IPC_RMID, nullptr);
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id,
+                           errno);
+        } else {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
+        }
+        // A new key file has a new inode and so another key; the old one stays until the end, so that its inode is
+        // not given out again.
+        char backup[NAME_SIZE + 16];
+        snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
+        rename(keyFile, backup);
+    }
+    return -1;
+}
+
+void removeBackups(const char *function, const char *keyFile) {
+    for (int n = 1; n < TRY_LIMIT; ++n) {
+        char backup[NAME_SIZE + 16];
+        snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
+        if (!exists(backup))
+            return;
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "unlink[%s]", backup);
+        unlink(backup);
+    }
+}
+
+struct Detach {
+    const char *function;
+    void operator()(void *address) const {
+        if (shmdt(address) == -1)
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmdt Failure!! errno=[%d]", errno);
+    }
+};
+typedef std::unique_ptr<void, Detach> Attachment;
+
+// Attaches the segment and keeps its address in the descriptor; null with the failure traced.
+Attachment attach(const char *function, ShmInfo *shm) {
+    void *address = shmat(shm->shmId, nullptr, 0);
+    if (address == reinterpret_cast<void *>(-1)) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmat Failure!! errno=[%d]", errno);
+        return Attachment(nullptr, Detach{function});
+    }
+    shm->shmAdr = address;
+    return Attachment(address, Detach{function});
+}
+
+// Bytes that both sides of a copy hold. The sides normally agree; after a failed resize they may not.
+size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
+    const int records = ins->datAdr != nullptr ? std::min(ins->datNum, shm->shmNum) : 0;
+    return records > 0 ? static_cast<size_t>(records) * static_cast<size_t>(ins->datSize) : 0;
+}
+
+void forget(ShmInfo *shm) {
+    shm->shmId = -1;
+    shm->shmNum = 0;
+    shm->shmAdr = nullptr;
+    shm->filled = false;
+}
+
+} // namespace
+
+int shmMutexLock(pthread_mutex_t *mutex) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(mutex != nullptr, -1, "_OUT_ param(mutex) Failure!!");
+    return oxtMutexTryLock(__func__, mutex);
+}
+
+void shmMutexUnlock(pthread_mutex_t *mutex) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(mutex != nullptr, , "_OUT_ param(mutex) Failure!!");
+    oxtMutexUnlock(__func__, mutex, true);
+}
+
+int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int size) {
+    OXT_TRACE("_IN_[%s, %d, %d]", fnm != nullptr ? fnm : "NULL", cid, size);
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shmInfo) Failure!!");
+    OXT_REQUIRE(fnm != nullptr, -1, "_OUT_ param(fnm) Failure!!");
+    OXT_REQUIRE(cid >= 0, -1, "_OUT_ param(cid) Failure!!");
+    OXT_REQUIRE(size >= 0, -1, "_OUT_ param(size) Failure!!");
+    bool guarded = false;
+    OXT_REQUIRE(guardLock(cInfo, shm, &guarded) == 0, -1, "_OUT_ thmutex_lock Failure!!");
+
+    char keyFile[NAME_SIZE];
+    snprintf(keyFile, sizeof keyFile, "%s%d", fnm, cid);
+    int tries = 0;
+    const int id = createUnderFreeKey(__func__, keyFile, size, &tries);
+    if (id == -1 && tries >= TRY_LIMIT - 1)
+        OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", tries);
+    removeBackups(__func__, keyFile);
+
+    guardUnlock(shm, guarded);
+    OXT_TRACE("_OUT_ ret=[%d]", id);
+    return id;
+}
+
+int shmDestroy(const OxtCInfo *cInfo, ShmInfo *shm) {
+    OXT_TRACE("_IN_[%d]", shm != nullptr ? shm->shmId : -1);
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shmInfo) Failure!!");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(shm->shmId > 0, -1, "_OUT_ param(shmId) Failure!!");
+    bool guarded = false;
+    const bool locked = guardLock(cInfo, shm, &guarded) == 0;
+    if (!locked) // the removal goes on: a stuck reader must not keep the segment for ever
+        OXT_TRACE_FAIL("thmutex_lock Failure!!");
+    if (shmctl(shm->shmId, IPC_RMID, nullptr) == -1)
+        OXT_TRACE_FAIL("shmctl Failure!! errno=[%d]", errno);
+    guardUnlock(shm, guarded && locked);
+    forget(shm);
+    OXT_TRACE("_OUT_");
+    return 0;
+}
+
+namespace {
+
+// One class of shmNew: 0, or -1 with the failure traced.
+int matchSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, int cid, const DatInfo *ins,
+                 ShmInfo *shm) {
+    if (shm->shmNum != 0 && ins->datNum != shm->shmNum) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmDestroy(%d)", cid);
+        if (shmDestroy(cInfo, shm) != 0) {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmDestroy(%d) Failure!! errno=[%d]", cid, errno);
+            return -1;
+        }
+    }
+    if (ins->datNum != 0 && (shm->shmNum != ins->datNum || shm->shmAdr == nullptr)) {
+        const int size = oxtAreaSize(ins);
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmCreate(%s,%d,%d)", fnm, cid, size);
+        const int id = shmCreate(cInfo, shm, fnm, cid, size);
+        if (id == -1) {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
+            return -1;
+        }
+        shm->shmId = id;
+        shm->shmNum = ins->datNum;
+        shm->filled = false;
+    }
+    if (ins->datNum == 0)
+        forget(shm);
+    return 0;
+}
+
+} // namespace
+
+int shmNew(const OxtCInfo *cInfo, int max, const char *fnm, DatInfo ins[], ShmInfo shm[]) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(max >= 1, -1, "_OUT_ param(max) Failure!!");
+    OXT_REQUIRE(fnm != nullptr, -1, "_OUT_ param(fnm) Failure!!");
+    OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shm) Failure!!");
+    int ret = 0;
+    for (int cid = 0; cid <= max && ret == 0; ++cid) {
+        OXT_TRACE("%d: shmAdr=[%p] shmNum=[%d] instNum=[%d]", cid, shm[cid].shmAdr, shm[cid].shmNum, ins[cid].datNum);
+        ret = matchSegment(__func__, cInfo, fnm, cid, &ins[cid], &shm[cid]);
+        if (ret == 0)
+            OXT_TRACE("%d: shmId=[%d],shmNum=[%d],shmAdr=[%p]", cid, shm[cid].shmId, shm[cid].shmNum, shm[cid].shmAdr);
+    }
+    if (ret == 0) {
+        OXT_TRACE("_OUT_");
+        return 0;
+    }
+    for (int cid = 0; cid <= max; ++cid)
+        shmDestroy(cInfo, &shm[cid]);
+    OXT_TRACE("_OUT_ [OXT_FALSE]");
+    return -1;
+}
+
+namespace {
+
+enum Direction { TO_SHM, FROM_SHM };
+
+// Both copies, once the arguments are checked.
+int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm, Direction direction) {
+    bool guarded = false;
+    if (guardLock(cInfo, shm, &guarded) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ thmutex_lock Failure!!");
+        return -1;
+    }
+    if (const Attachment segment = attach(function, shm)) {
+        const size_t bytes = commonBytes(ins, shm);
+        if (direction == TO_SHM) {
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])",
+                           ins->datAdr, shm->shmAdr, ins->datSize, ins->datNum);
+            if (bytes > 0)
+                memcpy(segment.get(), ins->datAdr, bytes);
+            shm->filled = bytes > 0;
+        } else {
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])",
+                           shm->shmAdr, ins->datAdr, ins->datSize, shm->shmNum);
+            if (bytes > 0)
+                memcpy(ins->datAdr, segment.get(), bytes);
+        }
+    }
+    guardUnlock(shm, guarded);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    return 0;
+}
+
+} // namespace
+
+int setInstToShm(const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shm) Failure!!");
+    return copySegment(__func__, cInfo, ins, shm, TO_SHM);
+}
+
+int setShmToInst(const OxtCInfo *cInfo, ShmInfo *shm, DatInfo *ins) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shm) Failure!!");
+    OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
+    return copySegment(__func__, cInfo, ins, shm, FROM_SHM);
+}
+
+int reallocDatArea(const OxtCInfo *cInfo, const char *shmKeyFnm, int cid, DatInfo *ins, ShmInfo *shm) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    OXT_REQUIRE(shmKeyFnm != nullptr, -1, "_OUT_ param(shmKeyFnm) Failure!!");
+    OXT_REQUIRE(cid >= 0, -1, "_OUT_ param(cid) Failure!!");
+    OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
+    OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shm) Failure!!");
+    OXT_TRACE("cid=[%d] insNum=[%d] shmNum=[%d]", cid, ins->datNum, shm->shmNum);
+    const int kept = ins->datAdr != nullptr ? std::min(shm->shmNum, ins->datNum) : 0;
+    if (shm->shmNum > 0) {
+        OXT_TRACE("shmDestroy()");
+        OXT_REQUIRE(shmDestroy(cInfo, shm) == 0, -1, "_OUT_ shmDestroy() Failure!! errno=[%d]", errno);
+    }
+    if (ins->datNum > 0) {
+        const int size = oxtAreaSize(ins);
+        OXT_TRACE("shmCreate(%s,%d,%d)", shmKeyFnm, cid, size);
+        const int id = shmCreate(cInfo, shm, shmKeyFnm, cid, size);
+        OXT_REQUIRE(id != -1, -1, "_OUT_ shmCreate() Failure!! errno=[%d]", errno);
+        shm->shmId = id;
+        shm->shmNum = ins->datNum;
+        shm->filled = false;
+        OXT_TRACE("memrealloc(%d)", size);
+        ins->datAdr = memrealloc(ins->datAdr, size);
+        OXT_REQUIRE(ins->datAdr != nullptr, -1, "_OUT_ memrealloc() Failure!!");
+        // The caller overwrites what it counts; until then nothing in the block may be read as a string without end.
+        const size_t used = static_cast<size_t>(kept) * static_cast<size_t>(ins->datSize);
+        memset(static_cast<char *>(ins->datAdr) + used, 0, static_cast<size_t>(size) - used);
+    }
+    OXT_TRACE("_OUT_");
+    return 0;
+}

@@ -1,0 +1,12 @@
+// The monitoring core: the store of file-system records, the pass that keeps it true, the watch thread that runs the
+// pass, and the provider's life around them. oxtFsState.h says which lock guards what.
+#ifndef OXT_FS_COMMON_H
+#define OXT_FS_COMMON_H
+
+#include "oxtFsLife.h"
+#include "oxtFsRecord.h"
+#include "oxtFsStatus.h"
+#include "oxtFsStore.h"
+#include "oxtFsWatch.h"
+
+#endif

@@ -1,0 +1,248 @@
+#include "oxtFsPass.h"
+
+#include "oxtFsSnapshot.h"
+#include "oxtFsState.h"
+#include "oxtFsStatus.h"
+#include "oxtPaths.h"
+
+namespace {
+
+// What a pass started from: copies of all classes, so that the merge reads records that nobody changes.
+struct Before {
+    DatInfo areas[OXT_CID_FS_COUNT];
+    unsigned edits;
+};
+
+void releaseBefore(Before *before) {
+    for (DatInfo &area : before->areas)
+        fsReleaseInstance(&area);
+}
+
+// Refreshes the store and copies it. 0, or -1 with the failure traced.
+int takeBefore(const char *function, const OxtCInfo *cInfo, Before *before) {
+    if (fsStoreLock() != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsStoreLock() Failure!!");
+        return -1;
+    }
+    int ret = fsRefreshFromShm(function, cInfo);
+    if (ret == 0) {
+        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+            ret |= fsCopyArea(&instFs[cid], &before->areas[cid]);
+        if (ret != 0)
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ insDat alloc Failure!!");
+    }
+    before->edits = fsEditCount();
+    fsStoreUnlock();
+    return ret;
+}
+
+void traceKeys(const char *function, const char *side, int position, const FsProv *prov) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "%s[%d] CSCreCNm=[%s] CSName=[%s] CreCNm=[%s] Name=[%s]", side, position,
+                   prov->CSCreationClassName, prov->CSName, prov->CreationClassName, prov->Name);
+}
+
+void traceComparison(const char *function, const FsProv *cur, const FsProv *ins) {
+#define COMPARE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+    COMPARE("    Index            =cur[%d] ins[%d]", cur->Index, ins->Index);
+    COMPARE("    DriveType        =cur[%d] ins[%d]", cur->DriveType, ins->DriveType);
+    COMPARE("    MonThreshold     =cur[%d] ins[%d]", cur->MonitorThreshold, ins->MonitorThreshold);
+    COMPARE("    WarnThreshold    =cur[%d] ins[%d]", static_cast<int>(cur->WarningThreshold),
+            static_cast<int>(ins->WarningThreshold));
+    COMPARE("    WarnThresholdDef =cur[%d] ins[%d]", static_cast<int>(cur->WarningThresholdDefault),
+            static_cast<int>(ins->WarningThresholdDefault));
+    COMPARE("    FatThreshold     =cur[%d] ins[%d]", static_cast<int>(cur->FatalThreshold),
+            static_cast<int>(ins->FatalThreshold));
+    COMPARE("    FatThresholdDef  =cur[%d] ins[%d]", static_cast<int>(cur->FatalThresholdDefault),
+            static_cast<int>(ins->FatalThresholdDefault));
+    COMPARE("    FreeSpaceStatus  =cur[%d] ins[%d]", cur->FreeSpaceStatus, ins->FreeSpaceStatus);
+    COMPARE("    _root            =cur[%s] ins[%s]", cur->_root, ins->_root);
+    COMPARE("    _FileSystemSize  =cur[%lld] ins[%lld]", static_cast<long long>(cur->_FileSystemSize),
+            static_cast<long long>(ins->_FileSystemSize));
+    COMPARE("    _AvailableSpace  =cur[%lld] ins[%lld]", static_cast<long long>(cur->_AvailableSpace),
+            static_cast<long long>(ins->_AvailableSpace));
+    COMPARE("    _FileSystemType  =cur[%s] ins[%s]", cur->_FileSystemType, ins->_FileSystemType);
+#undef COMPARE
+}
+
+// The position of the first stored record with the same keys, or -1. Later ones with these keys are never looked at.
+int findStored(const char *function, const DatInfo *stored, const FsProv *cur) {
+    for (int j = 0; j < stored->datNum; ++j) {
+        const FsProv *ins = &fsProv(stored)[j];
+        traceKeys(function, "ins", j, ins);
+        if (fsSameKeys(ins, cur))
+            return j;
+    }
+    return -1;
+}
+
+// A client's settings go over to the new record. Thresholds are amounts of a size: another size takes its own defaults.
+void keepSettings(FsProv *cur, const FsProv *ins) {
+    cur->MonitorThreshold = ins->MonitorThreshold;
+    if (cur->_FileSystemSize != ins->_FileSystemSize)
+        return;
+    cur->WarningThreshold = ins->WarningThreshold;
+    cur->WarningThresholdDefault = ins->WarningThresholdDefault;
+    cur->FatalThreshold = ins->FatalThreshold;
+    cur->FatalThresholdDefault = ins->FatalThresholdDefault;
+}
+
+void mergeKnown(const OxtCInfo *cInfo, FsProv *cur, const FsProv *ins) {
+    keepSettings(cur, ins);
+    const int status = cur->MonitorThreshold == 1 ? fsGetFreeSpaceStatus(cur) : OXT_FREESPC_OFF;
+    if (cur->MonitorThreshold == 1 && getServiceMode(cInfo) == 1) {
+        const unsigned evId = fsAlertOfChange(ins->FreeSpaceStatus, status);
+        if (evId != OXT_ALERTID_NONE)
+            fsPutAlert(evId, cur);
+    }
+    cur->FreeSpaceStatus = static_cast<int16_t>(status);
+}
+
+void mergeNew(const OxtCInfo *cInfo, const FsProv *cur) {
+    if (getServiceMode(cInfo) != 1)
+        return;
+    const unsigned evId = fsAlertOfNew(cur->FreeSpaceStatus);
+    if (evId != OXT_ALERTID_NONE)
+        fsPutAlert(evId, cur);
+}
+
+void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const DatInfo *stored) {
+    for (int i = 0; i < current->datNum; ++i) {
+        FsProv *cur = &fsProv(current)[i];
+        traceKeys(function, "Cur", i, cur);
+        const int j = findStored(function, stored, cur);
+        if (j < 0) {
+            mergeNew(cInfo, cur);
+            continue;
+        }
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Find! (%d)", j);
+        traceComparison(function, cur, &fsProv(stored)[j]);
+        mergeKnown(cInfo, cur, &fsProv(stored)[j]);
+    }
+}
+
+// Settings that clients committed since the pass took its copies replace those that it merged. The status stays as it
+// was evaluated: the next pass sees the difference and sends the alert.
+void keepLateSettings(const DatInfo *current, const Before *before) {
+    if (fsEditCount() == before->edits)
+        return;
+    const DatInfo *live = &instFs[OXT_CID_FS_PROV];
+    for (int i = 0; i < current->datNum; ++i) {
+        FsProv *cur = &fsProv(current)[i];
+        for (int j = 0; live->datAdr != nullptr && j < live->datNum; ++j) {
+            if (fsSameKeys(&fsProv(live)[j], cur)) {
+                keepSettings(cur, &fsProv(live)[j]);
+                break;
+            }
+        }
+    }
+}
+
+// Gives the file-system area and its segment the new count. 0, or -1 with the area left usable as it was.
+int resize(const char *function, const OxtCInfo *cInfo, int count) {
+    DatInfo *area = &instFs[OXT_CID_FS_PROV];
+    const int held = area->datAdr != nullptr ? area->datNum : 0;
+    area->datNum = count;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "reallocDatArea(%s,%d,instFs,shmFs)", OXT_PATH_SHMKEY, OXT_CID_FS_PROV);
+    if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0)
+        return 0;
+    area->datNum = area->datAdr != nullptr ? held : 0; // never a count that the block does not hold
+    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "reallocDatArea() Failure!!");
+    return -1;
+}
+
+// Copies the merged records over the stored ones. 0, or -1 with the failure traced.
+int install(const char *function, const DatInfo *current) {
+    FsTnum *tnum = fsTnum(instFs);
+    if (tnum == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!");
+        return -1;
+    }
+    tnum->FileSystemTotalNumber = static_cast<uint16_t>(current->datNum);
+    if (current->datNum < 1)
+        return 0;
+    FsProv *prov = fsProv(&instFs[OXT_CID_FS_PROV]);
+    if (prov == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
+        return -1;
+    }
+    for (int i = 0; i < current->datNum; ++i)
+        prov[i] = fsProv(current)[i];
+    return 0;
+}
+
+// From the new count to the segments, with the store lock held: a reader sees the old records or the new ones, never a
+// segment that was resized and not yet filled. Frees the current block on every path.
+int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
+    keepLateSettings(current, before);
+    if (current->datNum != instFs[OXT_CID_FS_PROV].datNum && resize(function, cInfo, current->datNum) != 0) {
+        OXT_MEMFREE_IN(function, current->datAdr);
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        return -1;
+    }
+    const int installed = install(function, current);
+    OXT_MEMFREE_IN(function, current->datAdr);
+    if (installed != 0)
+        return -1;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsCheckConfigChange - after -");
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
+    return fsPublishToShm(function, cInfo);
+}
+
+int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
+    const int stored = before->areas[OXT_CID_FS_PROV].datNum;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "curNum[%d] instNum[%d]", current->datNum, stored);
+    if (current->datNum != stored && getServiceMode(cInfo) == 1)
+        fsPutAlert(OXT_ALERTID_CONFIG_CHANGE, nullptr);
+    if (fsStoreLock() != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsStoreLock() Failure!!");
+        OXT_MEMFREE_IN(function, current->datAdr);
+        return -1;
+    }
+    const int ret = publishLocked(function, cInfo, current, before);
+    fsStoreUnlock();
+    return ret;
+}
+
+// The fresh inventory, merged. 0, or -1 with the failure traced.
+int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
+    const DatInfo *stored = &before->areas[OXT_CID_FS_PROV];
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsCheckConfigChange - before -");
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, before->areas);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetCurrentInfo()");
+    if (fsGetCurrentInfo(cInfo, current) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsGetCurrentInfo Failure!!");
+        OXT_MEMFREE_IN(function, current->datAdr);
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        return -1;
+    }
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "curDat.datNum=[%d] instFs.datNum=[%d]", current->datNum,
+                   stored->datNum);
+    mergeAll(function, cInfo, current, stored);
+    return 0;
+}
+
+} // namespace
+
+int fsCheckConfigChange(const OxtCInfo *cInfo) {
+    OXT_TRACE("_IN_");
+    Before before = {};
+    DatInfo current = {sizeof(FsProv), 0, nullptr};
+    int ret = takeBefore(__func__, cInfo, &before);
+    if (ret == 0)
+        ret = takeCurrent(__func__, cInfo, &current, &before);
+    if (ret == 0)
+        ret = publish(__func__, cInfo, &current, &before);
+    releaseBefore(&before);
+    if (ret != 0)
+        return -1;
+    switch (fsSaveStore(__func__)) {
+    case FS_SAVE_NOT_OPENED:
+        return -1;
+    case FS_SAVE_NOT_WRITTEN:
+        OXT_FAIL(-1, "_OUT_ fsPutBinFile() Failure!!");
+    case FS_SAVED:
+        break;
+    }
+    OXT_TRACE("_OUT_");
+    return 0;
+}

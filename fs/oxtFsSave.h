@@ -1,0 +1,25 @@
+// The save file: a version line, then the raw records of the three classes (docs/formats.md shows the bytes). The
+// callers open and close it.
+#ifndef OXT_FS_SAVE_H
+#define OXT_FS_SAVE_H
+
+#include <cstdio>
+#include <pthread.h>
+
+#include "oxtFsRecord.h"
+
+// 18 bytes in the file, without a closing zero.
+inline constexpr char OXT_DAT_FS_VERNAME[] = "# Version=1.0.0.0\n";
+constexpr size_t OXT_DAT_FS_VERSIZE = sizeof OXT_DAT_FS_VERNAME - 1;
+static_assert(OXT_DAT_FS_VERSIZE == 18, "storage format");
+
+// Writes all areas to a stream open for writing at its start: 0, or -1 with nothing or a part written. `guard` (may be
+// null) is held while the areas are read and never while the file is written.
+int fsPutBinFile(FILE *fp, const DatInfo ins[], pthread_mutex_t *guard = nullptr);
+// Reads all areas from a stream open at its start, whatever its version line says: 0, or -1 with the areas read so far
+// filled. Texts are ended inside their arrays; any values are taken.
+int fsGetBinFile(FILE *fp, DatInfo ins[]);
+// Reads so many records into an area, which is resized first: 0 or -1.
+int getDatFromBinFile(FILE *fp, int count, DatInfo *area);
+
+#endif

@@ -1,0 +1,266 @@
+#include "oxtFsStore.h"
+
+#include <cstdio>
+#include <memory>
+#include <sys/shm.h>
+
+#include "oxtFsPass.h"
+#include "oxtFsSave.h"
+#include "oxtFsSnapshot.h"
+#include "oxtFsStatus.h"
+#include "oxtFsWatch.h"
+#include "oxtPaths.h"
+
+namespace {
+
+constexpr FsConf DEFAULT_CONF = {60, 10, 3600, 60};
+
+struct CloseFile {
+    void operator()(FILE *fp) const { fclose(fp); }
+};
+
+// What a failed initialisation left in place would be forgotten by the next one, once for each request that tries.
+void clearLeftovers() {
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
+        fsReleaseInstance(&instFs[cid]);
+        ShmInfo &shm = shmFs[cid];
+        if (shm.shmNum > 0 && shm.shmId > 0)
+            shmctl(shm.shmId, IPC_RMID, nullptr);
+        // The mutex is made once: a thread of an earlier life may just be letting go of it.
+        shm.shmId = 0;
+        shm.shmNum = 0;
+        shm.shmAdr = nullptr;
+        shm.filled = false;
+    }
+}
+
+int allocateSmallRecords(const char *function) {
+    instFs[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));
+    if (instFs[OXT_CID_FS_CONF].datAdr == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ FsConf alloc Failure!!");
+        return -1;
+    }
+    instFs[OXT_CID_FS_TNUM].datAdr = memalloc(sizeof(FsTnum));
+    if (instFs[OXT_CID_FS_TNUM].datAdr == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ FsTnum alloc Failure!!");
+        return -1;
+    }
+    return 0;
+}
+
+// True when the save file filled all classes.
+bool loadSaved(const char *function) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fopen-check[%s]", OXT_PATH_SAVE);
+    // "r+": a file that could not be written back is treated as absent.
+    std::unique_ptr<FILE, CloseFile> fp(fopen(OXT_PATH_SAVE, "r+"));
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fp=[%p]", static_cast<void *>(fp.get()));
+    if (fp == nullptr)
+        return false;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetBinFile()");
+    const bool loaded = fsGetBinFile(fp.get(), instFs) == 0;
+    fp.reset();
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fclose");
+    if (!loaded)
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetBinFile() Not read");
+    return loaded;
+}
+
+// The machine as it is now, with the default configuration. 0, or -1 with the failure traced.
+int takeDefaults(const char *function, const OxtCInfo *cInfo) {
+    fsReleaseInstance(&instFs[OXT_CID_FS_PROV]); // a rejected save file may have filled it
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetCurrentInfo()");
+    if (fsGetCurrentInfo(cInfo, &instFs[OXT_CID_FS_PROV]) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsGetCurrentInfo() Failure!!");
+        return -1;
+    }
+    const int count = instFs[OXT_CID_FS_PROV].datNum;
+    *fsConf(instFs) = DEFAULT_CONF;
+    fsTnum(instFs)->FileSystemTotalNumber = static_cast<uint16_t>(count);
+    // Every file system starts as normal, so that a fresh start announces none that is.
+    for (int i = 0; i < count; ++i)
+        fsProv(&instFs[OXT_CID_FS_PROV])[i].FreeSpaceStatus = OXT_FREESPC_NORMAL;
+    return 0;
+}
+
+int publishNew(const char *function, const OxtCInfo *cInfo) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- to shm -");
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmNew(%d,%s)", OXT_CID_FS_PROV, OXT_PATH_SHMKEY);
+    if (shmNew(cInfo, OXT_CID_FS_PROV, OXT_PATH_SHMKEY, instFs, shmFs) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmNew() Failure!!");
+        return -1;
+    }
+    return fsPublishToShm(function, cInfo);
+}
+
+bool watchKeepsCurrent(const OxtCInfo *cInfo) {
+    return getServiceMode(cInfo) == 1 && getThreadSts(&gfs_thid) == 1;
+}
+
+// Copies a class out with its descriptor; the store lock is held.
+int handOut(const DatInfo *from, DatInfo *out) {
+    const int ret = fsCopyArea(from, out);
+    if (ret != 0)
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, "fsGetInstance", "outDat alloc Failure!!");
+    return ret;
+}
+
+// While the watch thread runs: the class as its segment has it. A segment that was made and could not be filled since
+// is no data yet.
+int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *out) {
+    DatInfo *area = &instFs[classId];
+    DatInfo shown[OXT_CID_FS_COUNT] = {};
+    if (shmFs[classId].shmNum > 0 && shmFs[classId].filled) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setShmToInst(%d)", classId);
+        if (setShmToInst(cInfo, &shmFs[classId], area) != 0) {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setShmToInst(%d) Failure!!", classId);
+            return -1;
+        }
+        if (classId == OXT_CID_FS_PROV)
+            fsEndTexts(area);
+        shown[classId] = *area;
+    } else {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmFs[%d].shmNum=0", classId);
+    }
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- return TRUE classID=[%d]-", classId);
+    fsLogDumpInstanceDat(classId, shown);
+    shown[classId].datSize = area->datSize;
+    return handOut(&shown[classId], out);
+}
+
+// The configuration without a running thread: nothing changes it but clients, so no pass is needed.
+int readConfig(const char *function, const OxtCInfo *cInfo, DatInfo *out) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setShmToInst(%d)", OXT_CID_FS_CONF);
+    if (setShmToInst(cInfo, &shmFs[OXT_CID_FS_CONF], &instFs[OXT_CID_FS_CONF]) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setShmToInst(%d) Failure!!", OXT_CID_FS_CONF);
+        return -1;
+    }
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- return Config -");
+    fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);
+    return handOut(&instFs[OXT_CID_FS_CONF], out);
+}
+
+// The steps of fsGetInstance under the locks. *traced: the exit line is written already.
+int readClass(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *out, bool *traced) {
+    const bool fromWatch = watchKeepsCurrent(cInfo);
+    int ret = 0;
+    if (!fromWatch && classId != OXT_CID_FS_CONF)
+        ret = fsCheckConfigChange(cInfo);
+    if (fsStoreLock() != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsStoreLock() Failure!!");
+        return -1;
+    }
+    int copied = 0;
+    if (fromWatch) {
+        copied = readFromWatch(function, cInfo, classId, out);
+        *traced = copied != 0;
+    } else if (classId == OXT_CID_FS_CONF) {
+        copied = readConfig(function, cInfo, out);
+        *traced = copied != 0;
+    } else { // what is known is handed out even when the pass failed
+        copied = handOut(&instFs[classId], out);
+    }
+    fsStoreUnlock();
+    if (copied == 0 && classId == OXT_CID_FS_CONF) {
+        const FsConf *conf = static_cast<FsConf *>(out->datAdr);
+        if (conf == nullptr) {
+            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+            *traced = true;
+            return -1;
+        }
+        gfs_SleepSec.store(conf->MonitorCycle);
+    }
+    return ret == 0 ? copied : ret;
+}
+
+// The steps of fsSetInstance that need the store lock. 0, or -1 with the failure traced.
+int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
+    const FsConf *conf = fsConf(instFs);
+    if (conf == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+        return -1;
+    }
+    if (edit != nullptr && fsApplyEdit(edit) != 0) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsApplyEdit() Failure!!");
+        return -1;
+    }
+    gfs_SleepSec.store(conf->MonitorCycle);
+    return fsPublishToShm(function, cInfo);
+}
+
+} // namespace
+
+int fsInitInstance(const OxtCInfo *cInfo) {
+    OXT_TRACE("_IN_");
+    clearLeftovers();
+    fsInitDatInfo(instFs);
+    if (allocateSmallRecords(__func__) != 0)
+        return -1;
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+        OXT_TRACE("pthread_mutex_init(%d)", cid);
+    if (!loadSaved(__func__) && takeDefaults(__func__, cInfo) != 0)
+        return -1;
+    gfs_SleepSec.store(fsConf(instFs)->MonitorCycle);
+    if (publishNew(__func__, cInfo) != 0)
+        return -1;
+    OXT_TRACE("_OUT_");
+    return 0;
+}
+
+int fsGetInstance(const OxtCInfo *cInfo, int classId, DatInfo *out) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(out != nullptr, -1, "_OUT_ param(out) Failure!!");
+    *out = {};
+    OXT_REQUIRE(classId >= 0 && classId < OXT_CID_FS_COUNT, -1, "_OUT_ param(classID) Failure!!");
+    bool held = false;
+    const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
+    OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
+    bool traced = false;
+    const int ret = readClass(__func__, cInfo, classId, out, &traced);
+    mutexUnlock(&instMutexFs, held);
+    if (!traced)
+        OXT_TRACE("_OUT_ ret=[%d]", ret);
+    return ret;
+}
+
+int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
+    OXT_TRACE("_IN_");
+    bool held = false;
+    const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
+    OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
+    int ret = fsStoreLock();
+    if (ret == 0) {
+        ret = commit(__func__, cInfo, edit);
+        fsStoreUnlock();
+    } else {
+        OXT_TRACE_FAIL("_OUT_ fsStoreLock() Failure!!");
+    }
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__) : FS_SAVE_NOT_OPENED;
+    mutexUnlock(&instMutexFs, held);
+    if (saved == FS_SAVE_NOT_OPENED)
+        return -1;
+    OXT_REQUIRE(saved == FS_SAVED, -1, "_OUT_ fsPutBinFile() Failure!!");
+    OXT_TRACE("_OUT_");
+    return 0;
+}
+
+int fsFreeInstance(const OxtCInfo *cInfo) {
+    OXT_TRACE("_IN_");
+    int ret = 0;
+    OXT_REQUIRE(fsStoreLock() == 0, -1, "_OUT_ fsStoreLock() Failure!!");
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
+        OXT_MEMFREE(instFs[cid].datAdr);
+        instFs[cid].datNum = 0;
+        OXT_TRACE("shmFs(%d).shmNum=[%d]", cid, shmFs[cid].shmNum);
+        if (shmFs[cid].shmNum <= 0)
+            continue;
+        OXT_TRACE("shmDestroy(%d)", cid);
+        if (shmDestroy(cInfo, &shmFs[cid]) != 0) {
+            OXT_TRACE_FAIL("shmDestroy(%d) Failure!!", cid);
+            ret = -1;
+        }
+    }
+    fsStoreUnlock();
+    OXT_TRACE("_OUT_ ret=[%d]", ret);
+    return ret;
+}

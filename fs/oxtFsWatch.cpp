@@ -1,0 +1,138 @@
+#include "oxtFsWatch.h"
+
+#include <algorithm>
+#include <csignal>
+#include <unistd.h>
+
+#include "cmpift.h"
+#include "cmpimacs.h"
+#include "oxtFsPass.h"
+#include "oxtFsStore.h"
+#include "oxtPaths.h"
+
+OxtThreadId gfs_thid{0};
+
+namespace {
+
+constexpr int JOIN_SECONDS = 30;
+
+OxtCInfo *gfs_thcInfo; // the thread's own; changed by a start or with the gate closed
+pthread_mutex_t startMutex = PTHREAD_MUTEX_INITIALIZER;
+
+// The context of a thread that is gone. The object manager made it for the thread, which never detaches.
+void releaseContext(const OxtCInfo *thcInfo) {
+    if (thcInfo == nullptr || thcInfo->context == nullptr || thcInfo->context->ft == nullptr ||
+        thcInfo->context->ft->release == nullptr)
+        return;
+    thcInfo->context->ft->release(const_cast<CMPIContext *>(thcInfo->context));
+}
+
+void dropThreadInfo(const char *function) {
+    releaseContext(gfs_thcInfo);
+    OXT_MEMFREE_IN(function, gfs_thcInfo);
+}
+
+// Cancels and joins. False when the thread is still busy after all the waiting.
+bool stopThread(const char *function) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_cancel(%d)", static_cast<int>(gfs_thid.load()));
+    oxtThreadCancel(&gfs_thid);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_join()");
+    errno = oxtThreadJoin(&gfs_thid, JOIN_SECONDS);
+    if (errno == 0)
+        return true;
+    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "pthread_join Failure!! errno=[%d]", errno);
+    return false;
+}
+
+} // namespace
+
+OxtThreadId *fsGetThreadID() {
+    OXT_TRACE("=== gfs_thid=[%d] ===", static_cast<int>(gfs_thid.load()));
+    return &gfs_thid;
+}
+
+void fsThreadStartLock() {
+    pthread_mutex_lock(&startMutex);
+}
+void fsThreadStartUnlock() {
+    pthread_mutex_unlock(&startMutex);
+}
+
+int fsCreateThread(const OxtCInfo *cInfo) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ Param Failure!!");
+    if (gfs_thcInfo != nullptr) // of a thread that ended by itself
+        dropThreadInfo(__func__);
+    gfs_thcInfo = static_cast<OxtCInfo *>(memalloc(sizeof(OxtCInfo)));
+    OXT_REQUIRE(gfs_thcInfo != nullptr, -1, "_OUT_ th_cInfo alloc Failure!!");
+    gfs_thcInfo->broker = cInfo->broker;
+    gfs_thcInfo->context = CBPrepareAttachThread(cInfo->broker, cInfo->context);
+    OXT_TRACE("CBPrepareAttachThread() brk=[%p],ctx=[%p] -> th_brk=[%p],th_ctx=[%p]",
+              static_cast<const void *>(cInfo->broker), static_cast<const void *>(cInfo->context),
+              static_cast<const void *>(gfs_thcInfo->broker), static_cast<const void *>(gfs_thcInfo->context));
+    if (gfs_thcInfo->context == nullptr) { // nothing to attach with: the object manager would crash on it
+        OXT_TRACE_FAIL("_OUT_ CBPrepareAttachThread() Failure!!");
+        dropThreadInfo(__func__);
+        return -1;
+    }
+    OXT_TRACE("pthread_create()");
+    pthread_t id = 0;
+    errno = pthread_create(&id, nullptr, fsWatchThread, gfs_thcInfo);
+    if (errno != 0) {
+        OXT_TRACE_FAIL("_OUT_ pthread_create() Failure!! err=[%d]", errno);
+        dropThreadInfo(__func__);
+        return -1;
+    }
+    gfs_thid.store(id);
+    OXT_TRACE("_OUT_ tid=[%d]", static_cast<int>(id));
+    return 0;
+}
+
+void *fsWatchThread(void *start) {
+    const OxtCInfo *cInfo = static_cast<const OxtCInfo *>(start);
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr); // the object manager's signals are for its own threads
+    InitProcess(OXT_LOG_FILE);
+    OXT_TRACE("_IN_");
+    OXT_TRACE("CBAttachThread(brk=[%p],ctx=[%p])", static_cast<const void *>(cInfo->broker),
+              static_cast<const void *>(cInfo->context));
+    CBAttachThread(cInfo->broker, cInfo->context);
+    OXT_TRACE("Thread_Loop start.");
+    for (;;) {
+        OXT_TRACE("fsCheckConfigChange()");
+        if (fsCheckConfigChange(cInfo) != 0)
+            OXT_TRACE_FAIL("fsCheckConfigChange() Failure!!");
+        const int seconds = std::max(gfs_SleepSec.load(), 1); // a damaged save file may hold a cycle of 0
+        OXT_TRACE("- sleep[%d]sec -", seconds);
+        pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        sleep(static_cast<unsigned>(seconds));
+        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        OXT_TRACE("- wakeUp -");
+    }
+}
+
+void fsExitThread(const OxtCInfo *cInfo, FsCaller caller) {
+    OXT_TRACE("_IN_");
+    int state = OXT_FS_UNINITIALISED;
+    const bool stopped = getThreadSts(&gfs_thid) != 1 || stopThread(__func__);
+    const bool closed = stopped && fsGateClose(caller, &state) == 0;
+    if (!closed || gfs_thid.load() != 0) { // somebody is busy with the store, or has just started a new thread
+        if (closed)
+            fsGateOpen(caller, state);
+        OXT_FAIL(, "_OUT_ store in use Failure!!");
+    }
+    dropThreadInfo(__func__);
+    OXT_TRACE("fsSetInstance()");
+    if (fsSetInstance(cInfo) != 0)
+        OXT_TRACE_FAIL("fsSetInstance() Failure!!");
+    OXT_TRACE("fsFreeInstance()");
+    if (fsFreeInstance(cInfo) != 0)
+        OXT_TRACE_FAIL("fsFreeInstance() Failure!!");
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+        OXT_TRACE("pthread_mutex_destroy(%d)", cid);
+    OXT_TRACE("pthread_mutex_destroy(instMutexFs)");
+    fsGateOpen(caller, OXT_FS_UNINITIALISED);
+    OXT_TRACE("_OUT_");
+}

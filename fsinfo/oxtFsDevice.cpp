@@ -1,0 +1,260 @@
+#include "oxtFsDevice.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include "oxtFsMount.h"
+#include "oxtFsRecord.h"
+#include "oxtPaths.h"
+
+namespace {
+
+constexpr size_t LINE_SIZE = 128;
+constexpr size_t TYPE_SIZE = 10;
+constexpr const char *SECTIONS[] = {"Character devices:", "Block devices:"};
+constexpr std::string_view ROOT_DEVICE = "/dev/root";
+constexpr std::string_view NVME_DEVICE = "/dev/nvme";
+
+constexpr unsigned MAGIC_ISO9660 = 0x9660; // statfs(2)
+constexpr unsigned MAGIC_UDF = 0x15013346; // statfs(2)
+
+// How a driver's name decides, tested in this order on its first characters.
+enum Decision { BY_FILE_SYSTEM, FIXED, REMOVABLE, RAMDISK };
+struct DriverRule {
+    std::string_view prefix;
+    Decision decision;
+    std::string_view device; // first characters that the device name must have as well
+};
+constexpr DriverRule RULES[] = {
+    {"sd", BY_FILE_SYSTEM, ""},
+    {"sr", BY_FILE_SYSTEM, ""},
+    {"blkext", BY_FILE_SYSTEM, NVME_DEVICE},
+    {"ide", BY_FILE_SYSTEM, ""},
+    {"rd", FIXED, ""},
+    {"md", FIXED, ""},
+    {"dd", FIXED, ""},
+    {"dac960", FIXED, ""},
+    {"DAC960", FIXED, ""},
+    {"virtblk", FIXED, ""},
+    {"device-mapper", FIXED, ""},
+    {"fd", REMOVABLE, ""},
+    {"ramdisk", RAMDISK, ""},
+};
+
+bool startsWith(const char *text, std::string_view prefix) {
+    return strncmp(text, prefix.data(), prefix.size()) == 0;
+}
+
+// Reads lines of the driver list as fgets(3) does from the file: at most 127 characters; `ended` like feof(3).
+struct LineReader {
+    const char *at;
+    const char *end;
+    bool ended;
+};
+
+bool nextLine(LineReader *reader, char (&line)[LINE_SIZE]) {
+    size_t length = 0;
+    while (length < LINE_SIZE - 1 && reader->at < reader->end) {
+        line[length] = *reader->at++;
+        if (line[length++] == '\n')
+            break;
+    }
+    line[length] = '\0';
+    if (length < LINE_SIZE - 1 && (length == 0 || line[length - 1] != '\n'))
+        reader->ended = true;
+    return length > 0;
+}
+
+bool skipToSection(LineReader *reader, const char *heading) {
+    char line[LINE_SIZE];
+    while (nextLine(reader, line) && !reader->ended)
+        if (strstr(line, heading) != nullptr)
+            return true;
+    return false;
+}
+
+// Appends the entry of one line; what is no entry is passed over. False without memory.
+bool appendDriver(const char *function, const char *line, DeviceInfo ***tail, int *count) {
+    DeviceInfo *entry = static_cast<DeviceInfo *>(memalloc(sizeof(DeviceInfo)));
+    if (entry == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "memalloc() Failure!!");
+        return false;
+    }
+    if (sscanf(line, "%d %131s", &entry->major, entry->name) == 2) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Major=[%d] Name=[%s]", entry->major, entry->name);
+        **tail = entry;
+        *tail = &entry->next;
+        ++*count;
+    } else {
+        OXT_MEMFREE_IN(function, entry);
+    }
+    return true;
+}
+
+bool readSection(const char *function, LineReader *reader, DeviceInfo **list, int *count) {
+    DeviceInfo **tail = list;
+    char line[LINE_SIZE];
+    while (nextLine(reader, line) && !reader->ended && strlen(line) >= 3) {
+        char *feed = line + strlen(line) - 1;
+        if (*feed == '\n')
+            *feed = '\0';
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fgets() line=[%s]", line);
+        if (!appendDriver(function, line, &tail, count))
+            return false;
+    }
+    return true;
+}
+
+const DeviceInfo *findDriver(const char *function, const DeviceInfo *list, int major) {
+    for (; list != nullptr; list = list->next) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Curr->Major=[%d] Name=[%s]", list->major, list->name);
+        if (list->major == major)
+            return list;
+    }
+    return nullptr;
+}
+
+// One driver serves disks and optical drives: the file system tells them apart. When statfs fails the type stays 0,
+// which is no optical one.
+int typeByFileSystem(const char *function, const char *RootPNm) {
+    struct statfs st = {};
+    if (statfs(RootPNm, &st) != 0)
+        st = {};
+    const unsigned type = static_cast<unsigned>(st.f_type);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "statfs.type=[0x%08x]", type);
+    return type == MAGIC_ISO9660 || type == MAGIC_UDF ? OXT_DRIVE_OPTICAL : OXT_DRIVE_FIXED;
+}
+
+int typeOfDriver(const char *function, const char *driver, const char *RootPNm, const char *devName) {
+    for (const DriverRule &rule : RULES) {
+        if (!startsWith(driver, rule.prefix) || !startsWith(devName, rule.device))
+            continue;
+        switch (rule.decision) {
+        case BY_FILE_SYSTEM:
+            return typeByFileSystem(function, RootPNm);
+        case FIXED:
+            return OXT_DRIVE_FIXED;
+        case REMOVABLE:
+            return OXT_DRIVE_REMOVABLE;
+        case RAMDISK:
+            return OXT_DRIVE_RAMDISK;
+        }
+    }
+    return OXT_DRIVE_UNKNOWN;
+}
+
+} // namespace
+
+int getDeviceInfo(const FsSystem *system, int kind, DeviceInfo **list, int *count) {
+    OXT_TRACE("_IN_ kind=[%d]", kind);
+    const bool known = kind == OXT_DRIVER_CHARACTER || kind == OXT_DRIVER_BLOCK;
+    OXT_REQUIRE(known && list != nullptr && count != nullptr, -1, "_OUT_ Param Failure!!(-1)");
+    *list = nullptr;
+    *count = 0;
+    OXT_REQUIRE(system->drivers != nullptr, -1, "_OUT_ fopen(%s) Failure!!(-1)", OXT_PATH_DEVICES);
+    LineReader reader = {system->drivers, system->drivers + system->driversLength, false};
+    if (skipToSection(&reader, SECTIONS[kind]) && !readSection(__func__, &reader, list, count)) {
+        freeDeviceInfo(list);
+        *count = 0;
+        OXT_FAIL(-1, "_OUT_(-1)");
+    }
+    OXT_TRACE("_OUT_(0)");
+    return 0;
+}
+
+void freeDeviceInfo(DeviceInfo **list) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(list != nullptr, , "_OUT_ param Failure!!");
+    while (*list != nullptr) {
+        DeviceInfo *next = (*list)->next;
+        OXT_MEMFREE(*list);
+        *list = next;
+    }
+    OXT_TRACE("_OUT_");
+}
+
+int getDevName(const FsSystem *system, char *devName, char *fsType, const char *RootPNm) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(devName != nullptr, -1, "_OUT_ param(devName) Failure!!");
+    OXT_REQUIRE(fsType != nullptr, -1, "_OUT_ param(fsType) Failure!!");
+    OXT_REQUIRE(RootPNm != nullptr, -1, "_OUT_ param(RootPNm) Failure!!");
+    OXT_REQUIRE(system->mountsRead, -1, "_OUT_ setmntent(/etc/mtab) Failure!!");
+    int ret = -1;
+    for (size_t i = 0; i < system->mountCount && ret != 0; ++i) {
+        const FsMount &mount = system->mounts[i];
+        if (strcmp(mount.dir, RootPNm) != 0 || fsTypeLayered(mount.type))
+            continue;
+        snprintf(devName, OXT_DEVICE_SIZE, "%s", mount.fsname);
+        snprintf(fsType, TYPE_SIZE, "%s", mount.type);
+        ret = 0;
+    }
+    OXT_TRACE("_OUT_ ret=[%d] devName=[%s] fsType=[%s]", ret, devName, fsType);
+    return ret;
+}
+
+int getMajorNumber(const char *devName, int *isBlock) {
+    OXT_TRACE("_IN_ devName=[%s]", devName != nullptr ? devName : "NULL");
+    OXT_REQUIRE(devName != nullptr, -1, "_OUT_ param(devName) Failure!!");
+    OXT_REQUIRE(isBlock != nullptr, -1, "_OUT_ param(isBlock) Failure!!");
+    struct stat st = {};
+    OXT_REQUIRE(stat(devName, &st) == 0, -1, "_OUT_ stat() Failure!! errno=[%d]", errno);
+    *isBlock = S_ISBLK(st.st_mode) ? 1 : 0;
+    // The driver list is searched by the twelve bits of the traditional encoding alone.
+    const int major = static_cast<int>((st.st_rdev & 0xFFF00) >> 8);
+    OXT_TRACE("_OUT_ isBlock=[%d] major=[%d]", *isBlock, major);
+    return major;
+}
+
+int getDevType(const FsSystem *system, int major, const char *RootPNm, int isBlock, const char *devName) {
+    OXT_TRACE("_IN_ major=[%d] RootPNm=[%s] isBlock=[%d] devName=[%s]", major, RootPNm != nullptr ? RootPNm : "NULL",
+              isBlock, devName != nullptr ? devName : "NULL");
+    OXT_REQUIRE(RootPNm != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(RootPNm) Failure!!");
+    OXT_REQUIRE(devName != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(devName) Failure!!");
+    DeviceInfo *list = nullptr;
+    int count = 0;
+    const bool read = getDeviceInfo(system, isBlock, &list, &count) == 0;
+    OXT_REQUIRE(read, OXT_DRIVE_UNKNOWN, "_OUT_ getDeviceInfo() Failure!!");
+    const DeviceInfo *driver = findDriver(__func__, list, major);
+    const int retType = driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName) : OXT_DRIVE_UNKNOWN;
+    freeDeviceInfo(&list);
+    OXT_TRACE("_OUT_ retType=[%d]", retType);
+    return retType;
+}
+
+int getDriveType(const FsSystem *system, const char *RootPNm) {
+    OXT_TRACE("_IN_ RootPNm=[%s]", RootPNm != nullptr ? RootPNm : "NULL");
+    char devName[OXT_DEVICE_SIZE] = {};
+    char fsType[TYPE_SIZE] = {};
+    const bool named = getDevName(system, devName, fsType, RootPNm) == 0;
+    OXT_REQUIRE(named, OXT_DRIVE_UNKNOWN, "_OUT_ getDevName Failure!! unknown");
+    if (startsWith(devName, ROOT_DEVICE)) {
+        OXT_TRACE("_OUT_ devName=[%s] is FIXED", devName);
+        return OXT_DRIVE_FIXED;
+    }
+    OXT_TRACE("getMajorNumber[%s]", devName);
+    int isBlock = 0;
+    const int major = getMajorNumber(devName, &isBlock);
+    OXT_REQUIRE(major > 0, OXT_DRIVE_UNKNOWN, "_OUT_ getMajorNumber() UNKNOWN");
+    const int type = getDevType(system, major, RootPNm, isBlock, devName);
+    OXT_TRACE("_OUT_ getDevType(%d,%s,%s)=[%d]", major, RootPNm, devName, type);
+    return type;
+}
+
+int getDeviceInfo(int kind, DeviceInfo **list, int *count) {
+    return fsWithSystem([&](const FsSystem *system) { return getDeviceInfo(system, kind, list, count); });
+}
+
+int getDevName(char *devName, char *fsType, const char *RootPNm) {
+    return fsWithSystem([&](const FsSystem *system) { return getDevName(system, devName, fsType, RootPNm); });
+}
+
+int getDevType(int major, const char *RootPNm, int isBlock, const char *devName) {
+    return fsWithSystem([&](const FsSystem *system) { return getDevType(system, major, RootPNm, isBlock, devName); });
+}
+
+int getDriveType(const char *RootPNm) {
+    return fsWithSystem([&](const FsSystem *system) { return getDriveType(system, RootPNm); });
+}

@@ -1,0 +1,37 @@
+// What kind of device holds a mount point, decided by the name of its driver.
+#ifndef OXT_FS_DEVICE_H
+#define OXT_FS_DEVICE_H
+
+#include "oxtFsSystem.h"
+
+// A line of "/proc/devices" (proc(5)).
+struct DeviceInfo {
+    int major;
+    char name[132];
+    DeviceInfo *next;
+};
+
+enum FsDriverKind : int { OXT_DRIVER_CHARACTER = 0, OXT_DRIVER_BLOCK = 1 };
+
+// The drivers of a kind in file order: 0 with the list (null when the section is empty or missing) and its length, or
+// -1. The caller frees it with freeDeviceInfo.
+int getDeviceInfo(int kind, DeviceInfo **list, int *count);
+int getDeviceInfo(const FsSystem *system, int kind, DeviceInfo **list, int *count);
+void freeDeviceInfo(DeviceInfo **list);
+
+// Device (255 bytes) and type (10 bytes) of the first entry mounted on RootPNm that is not layered; longer texts are
+// cut. 0, or -1 when there is none or the table could not be read.
+int getDevName(char *devName, char *fsType, const char *RootPNm);
+int getDevName(const FsSystem *system, char *devName, char *fsType, const char *RootPNm);
+
+// The traditional 12-bit major number of a device node, and whether it is a block device. -1 when stat(2) fails,
+// *isBlock untouched; 0 for what is no device node.
+int getMajorNumber(const char *devName, int *isBlock);
+
+// The drive type (OXT_DRIVE_...) of a device by its major number, and of what is mounted on RootPNm.
+int getDevType(int major, const char *RootPNm, int isBlock, const char *devName);
+int getDevType(const FsSystem *system, int major, const char *RootPNm, int isBlock, const char *devName);
+int getDriveType(const char *RootPNm);
+int getDriveType(const FsSystem *system, const char *RootPNm);
+
+#endif

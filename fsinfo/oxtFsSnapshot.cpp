@@ -1,0 +1,240 @@
+#include "oxtFsSnapshot.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include "oxtFsDevice.h"
+#include "oxtFsMount.h"
+#include "oxtFsStatus.h"
+
+namespace {
+
+constexpr size_t PATH_SIZE = 4096; // list room for a mount directory, and the longest path that is measured
+constexpr size_t FAMILY_SIZE = 10;
+
+// File-system types by the family name's first characters, in the order in which they are tested.
+struct TypeOfFamily {
+    std::string_view family;
+    const char *type;
+};
+constexpr TypeOfFamily TYPES[] = {{"EXT4", "ext4"}, {"XFS", "xfs"}, {"EXT3", "ext3"}, {"EXT2", "ext2"}};
+
+struct Free {
+    void operator()(char *block) const { free(block); }
+};
+typedef std::unique_ptr<char, Free> Buffer;
+
+template <size_t N>
+void copyText(char (&to)[N], const char *from) {
+    snprintf(to, N, "%s", from);
+}
+
+// Entries that can be examined and are of an accepted type. Repeated and layered ones count too: this sizes the list.
+int countCandidates(const char *function, const FsSystem *system) {
+    int count = 0;
+    for (size_t i = 0; i < system->mountCount; ++i) {
+        const FsMount &mount = system->mounts[i];
+        struct stat device = {};
+        struct statfs st = {};
+        if (stat(mount.fsname, &device) == 0 && statfs(mount.dir, &st) == 0) {
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsname=[%s] dir=[%s] type=[%s]", mount.fsname, mount.dir,
+                           mount.type);
+            count += fsTypeAccepted(mount.type) ? 1 : 0;
+        } else {
+            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "jump over device[%s]", mount.fsname);
+        }
+    }
+    return count;
+}
+
+// Texts of the list, in its own 16-bit counter.
+uint16_t countTexts(const char *list) {
+    uint16_t n = 0;
+    for (; *list != '\0' && n < UINT16_MAX; list += strlen(list) + 1)
+        ++n;
+    return n;
+}
+
+// Both tables, zeroed, for n entries. -1 with the failure traced and nothing kept.
+int makeTables(const char *function, FsTables *tables, uint16_t n) {
+    const size_t sizes = n * sizeof(FsSizeEntry);
+    const size_t mounts = n * sizeof(FsMountEntry);
+    tables->pwFsTbl = static_cast<FsSizeEntry *>(calloc(n, sizeof(FsSizeEntry)));
+    if (tables->pwFsTbl == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ pwFsTbl malloc(%d) Failure!!", static_cast<int>(sizes));
+        return -1;
+    }
+    tables->pwFsLinuxTbl = static_cast<FsMountEntry *>(calloc(n, sizeof(FsMountEntry)));
+    if (tables->pwFsLinuxTbl == nullptr) {
+        fsFreeTables(tables);
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ pwFsLinuxTbl malloc(%d) Failure!!",
+                       static_cast<int>(mounts));
+        return -1;
+    }
+    tables->tTotalFs = n;
+    return 0;
+}
+
+const char *typeOfFamily(const char *family) {
+    for (const TypeOfFamily &row : TYPES)
+        if (strncmp(family, row.family.data(), row.family.size()) == 0)
+            return row.type;
+    return "others";
+}
+
+// One mount point's entries. What cannot be read keeps its defaults.
+void examine(const FsSystem *system, const char *mountPoint, uint16_t number, FsSizeEntry *size, FsMountEntry *mount) {
+    size->number = mount->number = number;
+    copyText(mount->device, "Unknown");
+    copyText(mount->type, "others");
+    copyText(mount->mountPoint, mountPoint);
+    char path[PATH_SIZE] = {};
+    copyText(path, mountPoint);
+    mount->driveType = getDriveType(system, path);
+    char device[OXT_DEVICE_SIZE] = {};
+    char family[FAMILY_SIZE] = {};
+    int maxCompLen = 0;
+    if (OXTFileSysGetMountPointInformation(system, path, device, &maxCompLen, family, FAMILY_SIZE) == OXT_FALSE)
+        return;
+    copyText(mount->device, device);
+    copyText(mount->type, typeOfFamily(family));
+    if (mount->driveType != OXT_DRIVE_FIXED && mount->driveType != OXT_DRIVE_RAMDISK)
+        return;
+    unsigned long bytesPerBlock = 0, freeBlocks = 0, totalBlocks = 0;
+    if (GetMountPointFreeSpace(path, &bytesPerBlock, &freeBlocks, &totalBlocks) == -1)
+        return;
+    size->total = fsMiB(totalBlocks, bytesPerBlock);
+    size->available = fsMiB(freeBlocks, bytesPerBlock);
+}
+
+// A record with the facts and no judgement: not monitored, thresholds of 1 MiB, status unknown.
+void fillRecord(FsProv *prov, int position, const FsSizeEntry &size, const FsMountEntry &mount) {
+    *prov = {};
+    prov->Index = static_cast<uint16_t>(position + 1);
+    copyText(prov->Name, mount.device);
+    prov->DriveType = static_cast<int16_t>(mount.driveType);
+    prov->WarningThreshold = prov->WarningThresholdDefault = 1;
+    prov->FatalThreshold = prov->FatalThresholdDefault = 1;
+    prov->FreeSpaceStatus = OXT_FREESPC_UNKNOWN;
+    copyText(prov->_root, mount.mountPoint);
+    prov->_FileSystemSize = size.total;
+    prov->_AvailableSpace = size.available;
+    copyText(prov->_FileSystemType, mount.type);
+}
+
+bool isMonitoredType(const char *type) {
+    for (const TypeOfFamily &row : TYPES)
+        if (strncmp(type, row.type, row.family.size()) == 0)
+            return true;
+    return false;
+}
+
+// Fixed ext and xfs file systems get thresholds of a tenth and a hundredth of their size, and a status.
+void setDefaults(FsProv *prov) {
+    if (prov->DriveType != OXT_DRIVE_FIXED || !isMonitoredType(prov->_FileSystemType))
+        return;
+    if (prov->_FileSystemSize >= OXT_FS_MIN_SIZE) {
+        const double size = static_cast<double>(prov->_FileSystemSize);
+        prov->MonitorThreshold = 1;
+        prov->WarningThreshold = prov->WarningThresholdDefault = static_cast<uint32_t>(size * 0.1);
+        prov->FatalThreshold = prov->FatalThresholdDefault = static_cast<uint32_t>(size * 0.01);
+    }
+    prov->FreeSpaceStatus = static_cast<int16_t>(fsGetFreeSpaceStatus(prov));
+}
+
+void traceRecord(const char *function, const FsProv *prov) {
+#define SHOW(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+    SHOW("  --Index              =[%d].", prov->Index);
+    SHOW("    CSCreationClassName=[%s].", prov->CSCreationClassName);
+    SHOW("    CSName             =[%s].", prov->CSName);
+    SHOW("    CreationClassName  =[%s].", prov->CreationClassName);
+    SHOW("    Name               =[%s].", prov->Name);
+    SHOW("    Root               =[%s].", prov->_root);
+    SHOW("    FileSystemSize     =[%llu].", static_cast<unsigned long long>(prov->_FileSystemSize));
+    SHOW("    AvailableSpace     =[%llu].", static_cast<unsigned long long>(prov->_AvailableSpace));
+    SHOW("    FileSystemType     =[%s].", prov->_FileSystemType);
+    SHOW("    DriveType          =[%d].", prov->DriveType);
+    SHOW("    MonThreshold       =[%d].", prov->MonitorThreshold);
+    SHOW("    WarnThreshold      =[%d].", static_cast<int>(prov->WarningThreshold));
+    SHOW("    WarnThresholdDef   =[%d].", static_cast<int>(prov->WarningThresholdDefault));
+    SHOW("    FatThreshold       =[%d].", static_cast<int>(prov->FatalThreshold));
+    SHOW("    FatThresholdDef    =[%d].", static_cast<int>(prov->FatalThresholdDefault));
+    SHOW("    FreeSpaceSts       =[%d].", prov->FreeSpaceStatus);
+#undef SHOW
+}
+
+// The steps of OXTFileSysGetConfig on one reading of the system.
+int gatherTables(const char *function, const FsSystem *system, FsTables *tables) {
+    if (!system->mountsRead) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setmntent[/etc/mtab] Failure!!");
+        return -1;
+    }
+    const size_t listSize = static_cast<size_t>(countCandidates(function, system)) * PATH_SIZE + 1;
+    const Buffer list(static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr));
+    if (list == nullptr) {
+        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
+        return -1;
+    }
+    if (GetMountPointStrings(system, static_cast<int>(listSize), list.get()) == 0) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ GetMountPointStrings() Failure!!");
+        return 0; // a machine without candidates: no file systems
+    }
+    const uint16_t n = countTexts(list.get());
+    if (makeTables(function, tables, n) != 0)
+        return -1;
+    const char *mountPoint = list.get();
+    for (uint16_t i = 0; i < n; ++i, mountPoint += strlen(mountPoint) + 1)
+        examine(system, mountPoint, static_cast<uint16_t>(i + 1), &tables->pwFsTbl[i], &tables->pwFsLinuxTbl[i]);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ OXT_TRUE");
+    return 0;
+}
+
+} // namespace
+
+uint32_t fsMiB(unsigned long blocks, unsigned long bytesPerBlock) {
+    return static_cast<uint32_t>(static_cast<uint64_t>(blocks) * (bytesPerBlock / 512) / 2048);
+}
+
+void fsFreeTables(FsTables *tables) {
+    free(tables->pwFsTbl);
+    free(tables->pwFsLinuxTbl);
+    *tables = {};
+}
+
+int OXTFileSysGetConfig(FsTables *tables) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(tables != nullptr, -1, "_OUT_ param(tables) Failure!!");
+    return fsWithSystem([&](const FsSystem *system) { return gatherTables("OXTFileSysGetConfig", system, tables); });
+}
+
+int fsGetCurrentInfo(const OxtCInfo *, DatInfo *datInfo) {
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(datInfo != nullptr, -1, "_OUT_ param(datInfo) Failure!!");
+    FsTables tables = {};
+    if (OXTFileSysGetConfig(&tables) == -1) {
+        fsFreeTables(&tables);
+        OXT_FAIL(-1, "_OUT_ OXTFileSysGetConfig() Failure!!");
+    }
+    datInfo->datNum = static_cast<int>(tables.tTotalFs);
+    datInfo->datAdr = memalloc(oxtAreaSize(datInfo)); // refuses the size 0 of a machine without candidates
+    if (datInfo->datAdr == nullptr) {
+        datInfo->datNum = 0;
+        fsFreeTables(&tables);
+        OXT_FAIL(-1, "_OUT_ FileSysDat alloc Failure!!");
+    }
+    OXT_TRACE("num=[%d].", datInfo->datNum);
+    for (int i = 0; i < datInfo->datNum; ++i) {
+        FsProv *prov = &fsProv(datInfo)[i];
+        fillRecord(prov, i, tables.pwFsTbl[i], tables.pwFsLinuxTbl[i]);
+        setDefaults(prov);
+        traceRecord(__func__, prov);
+    }
+    fsFreeTables(&tables);
+    OXT_TRACE("_OUT_ OXT_TRUE");
+    return 0;
+}

@@ -1,0 +1,38 @@
+// The two system files of discovery, read once: "/etc/mtab" and "/proc/devices". A snapshot hands one reading to every
+// step, so that it is consistent while mounts come and go and does not read the files once per file system.
+#ifndef OXT_FS_SYSTEM_H
+#define OXT_FS_SYSTEM_H
+
+#include <cstddef>
+
+// One entry of the mount table, escapes decoded (getmntent(3)).
+struct FsMount {
+    const char *fsname;
+    const char *dir;
+    const char *type;
+};
+
+struct FsSystem {
+    bool mountsRead;   // false: the mount table could not be opened or kept
+    FsMount *mounts;   // in file order
+    size_t mountCount; //
+    char *mountText;   // what the entries point into
+    char *drivers;     // the text of the driver list with a closing zero; null when it could not be opened
+    size_t driversLength;
+};
+
+// Reads both files. What cannot be read is marked so, and whoever needs it reports it. Freed with fsSystemFree.
+void fsSystemRead(FsSystem *system);
+void fsSystemFree(FsSystem *system);
+
+// Reads the system for one call: how the functions that take an FsSystem work by themselves.
+template <typename Call>
+auto fsWithSystem(Call call) {
+    FsSystem system;
+    fsSystemRead(&system);
+    const auto result = call(&system);
+    fsSystemFree(&system);
+    return result;
+}
+
+#endif

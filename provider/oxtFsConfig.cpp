@@ -1,0 +1,81 @@
+#include "oxtFsConfig.h"
+
+#include "oxtSetting.h"
+
+namespace {
+
+// The range that is accepted, whatever the record's MonitorCycleMin and MonitorCycleMax say.
+constexpr int MIN_CYCLE = 10;
+constexpr int MAX_CYCLE = 3600;
+
+#define CONF_PROPERTY(name)                                                                                            \
+    { #name, #name, CMPI_uint16, OXT_FIELD_UINT16, offsetof(FsConf, name) }
+constexpr OxtProperty PROPERTIES[] = {
+    CONF_PROPERTY(MonitorCycle),
+    CONF_PROPERTY(MonitorCycleMin),
+    CONF_PROPERTY(MonitorCycleMax),
+    CONF_PROPERTY(MonitorCycleDefault),
+};
+#undef CONF_PROPERTY
+
+constexpr OxtClass CONFIG = {
+    "OXT_FileSystemConfig",
+    PROPERTIES,
+    sizeof PROPERTIES / sizeof *PROPERTIES,
+    false,
+    OXT_CID_FS_CONF,
+    "fsGetInstance(OXT_CID_FS_CONF)",
+    "OXT_FSConfigSetPropInst",
+    "_OUT_ Param(datconf) Failure!!",
+    "CMSetPropertyFilter() Failure!!",
+    OXT_TRACE_NORMAL,
+    "OXT_FSConfigSetPropInst() Failure!!",
+    "OXT_FSConfigSetPropInst() FAILED",
+};
+
+CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, FsConf *datconf) {
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    int value = -1;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMGetArg(MonitorCycle)");
+    if (!oxtReadSetting(function, cInfo, in, "MonitorCycle", &value, &status))
+        return status;
+    if (value < MIN_CYCLE || value > MAX_CYCLE)
+        return oxtRefuseSetting(function, cInfo, "MonitorCycle", value);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle,
+                   value);
+    datconf->MonitorCycle = static_cast<uint16_t>(value);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datconf->MonitorCycle=[%d]", datconf->MonitorCycle);
+    const FsEdit edit = {OXT_CID_FS_CONF,
+                         0,
+                         datconf,
+                         offsetof(FsConf, MonitorCycle),
+                         sizeof(datconf->MonitorCycle),
+                         static_cast<uint32_t>(value)};
+    return oxtCommitSetting(function, cInfo, &edit);
+}
+
+} // namespace
+
+CMPIInstance *OXT_FSConfigSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const FsConf *datconf) {
+    return oxtBuildInstance(CONFIG, cInfo, cop, properties, datconf);
+}
+
+CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties) {
+    return oxtGetSingleton(__func__, CONFIG, cInfo, rslt, cop, properties);
+}
+
+CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *, const char *,
+                                    const CMPIArgs *in, CMPIArgs *) {
+    OXT_TRACE("_IN_");
+    if (cInfo == nullptr)
+        return oxtRefused(__func__);
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    DatInfo records = {};
+    if (!oxtReadClass(__func__, CONFIG, cInfo, &records, &status))
+        return status;
+    status = setCycle(__func__, cInfo, in, static_cast<FsConf *>(records.datAdr));
+    fsReleaseInstance(&records);
+    return status;
+}

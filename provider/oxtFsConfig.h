@@ -1,0 +1,15 @@
+// The singleton class OXT_FileSystemConfig: the monitoring cycle, and the method that sets it.
+#ifndef OXT_FS_CONFIG_H
+#define OXT_FS_CONFIG_H
+
+#include "oxtInstance.h"
+
+CMPIInstance *OXT_FSConfigSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
+                                      const FsConf *datconf);
+CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                   const char **properties);
+// "SetMonitorCycle": 10 to 3600 seconds.
+CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                                    const char *methodName, const CMPIArgs *in, CMPIArgs *out);
+
+#endif

@@ -1,0 +1,111 @@
+// The threshold methods of OXT_FileSystem.
+
+#include <cstdio>
+#include <cstring>
+
+#include "oxtFs.h"
+#include "oxtSetting.h"
+
+namespace {
+
+// A method sets one field from the argument of the same name.
+struct ThresholdMethod {
+    const char *name;
+    const char *argument;
+    size_t offset;
+    size_t width;
+    const char *typeText; // of the value in the trace
+};
+constexpr ThresholdMethod METHODS[] = {
+    {"SetMonitorThreshold", "MonitorThreshold", offsetof(FsProv, MonitorThreshold), 2, "uint16"},
+    {"SetWarningThreshold", "WarningThreshold", offsetof(FsProv, WarningThreshold), 4, "uint32"},
+    {"SetFatalThreshold", "FatalThreshold", offsetof(FsProv, FatalThreshold), 4, "uint32"},
+};
+
+const ThresholdMethod *findMethod(const char *name) {
+    for (const ThresholdMethod &method : METHODS)
+        if (name != nullptr && strcmp(method.name, name) == 0)
+            return &method;
+    return nullptr;
+}
+
+uint32_t valueIn(const ThresholdMethod &method, const FsProv *prov) {
+    uint32_t value = 0;
+    memcpy(&value, reinterpret_cast<const char *>(prov) + method.offset, method.width);
+    return value;
+}
+
+// The switch takes 0 and 1; a threshold an amount of free space up to the whole size. A negative threshold is, widened
+// and compared without sign, too great.
+bool isAcceptable(const ThresholdMethod &method, const FsProv *prov, int value) {
+    if (method.offset == offsetof(FsProv, MonitorThreshold))
+        return value == 0 || value == 1;
+    return value != 0 && static_cast<uint64_t>(int64_t{value}) <= static_cast<uint64_t>(prov->_FileSystemSize);
+}
+
+// True for a file system that may be monitored; else *status is the answer and the exit is traced.
+bool isEligible(const char *function, const OxtCInfo *cInfo, const FsProv *prov, CMPIStatus *status) {
+    char trace[64];
+    if (prov->DriveType != OXT_DRIVE_FIXED) {
+        snprintf(trace, sizeof trace, "DriveType Failure!! Type=[%d]", prov->DriveType);
+        *status = oxtFailed(function, cInfo, trace, CMPI_RC_ERR_FAILED, "DriveType not Fixed FAILED");
+        return false;
+    }
+    if (prov->_FileSystemSize < OXT_FS_MIN_SIZE) {
+        snprintf(trace, sizeof trace, "FileSystemSize Failure!! Size=[%d]", static_cast<int>(prov->_FileSystemSize));
+        *status = oxtFailed(function, cInfo, trace, CMPI_RC_ERR_FAILED, "FileSystemSize less 100MB FAILED");
+        return false;
+    }
+    return true;
+}
+
+CMPIStatus setField(const char *function, const OxtCInfo *cInfo, const ThresholdMethod &method, const CMPIArgs *in,
+                    const DatInfo *records, int position) {
+    FsProv *prov = &fsProv(records)[position];
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    int value = -1;
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "getArgToInt(%s)", method.argument);
+    if (!oxtReadSetting(function, cInfo, in, method.argument, &value, &status))
+        return status;
+    if (!isAcceptable(method, prov, value))
+        return oxtRefuseSetting(function, cInfo, method.argument, value);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datprov[%d]->%s=[%d] dt.value.%s=[%d]", position, method.argument,
+                   static_cast<int>(valueIn(method, prov)), method.typeText, value);
+    const FsEdit edit = {OXT_CID_FS_PROV, position, prov, method.offset, method.width, static_cast<uint32_t>(value)};
+    memcpy(reinterpret_cast<char *>(prov) + method.offset, &edit.value, method.width);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datprov[%d]->%s=[%d]", position, method.argument,
+                   static_cast<int>(valueIn(method, prov)));
+    return oxtCommitSetting(function, cInfo, &edit);
+}
+
+CMPIStatus change(const char *function, const OxtCInfo *cInfo, const char *methodName, const CMPIArgs *in, int index,
+                  const DatInfo *records) {
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    const int position = oxtFindIndex(function, cInfo, records, index, &status);
+    if (position < 0 || !isEligible(function, cInfo, &fsProv(records)[position], &status))
+        return status;
+    const ThresholdMethod *method = findMethod(methodName);
+    return method != nullptr ? setField(function, cInfo, *method, in, records, position)
+                             : oxtCommitSetting(function, cInfo, nullptr);
+}
+
+} // namespace
+
+CMPIStatus OXT_FSInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *, const char *methodName,
+                              const CMPIArgs *in, CMPIArgs *) {
+    OXT_TRACE("_IN_");
+    if (cInfo == nullptr)
+        return oxtRefused(__func__);
+    OXT_TRACE("getArgToInt(Index)");
+    const int index = getArgToInt(in, "Index");
+    if (index <= 0)
+        return oxtFailed(__func__, cInfo, "getArgToInt(Index) Failure!!", CMPI_RC_ERR_FAILED,
+                         "getArgToInt(Index) FAILED");
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    DatInfo records = {};
+    if (!oxtReadClass(__func__, OXT_FS_CLASS, cInfo, &records, &status))
+        return status;
+    status = change(__func__, cInfo, methodName, in, index, &records);
+    fsReleaseInstance(&records);
+    return status;
+}

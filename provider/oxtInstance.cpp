@@ -1,0 +1,195 @@
+#include "oxtInstance.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "oxtText.h"
+
+namespace {
+
+#define BUILDER_TRACE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, cls.builder, __VA_ARGS__)
+#define BUILDER_FAIL(...) OXT_TRACE_LINE(OXT_TRACE_FAILURE, cls.builder, __VA_ARGS__)
+
+template <typename T>
+T fieldOf(const void *record, const OxtProperty &property) {
+    T value;
+    memcpy(&value, static_cast<const char *>(record) + property.offset, sizeof value);
+    return value;
+}
+
+void setText(const OxtClass &cls, CMPIInstance *instance, const OxtProperty &property, const char *text) {
+    BUILDER_TRACE("CMSetProperty() %s=[%s]", property.label, text);
+    char buffer[OXT_FS_TEXT * OXT_TEXT_GROWTH];
+    CMSetProperty(instance, property.name, oxtClientText(text, buffer, sizeof buffer), property.type);
+}
+
+// What the filter excludes is not set, and the host says so in a status that changes nothing here.
+void setProperty(const OxtClass &cls, CMPIInstance *instance, const OxtProperty &property, const void *record) {
+    CMPIValue value = {};
+    switch (property.field) {
+    case OXT_FIELD_TEXT:
+        setText(cls, instance, property, static_cast<const char *>(record) + property.offset);
+        return;
+    case OXT_FIELD_INDEX_TEXT: {
+        char text[16];
+        snprintf(text, sizeof text, "%d", fieldOf<uint16_t>(record, property));
+        setText(cls, instance, property, text);
+        return;
+    }
+    case OXT_FIELD_UINT16:
+        value.uint16 = fieldOf<uint16_t>(record, property);
+        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, value.uint16);
+        break;
+    case OXT_FIELD_SINT16:
+        value.sint16 = fieldOf<int16_t>(record, property);
+        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, value.sint16);
+        break;
+    case OXT_FIELD_UINT32:
+        value.uint32 = fieldOf<uint32_t>(record, property);
+        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, static_cast<int>(value.uint32));
+        break;
+    case OXT_FIELD_LOW32: {
+        const int64_t whole = fieldOf<int64_t>(record, property);
+        value.uint32 = static_cast<CMPIUint32>(whole);
+        BUILDER_TRACE("CMSetProperty() %s=[%ld]", property.label, static_cast<long>(whole));
+        break;
+    }
+    }
+    CMSetProperty(instance, property.name, &value, property.type);
+}
+
+void addIndexKey(const OxtClass &cls, CMPIObjectPath *path, const void *record) {
+    char text[16];
+    snprintf(text, sizeof text, "%d", static_cast<const FsProv *>(record)->Index);
+    BUILDER_TRACE("CMAddKey() Index_str=[%s]", text);
+    CMAddKey(path, "Index", text, CMPI_chars);
+}
+
+CMPIObjectPath *newPath(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop) {
+    char *nameSpace = getNameSpace(cop);
+    if (nameSpace == nullptr) {
+        BUILDER_FAIL("_OUT_ CMGetCharPtr() Failure!!");
+        return nullptr;
+    }
+    BUILDER_TRACE("CMNewObjectPath() NameSpace=[%s]", nameSpace);
+    CMPIStatus rc = {CMPI_RC_OK, nullptr};
+    CMPIObjectPath *path = CMNewObjectPath(cInfo->broker, nameSpace, cls.name, &rc);
+    OXT_MEMFREE_IN(cls.builder, nameSpace);
+    if (rc.rc == CMPI_RC_OK && !CMIsNullObject(path))
+        return path;
+    BUILDER_FAIL("_OUT_ CMNewObjectPath() Failure!!");
+    return nullptr;
+}
+
+// An instance of the path with the client's filter, still without properties.
+CMPIInstance *newFiltered(const OxtClass &cls, const OxtCInfo *cInfo, CMPIObjectPath *path, const char **properties) {
+    BUILDER_TRACE("CMNewInstance()");
+    CMPIStatus rc = {CMPI_RC_OK, nullptr};
+    CMPIInstance *instance = CMNewInstance(cInfo->broker, path, &rc);
+    if (rc.rc != CMPI_RC_OK || CMIsNullObject(instance)) {
+        BUILDER_FAIL("_OUT_ CMNewInstance() Failure!!");
+        return nullptr;
+    }
+    BUILDER_TRACE("CMSetPropertyFilter()");
+    if (CMSetPropertyFilter(instance, properties, nullptr).rc == CMPI_RC_OK)
+        return instance;
+    BUILDER_FAIL("%s", cls.filterFailure);
+    if (strncmp(cls.filterFailure, "_OUT_", 5) != 0)
+        BUILDER_TRACE("_OUT_");
+    CMRelease(instance);
+    return nullptr;
+}
+
+} // namespace
+
+CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
+    return {rc, CMNewString(cInfo->broker, message, nullptr)};
+}
+
+CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message) {
+    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "%s", trace);
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    return oxtStatus(cInfo, rc, message);
+}
+
+CMPIStatus oxtRefused(const char *function) {
+    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "param(cInfo) Failure!!");
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    return {CMPI_RC_ERR_FAILED, nullptr};
+}
+
+CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop,
+                               const char **properties, const void *record) {
+    BUILDER_TRACE("_IN_");
+    const char *refusal = cInfo == nullptr    ? "_OUT_ param(cInfo) Failure!!"
+                          : cop == nullptr    ? "_OUT_ Param(cop) Failure!!"
+                          : record == nullptr ? cls.refusedRecord
+                                              : nullptr;
+    if (refusal != nullptr) {
+        BUILDER_FAIL("%s", refusal);
+        return nullptr;
+    }
+    CMPIObjectPath *path = newPath(cls, cInfo, cop);
+    if (path == nullptr)
+        return nullptr;
+    CMPIInstance *instance = newFiltered(cls, cInfo, path, properties);
+    if (instance != nullptr) {
+        if (cls.indexKey)
+            addIndexKey(cls, path, record);
+        for (size_t i = 0; i < cls.propertyCount; ++i)
+            setProperty(cls, instance, cls.properties[i], record);
+        BUILDER_TRACE("_OUT_");
+    }
+    CMRelease(path);
+    return instance;
+}
+
+bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                       const CMPIObjectPath *cop, const char **properties, const void *record, CMPIStatus *status) {
+    CMPIInstance *instance = oxtBuildInstance(cls, cInfo, cop, properties, record);
+    if (instance == nullptr) {
+        OXT_TRACE_LINE(cls.buildFailureLevel, function, "%s", cls.buildFailure);
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        *status = oxtStatus(cInfo, CMPI_RC_ERR_FAILED, cls.buildFailed);
+        return false;
+    }
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMReturnInstance()");
+    const bool taken = CMReturnInstance(rslt, instance).rc == CMPI_RC_OK;
+    CMRelease(instance);
+    if (!taken)
+        *status =
+            oxtFailed(function, cInfo, "CMReturnInstance() Failure!!", CMPI_RC_ERR_FAILED, "CMReturnInstance() FAILED");
+    return taken;
+}
+
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+                  CMPIStatus *status) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "%s", cls.readText);
+    const bool read = fsGetInstance(cInfo, cls.cid, records) == 0;
+    if (read && records->datNum > 0 && records->datAdr != nullptr)
+        return true;
+    *status =
+        read && records->datNum <= 0
+            ? oxtFailed(function, cInfo, "fsGetInstance() NoData Failure!!", CMPI_RC_ERR_NOT_FOUND, "NotFound Data")
+            : oxtFailed(function, cInfo, "fsGetInstance() Failure!!", CMPI_RC_ERR_FAILED, "fsGetInstance() FAILED");
+    fsReleaseInstance(records);
+    return false;
+}
+
+CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                           const CMPIObjectPath *cop, const char **properties) {
+    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_IN_");
+    if (cInfo == nullptr)
+        return oxtRefused(function);
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    DatInfo records = {};
+    if (!oxtReadClass(function, cls, cInfo, &records, &status))
+        return status;
+    if (oxtReturnInstance(function, cls, cInfo, rslt, cop, properties, records.datAdr, &status)) {
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMReturnDone()");
+        CMReturnDone(rslt);
+        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    }
+    fsReleaseInstance(&records);
+    return status;
+}

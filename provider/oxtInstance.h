@@ -1,0 +1,78 @@
+// What all class handlers share: a class as a table of its properties, the instance built from the table and a record,
+// the read of a class's records, and the answers of a failed step.
+#ifndef OXT_INSTANCE_H
+#define OXT_INSTANCE_H
+
+#include <cstddef>
+
+#include "oxtCmpi.h"
+#include "oxtFsCommon.h"
+
+// How a property's value lies in the record, and so how it is traced.
+enum OxtField {
+    OXT_FIELD_TEXT,       // char[OXT_FS_TEXT]
+    OXT_FIELD_INDEX_TEXT, // uint16_t, published as decimal text
+    OXT_FIELD_UINT16,
+    OXT_FIELD_SINT16,
+    OXT_FIELD_UINT32,
+    OXT_FIELD_LOW32, // int64_t, of which the property carries the low 32 bits
+};
+
+struct OxtProperty {
+    const char *name;
+    const char *label; // of its trace line
+    CMPIType type;
+    OxtField field;
+    size_t offset; // in the record
+};
+
+// A class and the texts in which its handlers differ.
+struct OxtClass {
+    const char *name;
+    const OxtProperty *properties; // in the order in which they are set
+    size_t propertyCount;
+    bool indexKey;             // the path's key "Index" is the record's Index
+    int cid;                   // of its records; -1 when the store keeps none
+    const char *readText;      // trace of the read
+    const char *builder;       // function name of the instance builder
+    const char *refusedRecord; // trace for a null record
+    const char *filterFailure; // trace for a refused property filter
+    int buildFailureLevel;
+    const char *buildFailure; // trace when no instance could be built
+    const char *buildFailed;  // the same for the client
+};
+
+// One class's row of handlers is called with these.
+typedef CMPIStatus (*OxtInstanceHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
+                                         const char **properties);
+typedef CMPIStatus (*OxtMethodHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *ref,
+                                       const char *methodName, const CMPIArgs *in, CMPIArgs *out);
+
+// A status with a message for the client.
+CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message);
+
+// A failure that ends a handler: traces the line, then "_OUT_", and is the status for the client.
+CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message);
+// A handler called without class info.
+CMPIStatus oxtRefused(const char *function);
+
+// A new instance of the class from a record, released by the caller; null with the failure traced. `properties` is the
+// client's list, null for all.
+CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop,
+                               const char **properties, const void *record);
+
+// Builds the instance and hands it to the result. True when it was taken; else *status is the answer and the exit is
+// traced. *status keeps CMPI_RC_OK otherwise.
+bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                       const CMPIObjectPath *cop, const char **properties, const void *record, CMPIStatus *status);
+
+// Reads the class's records: true with at least one, freed by the caller with fsReleaseInstance; else *status is the
+// answer and the exit is traced.
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+                  CMPIStatus *status);
+
+// GetInstance of a class with one record.
+CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                           const CMPIObjectPath *cop, const char **properties);
+
+#endif

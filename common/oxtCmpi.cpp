@@ -33,17 +33,14 @@ typedef CMPIString *(*PathText)(const CMPIObjectPath *, CMPIStatus *);
 // getNameSpace and getClassName, which differ in the call and two texts.
 char *copyPathText(const char *function, const CMPIObjectPath *cop, PathText get, const char *getName,
                    const char *resultName) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_IN_ cop=[%p]", static_cast<const void *>(cop));
-    if (cop == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ Param(cop) Failure!!");
-        return nullptr;
-    }
+    OXT_TRACE_AS(function, "_IN_ cop=[%p]", static_cast<const void *>(cop));
+    OXT_REQUIRE_AS(function, cop != nullptr, nullptr, "_OUT_ Param(cop) Failure!!");
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     CMPIString *string = get(cop, &rc);
     if (rc.rc != CMPI_RC_OK || CMIsNullObject(string)) {
         if (string != nullptr)
             CMRelease(string);
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ %s() Failure!!", getName);
+        OXT_TRACE_FAIL_AS(function, "_OUT_ %s() Failure!!", getName);
         return nullptr;
     }
     const char *chars = CMGetCharsPtr(string, &rc);
@@ -51,10 +48,10 @@ char *copyPathText(const char *function, const CMPIObjectPath *cop, PathText get
     CMRelease(string);
     if (copy == nullptr || rc.rc != CMPI_RC_OK) {
         free(copy);
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", errno);
+        OXT_TRACE_FAIL_AS(function, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", errno);
         return nullptr;
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ %s=[%p][%s]", resultName, static_cast<void *>(copy), copy);
+    OXT_TRACE_AS(function, "_OUT_ %s=[%p][%s]", resultName, static_cast<void *>(copy), copy);
     return copy;
 }
 
@@ -77,13 +74,13 @@ int cloneAll(const char *function, CMPIEnumeration *enumeration, CMPIArray **out
     if (rc.rc != CMPI_RC_OK) {
         if (array != nullptr)
             CMRelease(array);
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ CMToArray() Failure!! status=[%d]", static_cast<int>(rc.rc));
+        OXT_TRACE_FAIL_AS(function, "_OUT_ CMToArray() Failure!! status=[%d]", static_cast<int>(rc.rc));
         return -1;
     }
     *out = CMClone(array, &rc);
     CMRelease(array);
     if (rc.rc != CMPI_RC_OK || CMIsNullObject(*out)) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ CMClone() Failure!! status=[%d]", static_cast<int>(rc.rc));
+        OXT_TRACE_FAIL_AS(function, "_OUT_ CMClone() Failure!! status=[%d]", static_cast<int>(rc.rc));
         return -1;
     }
     return static_cast<int>(count);

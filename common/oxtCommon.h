@@ -7,6 +7,8 @@
 #define OXT_COMMON_H
 
 #include "oxtCmpi.h"
+#include "oxtFile.h"
+#include "oxtIndex.h"
 #include "oxtMemory.h"
 #include "oxtPaths.h"
 #include "oxtService.h"

@@ -31,11 +31,11 @@ int oxtAreaSize(const DatInfo *area);
 #define OXT_MEMFREE_IN(function, pointer)                                                                              \
     do {                                                                                                               \
         if ((pointer) != nullptr) {                                                                                    \
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memfree(%p)", static_cast<void *>(pointer));                   \
+            OXT_TRACE_AS(function, "memfree(%p)", static_cast<void *>(pointer));                                       \
             free(pointer);                                                                                             \
             (pointer) = nullptr;                                                                                       \
         } else {                                                                                                       \
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memfree already NULL");                                        \
+            OXT_TRACE_AS(function, "memfree already NULL");                                                            \
         }                                                                                                              \
     } while (0)
 

@@ -21,18 +21,18 @@ int readServiceMode(const char *function, const OxtCInfo *cInfo, const CMPIObjec
     CMPIInstance *instance =
         cInfo->context != nullptr ? CBGetInstance(cInfo->broker, cInfo->context, path, nullptr, &rc) : nullptr;
     if (rc.rc != CMPI_RC_OK || CMIsNullObject(instance)) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ CBGetInstance() Failure!!");
+        OXT_TRACE_FAIL_AS(function, "_OUT_ CBGetInstance() Failure!!");
         return -1;
     }
     const CMPIData data = CMGetProperty(instance, AGENT_PROPERTY, &rc);
     const int byte = data.value.boolean;
     CMRelease(instance);
     if (rc.rc != CMPI_RC_OK || (data.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ CMGetProperty() Failure!!");
+        OXT_TRACE_FAIL_AS(function, "_OUT_ CMGetProperty() Failure!!");
         return -1;
     }
     if (byte != 0 && byte != 1) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ getValue() Failure!! boolean=[%d]", byte);
+        OXT_TRACE_FAIL_AS(function, "_OUT_ getValue() Failure!! boolean=[%d]", byte);
         return -1;
     }
     return byte;
@@ -63,36 +63,38 @@ int getServiceMode(const OxtCInfo *cInfo) {
 
 int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex) {
     for (int tries = 0; tries < OXT_WAIT_TRIES;) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_trylock()");
+        OXT_TRACE_AS(function, "pthread_mutex_trylock()");
         const int rc = pthread_mutex_trylock(mutex);
         if (rc == 0) {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_trylock() success");
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+            OXT_TRACE_AS(function, "pthread_mutex_trylock() success");
+            OXT_TRACE_AS(function, "_OUT_");
             return 0;
         }
         if (rc != EBUSY) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "pthread_mutex_trylock() Failure!! errno=[%d]", errno);
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+            OXT_TRACE_FAIL_AS(function, "pthread_mutex_trylock() Failure!! errno=[%d]", errno);
+            OXT_TRACE_AS(function, "_OUT_");
             return -1;
         }
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_trylock() EBUSY...");
+        OXT_TRACE_AS(function, "pthread_mutex_trylock() EBUSY...");
         usleep(OXT_WAIT_MICROS);
         ++tries;
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_trylock() retry(%d)", tries);
+        OXT_TRACE_AS(function, "pthread_mutex_trylock() retry(%d)", tries);
     }
     // "Failre" is how the line has always been written; log filters look for it.
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "pthread_mutex_trylock() retry(%d) Failre!!", OXT_WAIT_TRIES);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_FAIL_AS(function, "pthread_mutex_trylock() retry(%d) Failre!!", OXT_WAIT_TRIES);
+    OXT_TRACE_AS(function, "_OUT_");
     return -1;
 }
 
-void oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_unlock()[%p]", static_cast<void *>(mutex));
-    if (!held || pthread_mutex_unlock(mutex) == 0)
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_unlock success");
+int oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held) {
+    OXT_TRACE_AS(function, "pthread_mutex_unlock()[%p]", static_cast<void *>(mutex));
+    const bool unlocked = !held || pthread_mutex_unlock(mutex) == 0;
+    if (unlocked)
+        OXT_TRACE_AS(function, "pthread_mutex_unlock success");
     else
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "pthread_mutex_unlock Failure!! errno=[%d]", errno);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_FAIL_AS(function, "pthread_mutex_unlock Failure!! errno=[%d]", errno);
+    OXT_TRACE_AS(function, "_OUT_");
+    return unlocked ? 0 : -1;
 }
 
 int nonsrvMutexLock(const OxtCInfo *cInfo, pthread_mutex_t *mutex, bool *held) {

@@ -29,7 +29,7 @@ void mutexUnlock(pthread_mutex_t *mutex, bool held = true);
 
 // The same tries without the service mode: 0 when locked, else -1. The lines carry the caller's function name.
 int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex);
-void oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
+int oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
 
 constexpr int OXT_WAIT_TRIES = 30;            // of every bounded wait
 constexpr unsigned OXT_WAIT_MICROS = 100'000; // between two tries

@@ -1,6 +1,7 @@
 #include "oxtShm.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "oxtFile.h"
 #include "oxtTrace.h"
 
 namespace {
@@ -28,28 +30,30 @@ int guardLock(const OxtCInfo *cInfo, ShmInfo *shm, bool *guarded) {
     return *guarded ? shmMutexLock(&shm->mutex) : 0;
 }
 
-void guardUnlock(ShmInfo *shm, bool guarded) {
-    if (guarded)
-        shmMutexUnlock(&shm->mutex);
+int guardUnlock(ShmInfo *shm, bool guarded) {
+    return guarded ? shmMutexUnlock(&shm->mutex) : 0;
 }
 
 // The key of a key file, which is made when it is missing. False with the failure traced.
 bool keyOf(const char *function, const char *keyFile, key_t *key) {
     if (!exists(keyFile)) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "KeyFile NewCreate(%s)", keyFile);
-        FILE *fp = fopen(keyFile, "w");
-        if (fp == nullptr) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
-            return false;
-        }
-        fclose(fp);
+        OXT_TRACE_AS(function, "KeyFile NewCreate(%s)", keyFile);
+        OXT_REQUIRE_AS(function, oxtOpenFile(keyFile, "w") != nullptr, false,
+                       "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     }
     *key = ftok(keyFile, KEY_PROJECT);
-    if (*key == -1) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
-        return false;
-    }
+    OXT_REQUIRE_AS(function, *key != -1, false, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     return true;
+}
+
+// Removes the segment under a key when it is a dead provider's: made by this user in a process that is gone, and
+// attached by nobody. Once the key file has moved on, nothing would ever find it again.
+void removeOrphan(key_t key) {
+    struct shmid_ds ds = {};
+    const int id = shmget(key, 0, 0);
+    if (id > 0 && shmctl(id, IPC_STAT, &ds) == 0 && ds.shm_perm.uid == geteuid() && ds.shm_nattch == 0 &&
+        kill(ds.shm_cpid, 0) == -1 && errno == ESRCH)
+        shmctl(id, IPC_RMID, nullptr);
 }
 
 // The tries of shmCreate: the new segment's id or -1, and the number of the last try.
@@ -59,18 +63,18 @@ int createUnderFreeKey(const char *function, const char *keyFile, int size, int 
         key_t key = -1;
         if (!keyOf(function, keyFile, &key))
             return -1;
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
+        OXT_TRACE_AS(function, "shmget(0x%08x , %d)", static_cast<unsigned>(key), size);
         const int id = shmget(key, static_cast<size_t>(size), IPC_CREAT | IPC_EXCL | 0600);
         if (id > 0) {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget[%d]=OK. shmId=[%d]", n, id);
+            OXT_TRACE_AS(function, "shmget[%d]=OK. shmId=[%d]", n, id);
             return id;
         }
         if (id == 0) { // an id of 0 could not be told from "none": readers and shmDestroy refuse it
             shmctl(id, IPC_RMID, nullptr);
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id,
-                           errno);
+            OXT_TRACE_AS(function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id, errno);
         } else {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
+            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
+            removeOrphan(key);
         }
         // A new key file has a new inode and so another key; the old one stays until the end, so that its inode is
         // not given out again.
@@ -87,7 +91,7 @@ void removeBackups(const char *function, const char *keyFile) {
         snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         if (!exists(backup))
             return;
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "unlink[%s]", backup);
+        OXT_TRACE_AS(function, "unlink[%s]", backup);
         unlink(backup);
     }
 }
@@ -96,7 +100,7 @@ struct Detach {
     const char *function;
     void operator()(void *address) const {
         if (shmdt(address) == -1)
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmdt Failure!! errno=[%d]", errno);
+            OXT_TRACE_FAIL_AS(function, "_OUT_ shmdt Failure!! errno=[%d]", errno);
     }
 };
 typedef std::unique_ptr<void, Detach> Attachment;
@@ -104,10 +108,8 @@ typedef std::unique_ptr<void, Detach> Attachment;
 // Attaches the segment and keeps its address in the descriptor; null with the failure traced.
 Attachment attach(const char *function, ShmInfo *shm) {
     void *address = shmat(shm->shmId, nullptr, 0);
-    if (address == reinterpret_cast<void *>(-1)) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmat Failure!! errno=[%d]", errno);
-        return Attachment(nullptr, Detach{function});
-    }
+    OXT_REQUIRE_AS(function, address != reinterpret_cast<void *>(-1), Attachment(nullptr, Detach{function}),
+                   "_OUT_ shmat Failure!! errno=[%d]", errno);
     shm->shmAdr = address;
     return Attachment(address, Detach{function});
 }
@@ -133,10 +135,10 @@ int shmMutexLock(pthread_mutex_t *mutex) {
     return oxtMutexTryLock(__func__, mutex);
 }
 
-void shmMutexUnlock(pthread_mutex_t *mutex) {
+int shmMutexUnlock(pthread_mutex_t *mutex) {
     OXT_TRACE("_IN_");
-    OXT_REQUIRE(mutex != nullptr, , "_OUT_ param(mutex) Failure!!");
-    oxtMutexUnlock(__func__, mutex, true);
+    OXT_REQUIRE(mutex != nullptr, -1, "_OUT_ param(mutex) Failure!!");
+    return oxtMutexUnlock(__func__, mutex, true);
 }
 
 int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int size) {
@@ -156,8 +158,11 @@ int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int
     if (id == -1 && tries >= TRY_LIMIT - 1)
         OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", tries);
     removeBackups(__func__, keyFile);
-
-    guardUnlock(shm, guarded);
+    if (guardUnlock(shm, guarded) != 0) {
+        if (id != -1)
+            shmctl(id, IPC_RMID, nullptr); // its id would be lost
+        OXT_FAIL(-1, "_OUT_ thmutex_unlock Failure!!");
+    }
     OXT_TRACE("_OUT_ ret=[%d]", id);
     return id;
 }
@@ -173,7 +178,8 @@ int shmDestroy(const OxtCInfo *cInfo, ShmInfo *shm) {
         OXT_TRACE_FAIL("thmutex_lock Failure!!");
     if (shmctl(shm->shmId, IPC_RMID, nullptr) == -1)
         OXT_TRACE_FAIL("shmctl Failure!! errno=[%d]", errno);
-    guardUnlock(shm, guarded && locked);
+    if (guardUnlock(shm, guarded && locked) != 0)
+        OXT_TRACE_FAIL("thmutex_unlock Failure!!");
     forget(shm);
     OXT_TRACE("_OUT_");
     return 0;
@@ -185,20 +191,14 @@ namespace {
 int matchSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, int cid, const DatInfo *ins,
                  ShmInfo *shm) {
     if (shm->shmNum != 0 && ins->datNum != shm->shmNum) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmDestroy(%d)", cid);
-        if (shmDestroy(cInfo, shm) != 0) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmDestroy(%d) Failure!! errno=[%d]", cid, errno);
-            return -1;
-        }
+        OXT_TRACE_AS(function, "shmDestroy(%d)", cid);
+        OXT_REQUIRE_AS(function, shmDestroy(cInfo, shm) == 0, -1, "shmDestroy(%d) Failure!! errno=[%d]", cid, errno);
     }
     if (ins->datNum != 0 && (shm->shmNum != ins->datNum || shm->shmAdr == nullptr)) {
         const int size = oxtAreaSize(ins);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmCreate(%s,%d,%d)", fnm, cid, size);
+        OXT_TRACE_AS(function, "shmCreate(%s,%d,%d)", fnm, cid, size);
         const int id = shmCreate(cInfo, shm, fnm, cid, size);
-        if (id == -1) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
-            return -1;
-        }
+        OXT_REQUIRE_AS(function, id != -1, -1, "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
         shm->shmId = id;
         shm->shmNum = ins->datNum;
         shm->filled = false;
@@ -241,27 +241,24 @@ enum Direction { TO_SHM, FROM_SHM };
 // Both copies, once the arguments are checked.
 int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm, Direction direction) {
     bool guarded = false;
-    if (guardLock(cInfo, shm, &guarded) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ thmutex_lock Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, guardLock(cInfo, shm, &guarded) == 0, -1, "_OUT_ thmutex_lock Failure!!");
     if (const Attachment segment = attach(function, shm)) {
         const size_t bytes = commonBytes(ins, shm);
         if (direction == TO_SHM) {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])",
-                           ins->datAdr, shm->shmAdr, ins->datSize, ins->datNum);
+            OXT_TRACE_AS(function, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])", ins->datAdr,
+                         shm->shmAdr, ins->datSize, ins->datNum);
             if (bytes > 0)
                 memcpy(segment.get(), ins->datAdr, bytes);
             shm->filled = bytes > 0;
         } else {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])",
-                           shm->shmAdr, ins->datAdr, ins->datSize, shm->shmNum);
+            OXT_TRACE_AS(function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm->shmAdr,
+                         ins->datAdr, ins->datSize, shm->shmNum);
             if (bytes > 0)
                 memcpy(ins->datAdr, segment.get(), bytes);
         }
     }
-    guardUnlock(shm, guarded);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_REQUIRE_AS(function, guardUnlock(shm, guarded) == 0, -1, "_OUT_ thmutex_unlock Failure!!");
+    OXT_TRACE_AS(function, "_OUT_");
     return 0;
 }
 

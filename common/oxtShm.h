@@ -19,9 +19,9 @@ struct ShmInfo {
     bool filled; // setInstToShm has written it since it was made; until then it reads as zeros
 };
 
-// 0 when locked, -1 after 30 tries.
+// A segment's mutex: 0, or -1 after 30 tries; 0, or -1 when it cannot be unlocked.
 int shmMutexLock(pthread_mutex_t *mutex);
-void shmMutexUnlock(pthread_mutex_t *mutex);
+int shmMutexUnlock(pthread_mutex_t *mutex);
 
 // A new segment of mode 0600 for class cid under the key file's base name; its id (above 0), or -1.
 int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int size);

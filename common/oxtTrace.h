@@ -90,20 +90,24 @@ void oxtTraceEnd();
         }                                                                                                              \
     } while (0)
 
-#define OXT_TRACE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, __func__, __VA_ARGS__)
-#define OXT_TRACE_FAIL(...) OXT_TRACE_LINE(OXT_TRACE_FAILURE, __func__, __VA_ARGS__)
+// The same in the function's own name, and in another's: bodies that several functions share trace for their caller.
+#define OXT_TRACE(...) OXT_TRACE_AS(__func__, __VA_ARGS__)
+#define OXT_TRACE_FAIL(...) OXT_TRACE_FAIL_AS(__func__, __VA_ARGS__)
+#define OXT_TRACE_AS(function, ...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+#define OXT_TRACE_FAIL_AS(function, ...) OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, __VA_ARGS__)
 
-// A failure exit: trace the line and return the value.
-#define OXT_FAIL(result, ...)                                                                                          \
+// A failure exit: trace the line and return the value. OXT_REQUIRE does so unless the condition holds.
+#define OXT_FAIL(result, ...) OXT_FAIL_AS(__func__, result, __VA_ARGS__)
+#define OXT_FAIL_AS(function, result, ...)                                                                             \
     do {                                                                                                               \
-        OXT_TRACE_FAIL(__VA_ARGS__);                                                                                   \
+        OXT_TRACE_FAIL_AS(function, __VA_ARGS__);                                                                      \
         return result;                                                                                                 \
     } while (0)
-// The same unless the condition holds: how arguments are refused.
-#define OXT_REQUIRE(condition, result, ...)                                                                            \
+#define OXT_REQUIRE(condition, result, ...) OXT_REQUIRE_AS(__func__, condition, result, __VA_ARGS__)
+#define OXT_REQUIRE_AS(function, condition, result, ...)                                                               \
     do {                                                                                                               \
         if (!(condition))                                                                                              \
-            OXT_FAIL(result, __VA_ARGS__);                                                                             \
+            OXT_FAIL_AS(function, result, __VA_ARGS__);                                                                \
     } while (0)
 
 #endif

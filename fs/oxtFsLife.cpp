@@ -15,44 +15,40 @@ CMPIStatus failed(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
 
 CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     if (terminating) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CleanUp Exit SFCB.");
+        OXT_TRACE_AS(function, "CleanUp Exit SFCB.");
         fsExitThread(cInfo, FS_FROM_CLEANUP);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ rc=[CMPI_RC_OK]");
+        OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
         return {CMPI_RC_OK, nullptr};
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CleanUp TimeOut.");
+    OXT_TRACE_AS(function, "CleanUp TimeOut.");
     const CMPIStatus status = failed(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+    OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
     return status;
 }
 
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "ServiceMode but Non-Thread.");
+    OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
     if (fsDropStore(cInfo, FS_FROM_CLEANUP) != 0) {
         if (gfs_thid.load() != 0) // a start came in between: the library must not go under its thread
             return cleanUpWithThread(function, cInfo, terminating);
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsFreeInstance() Failure!!");
+        OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ rc=[CMPI_RC_OK]");
+    OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
     return {CMPI_RC_OK, nullptr};
 }
 
 // Outside service mode, with the gate closed: saves and frees; *state becomes the provider's new state.
 CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsSetInstance()");
-    if (fsSetInstance(cInfo) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsSetInstance Failure!!");
-        return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
-    }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsFreeInstance()");
-    if (fsFreeInstance(cInfo) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsFreeInstance Failure!!");
-        return failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!");
-    }
+    OXT_TRACE_AS(function, "fsSetInstance()");
+    OXT_REQUIRE_AS(function, fsSetInstance(cInfo) == 0, failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!"),
+                   "fsSetInstance Failure!!");
+    OXT_TRACE_AS(function, "fsFreeInstance()");
+    OXT_REQUIRE_AS(function, fsFreeInstance(cInfo) == 0,
+                   failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
     // The mutexes live as long as the library: a request may follow this clean-up.
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_destroy(%d)", cid);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_mutex_destroy(instMutexFs)");
+        OXT_TRACE_AS(function, "pthread_mutex_destroy(%d)", cid);
+    OXT_TRACE_AS(function, "pthread_mutex_destroy(instMutexFs)");
     *state = OXT_FS_UNINITIALISED;
     return {CMPI_RC_OK, nullptr};
 }
@@ -60,18 +56,18 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) 
 CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo) {
     int state = OXT_FS_UNINITIALISED;
     if (fsGateClose(FS_FROM_CLEANUP, &state) != 0) { // a request is busy with the store: it cannot be saved now
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsSetInstance Failure!!");
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
+        OXT_TRACE_AS(function, "_OUT_");
         return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
     }
     if (state == OXT_FS_UNINITIALISED) {
         fsGateOpen(FS_FROM_CLEANUP, state);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
+        OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
         return {CMPI_RC_OK, nullptr};
     }
     const CMPIStatus status = saveAndFree(function, cInfo, &state);
     fsGateOpen(FS_FROM_CLEANUP, state);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_AS(function, "_OUT_");
     return status;
 }
 

@@ -3,6 +3,7 @@
 #include "oxtFsSnapshot.h"
 #include "oxtFsState.h"
 #include "oxtFsStatus.h"
+#include "oxtIndex.h"
 #include "oxtPaths.h"
 
 namespace {
@@ -10,39 +11,51 @@ namespace {
 // What a pass started from: copies of all classes, so that the merge reads records that nobody changes.
 struct Before {
     DatInfo areas[OXT_CID_FS_COUNT];
+    OxtIndex byKeys; // of the file-system records
     unsigned edits;
 };
 
+unsigned hashOfKeys(const FsProv *prov) {
+    return oxtHash(prov->Name);
+} // the other three keys are always empty
+
+// The records of an area by their keys. A trace shows each record that the search visits, so it gets the walk.
+void indexKeys(OxtIndex *index, const DatInfo *area) {
+    if (oxtTraceOn())
+        *index = {area->datNum, 0, nullptr, nullptr};
+    else
+        oxtIndexMake(index, area->datNum, [&](int i) { return hashOfKeys(&fsProv(area)[i]); });
+}
+
 void releaseBefore(Before *before) {
+    oxtIndexFree(&before->byKeys);
     for (DatInfo &area : before->areas)
         fsReleaseInstance(&area);
 }
 
 // Refreshes the store and copies it. 0, or -1 with the failure traced.
 int takeBefore(const char *function, const OxtCInfo *cInfo, Before *before) {
-    if (fsStoreLock() != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsStoreLock() Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, fsStoreLock() == 0, -1, "_OUT_ fsStoreLock() Failure!!");
     int ret = fsRefreshFromShm(function, cInfo);
     if (ret == 0) {
         for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
             ret |= fsCopyArea(&instFs[cid], &before->areas[cid]);
         if (ret != 0)
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ insDat alloc Failure!!");
+            OXT_TRACE_FAIL_AS(function, "_OUT_ insDat alloc Failure!!");
     }
     before->edits = fsEditCount();
     fsStoreUnlock();
+    indexKeys(&before->byKeys, &before->areas[OXT_CID_FS_PROV]);
     return ret;
 }
 
 void traceKeys(const char *function, const char *side, int position, const FsProv *prov) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "%s[%d] CSCreCNm=[%s] CSName=[%s] CreCNm=[%s] Name=[%s]", side, position,
-                   prov->CSCreationClassName, prov->CSName, prov->CreationClassName, prov->Name);
+    OXT_TRACE_AS(function, "%s[%d] CSCreCNm=[%s] CSName=[%s] CreCNm=[%s] Name=[%s]", side, position,
+                 prov->CSCreationClassName, prov->CSName, prov->CreationClassName, prov->Name);
 }
 
 void traceComparison(const char *function, const FsProv *cur, const FsProv *ins) {
-#define COMPARE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+#define COMPARE(...) OXT_TRACE_AS(function, __VA_ARGS__)
     COMPARE("    Index            =cur[%d] ins[%d]", cur->Index, ins->Index);
     COMPARE("    DriveType        =cur[%d] ins[%d]", cur->DriveType, ins->DriveType);
     COMPARE("    MonThreshold     =cur[%d] ins[%d]", cur->MonitorThreshold, ins->MonitorThreshold);
@@ -64,15 +77,16 @@ void traceComparison(const char *function, const FsProv *cur, const FsProv *ins)
 #undef COMPARE
 }
 
-// The position of the first stored record with the same keys, or -1. Later ones with these keys are never looked at.
-int findStored(const char *function, const DatInfo *stored, const FsProv *cur) {
-    for (int j = 0; j < stored->datNum; ++j) {
+// The first stored record with the same keys, or null. Later ones with these keys are never looked at.
+const FsProv *findStored(const char *function, const DatInfo *stored, const OxtIndex *byKeys, const FsProv *cur) {
+    for (int j = oxtIndexFirst(byKeys, hashOfKeys(cur)); j >= 0; j = oxtIndexNext(byKeys, j)) {
         const FsProv *ins = &fsProv(stored)[j];
-        traceKeys(function, "ins", j, ins);
+        if (function != nullptr)
+            traceKeys(function, "ins", j, ins);
         if (fsSameKeys(ins, cur))
-            return j;
+            return ins;
     }
-    return -1;
+    return nullptr;
 }
 
 // A client's settings go over to the new record. Thresholds are amounts of a size: another size takes its own defaults.
@@ -105,18 +119,19 @@ void mergeNew(const OxtCInfo *cInfo, const FsProv *cur) {
         fsPutAlert(evId, cur);
 }
 
-void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const DatInfo *stored) {
+void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const Before *before) {
+    const DatInfo *stored = &before->areas[OXT_CID_FS_PROV];
     for (int i = 0; i < current->datNum; ++i) {
         FsProv *cur = &fsProv(current)[i];
         traceKeys(function, "Cur", i, cur);
-        const int j = findStored(function, stored, cur);
-        if (j < 0) {
+        const FsProv *ins = findStored(function, stored, &before->byKeys, cur);
+        if (ins == nullptr) {
             mergeNew(cInfo, cur);
             continue;
         }
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Find! (%d)", j);
-        traceComparison(function, cur, &fsProv(stored)[j]);
-        mergeKnown(cInfo, cur, &fsProv(stored)[j]);
+        OXT_TRACE_AS(function, "Find! (%d)", static_cast<int>(ins - fsProv(stored)));
+        traceComparison(function, cur, ins);
+        mergeKnown(cInfo, cur, ins);
     }
 }
 
@@ -126,15 +141,15 @@ void keepLateSettings(const DatInfo *current, const Before *before) {
     if (fsEditCount() == before->edits)
         return;
     const DatInfo *live = &instFs[OXT_CID_FS_PROV];
+    OxtIndex byKeys = {};
+    oxtIndexMake(&byKeys, live->datAdr != nullptr ? live->datNum : 0,
+                 [&](int i) { return hashOfKeys(&fsProv(live)[i]); });
     for (int i = 0; i < current->datNum; ++i) {
         FsProv *cur = &fsProv(current)[i];
-        for (int j = 0; live->datAdr != nullptr && j < live->datNum; ++j) {
-            if (fsSameKeys(&fsProv(live)[j], cur)) {
-                keepSettings(cur, &fsProv(live)[j]);
-                break;
-            }
-        }
+        if (const FsProv *ins = findStored(nullptr, live, &byKeys, cur))
+            keepSettings(cur, ins);
     }
+    oxtIndexFree(&byKeys);
 }
 
 // Gives the file-system area and its segment the new count. 0, or -1 with the area left usable as it was.
@@ -142,29 +157,23 @@ int resize(const char *function, const OxtCInfo *cInfo, int count) {
     DatInfo *area = &instFs[OXT_CID_FS_PROV];
     const int held = area->datAdr != nullptr ? area->datNum : 0;
     area->datNum = count;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "reallocDatArea(%s,%d,instFs,shmFs)", OXT_PATH_SHMKEY, OXT_CID_FS_PROV);
+    OXT_TRACE_AS(function, "reallocDatArea(%s,%d,instFs,shmFs)", OXT_PATH_SHMKEY, OXT_CID_FS_PROV);
     if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0)
         return 0;
     area->datNum = area->datAdr != nullptr ? held : 0; // never a count that the block does not hold
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "reallocDatArea() Failure!!");
+    OXT_TRACE_FAIL_AS(function, "reallocDatArea() Failure!!");
     return -1;
 }
 
 // Copies the merged records over the stored ones. 0, or -1 with the failure traced.
 int install(const char *function, const DatInfo *current) {
     FsTnum *tnum = fsTnum(instFs);
-    if (tnum == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, tnum != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!");
     tnum->FileSystemTotalNumber = static_cast<uint16_t>(current->datNum);
     if (current->datNum < 1)
         return 0;
     FsProv *prov = fsProv(&instFs[OXT_CID_FS_PROV]);
-    if (prov == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, prov != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
     for (int i = 0; i < current->datNum; ++i)
         prov[i] = fsProv(current)[i];
     return 0;
@@ -176,25 +185,25 @@ int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current,
     keepLateSettings(current, before);
     if (current->datNum != instFs[OXT_CID_FS_PROV].datNum && resize(function, cInfo, current->datNum) != 0) {
         OXT_MEMFREE_IN(function, current->datAdr);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_AS(function, "_OUT_");
         return -1;
     }
     const int installed = install(function, current);
     OXT_MEMFREE_IN(function, current->datAdr);
     if (installed != 0)
         return -1;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsCheckConfigChange - after -");
+    OXT_TRACE_AS(function, "fsCheckConfigChange - after -");
     fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
     return fsPublishToShm(function, cInfo);
 }
 
 int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
     const int stored = before->areas[OXT_CID_FS_PROV].datNum;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "curNum[%d] instNum[%d]", current->datNum, stored);
+    OXT_TRACE_AS(function, "curNum[%d] instNum[%d]", current->datNum, stored);
     if (current->datNum != stored && getServiceMode(cInfo) == 1)
         fsPutAlert(OXT_ALERTID_CONFIG_CHANGE, nullptr);
     if (fsStoreLock() != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsStoreLock() Failure!!");
+        OXT_TRACE_FAIL_AS(function, "_OUT_ fsStoreLock() Failure!!");
         OXT_MEMFREE_IN(function, current->datAdr);
         return -1;
     }
@@ -206,18 +215,17 @@ int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const
 // The fresh inventory, merged. 0, or -1 with the failure traced.
 int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
     const DatInfo *stored = &before->areas[OXT_CID_FS_PROV];
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsCheckConfigChange - before -");
+    OXT_TRACE_AS(function, "fsCheckConfigChange - before -");
     fsLogDumpInstanceDat(OXT_DUMP_ALL, before->areas);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetCurrentInfo()");
+    OXT_TRACE_AS(function, "fsGetCurrentInfo()");
     if (fsGetCurrentInfo(cInfo, current) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsGetCurrentInfo Failure!!");
+        OXT_TRACE_FAIL_AS(function, "fsGetCurrentInfo Failure!!");
         OXT_MEMFREE_IN(function, current->datAdr);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_AS(function, "_OUT_");
         return -1;
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "curDat.datNum=[%d] instFs.datNum=[%d]", current->datNum,
-                   stored->datNum);
-    mergeAll(function, cInfo, current, stored);
+    OXT_TRACE_AS(function, "curDat.datNum=[%d] instFs.datNum=[%d]", current->datNum, stored->datNum);
+    mergeAll(function, cInfo, current, before);
     return 0;
 }
 

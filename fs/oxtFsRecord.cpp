@@ -13,7 +13,7 @@ constexpr DatInfo START[OXT_CID_FS_COUNT] = {
 };
 
 void dumpProv(const char *function, const FsProv *prov) {
-#define DUMP(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+#define DUMP(...) OXT_TRACE_AS(function, __VA_ARGS__)
     DUMP("    Index                    =[%d]", prov->Index);
     DUMP("    CSCreationClassName      =[%s]", prov->CSCreationClassName);
     DUMP("    CSName                   =[%s]", prov->CSName);

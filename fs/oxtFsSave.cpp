@@ -14,16 +14,12 @@ char *makeImage(const char *function, const DatInfo ins[], int *size) {
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         if (ins[cid].datNum <= 0)
             continue;
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datCur[%d] Size=[%d]*Num=[%d]", cid, ins[cid].datSize,
-                       ins[cid].datNum);
+        OXT_TRACE_AS(function, "datCur[%d] Size=[%d]*Num=[%d]", cid, ins[cid].datSize, ins[cid].datNum);
         *size += static_cast<int>(areaBytes(ins[cid]));
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "outputSize=[%d]", *size);
+    OXT_TRACE_AS(function, "outputSize=[%d]", *size);
     char *image = static_cast<char *>(memalloc(*size));
-    if (image == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ outputAdr alloc Failure!!");
-        return nullptr;
-    }
+    OXT_REQUIRE_AS(function, image != nullptr, nullptr, "_OUT_ outputAdr alloc Failure!!");
     memcpy(image, OXT_DAT_FS_VERNAME, OXT_DAT_FS_VERSIZE);
     char *at = image + OXT_DAT_FS_VERSIZE;
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {

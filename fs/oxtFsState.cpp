@@ -1,10 +1,9 @@
 #include "oxtFsState.h"
 
-#include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 
+#include "oxtFile.h"
 #include "oxtFsSave.h"
 #include "oxtPaths.h"
 
@@ -22,9 +21,21 @@ namespace {
 
 unsigned edits; // guarded by the store lock
 
-struct CloseFile {
-    void operator()(FILE *fp) const { fclose(fp); }
-};
+// The watch thread and a client's change may write the save file at the same time, and no lock is held across a write
+// that could stall. Whoever overlapped another writes once more: the last to end has then written alone.
+constexpr int SAVE_ROUNDS = 3;
+std::atomic<unsigned> savesBegun{0};
+std::atomic<unsigned> savesEnded{0};
+
+FsSaved writeSaveFile(const char *function) {
+    OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
+    const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb");
+    OXT_REQUIRE_AS(function, fp != nullptr, FS_SAVE_NOT_OPENED, "_OUT_ fopen Failure!! err=[%d]", errno);
+    OXT_TRACE_AS(function, "fsPutBinFile()");
+    const int ret = fsPutBinFile(fp.get(), instFs, &fsStoreMutex);
+    OXT_TRACE_AS(function, "fclose");
+    return ret == 0 ? FS_SAVED : FS_SAVE_NOT_WRITTEN;
+}
 
 bool isSameFileSystem(const FsProv *a, const FsProv *b) {
     return fsSameKeys(a, b) && strcmp(a->_root, b->_root) == 0 && a->_FileSystemSize == b->_FileSystemSize;
@@ -72,16 +83,14 @@ unsigned fsEditCount() {
 
 int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo) {
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
+        OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
         if (shmFs[cid].shmNum <= 0) {
             fsReleaseInstance(&instFs[cid]);
             continue;
         }
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setShmToInst(%d)", cid);
-        if (setShmToInst(cInfo, &shmFs[cid], &instFs[cid]) != 0) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setShmToInst(%d) Failure!!", cid);
-            return -1;
-        }
+        OXT_TRACE_AS(function, "setShmToInst(%d)", cid);
+        OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[cid], &instFs[cid]) == 0, -1,
+                       "_OUT_ setShmToInst(%d) Failure!!", cid);
     }
     fsEndTexts(&instFs[OXT_CID_FS_PROV]);
     return 0;
@@ -91,26 +100,24 @@ int fsPublishToShm(const char *function, const OxtCInfo *cInfo) {
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         if (instFs[cid].datNum <= 0)
             continue;
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setInstToShm(%d)", cid);
-        if (setInstToShm(cInfo, &instFs[cid], &shmFs[cid]) != 0) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setInstToShm(%d) Failure!!", cid);
-            return -1;
-        }
+        OXT_TRACE_AS(function, "setInstToShm(%d)", cid);
+        OXT_REQUIRE_AS(function, setInstToShm(cInfo, &instFs[cid], &shmFs[cid]) == 0, -1,
+                       "_OUT_ setInstToShm(%d) Failure!!", cid);
     }
     return 0;
 }
 
 FsSaved fsSaveStore(const char *function) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fopen[%s]", OXT_PATH_SAVE);
-    std::unique_ptr<FILE, CloseFile> fp(fopen(OXT_PATH_SAVE, "wb"));
-    if (fp == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fopen Failure!! err=[%d]", errno);
-        return FS_SAVE_NOT_OPENED;
+    FsSaved saved = FS_SAVED;
+    for (int round = 0; round < SAVE_ROUNDS; ++round) {
+        const unsigned begun = savesBegun.fetch_add(1) + 1;
+        const bool alone = savesEnded.load() == begun - 1;
+        saved = writeSaveFile(function);
+        savesEnded.fetch_add(1);
+        if (alone && savesBegun.load() == begun)
+            break;
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsPutBinFile()");
-    const int ret = fsPutBinFile(fp.get(), instFs, &fsStoreMutex);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fclose");
-    return ret == 0 ? FS_SAVED : FS_SAVE_NOT_WRITTEN;
+    return saved;
 }
 
 int fsCopyArea(const DatInfo *from, DatInfo *to) {

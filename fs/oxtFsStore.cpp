@@ -1,9 +1,8 @@
 #include "oxtFsStore.h"
 
-#include <cstdio>
-#include <memory>
 #include <sys/shm.h>
 
+#include "oxtFile.h"
 #include "oxtFsPass.h"
 #include "oxtFsSave.h"
 #include "oxtFsSnapshot.h"
@@ -14,10 +13,6 @@
 namespace {
 
 constexpr FsConf DEFAULT_CONF = {60, 10, 3600, 60};
-
-struct CloseFile {
-    void operator()(FILE *fp) const { fclose(fp); }
-};
 
 // What a failed initialisation left in place would be forgotten by the next one, once for each request that tries.
 void clearLeftovers() {
@@ -36,43 +31,35 @@ void clearLeftovers() {
 
 int allocateSmallRecords(const char *function) {
     instFs[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));
-    if (instFs[OXT_CID_FS_CONF].datAdr == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ FsConf alloc Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, instFs[OXT_CID_FS_CONF].datAdr != nullptr, -1, "_OUT_ FsConf alloc Failure!!");
     instFs[OXT_CID_FS_TNUM].datAdr = memalloc(sizeof(FsTnum));
-    if (instFs[OXT_CID_FS_TNUM].datAdr == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ FsTnum alloc Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, instFs[OXT_CID_FS_TNUM].datAdr != nullptr, -1, "_OUT_ FsTnum alloc Failure!!");
     return 0;
 }
 
 // True when the save file filled all classes.
 bool loadSaved(const char *function) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fopen-check[%s]", OXT_PATH_SAVE);
+    OXT_TRACE_AS(function, "fopen-check[%s]", OXT_PATH_SAVE);
     // "r+": a file that could not be written back is treated as absent.
-    std::unique_ptr<FILE, CloseFile> fp(fopen(OXT_PATH_SAVE, "r+"));
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fp=[%p]", static_cast<void *>(fp.get()));
+    OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "r+");
+    OXT_TRACE_AS(function, "fp=[%p]", static_cast<void *>(fp.get()));
     if (fp == nullptr)
         return false;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetBinFile()");
+    OXT_TRACE_AS(function, "fsGetBinFile()");
     const bool loaded = fsGetBinFile(fp.get(), instFs) == 0;
     fp.reset();
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fclose");
+    OXT_TRACE_AS(function, "fclose");
     if (!loaded)
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetBinFile() Not read");
+        OXT_TRACE_AS(function, "fsGetBinFile() Not read");
     return loaded;
 }
 
 // The machine as it is now, with the default configuration. 0, or -1 with the failure traced.
 int takeDefaults(const char *function, const OxtCInfo *cInfo) {
     fsReleaseInstance(&instFs[OXT_CID_FS_PROV]); // a rejected save file may have filled it
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsGetCurrentInfo()");
-    if (fsGetCurrentInfo(cInfo, &instFs[OXT_CID_FS_PROV]) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsGetCurrentInfo() Failure!!");
-        return -1;
-    }
+    OXT_TRACE_AS(function, "fsGetCurrentInfo()");
+    OXT_REQUIRE_AS(function, fsGetCurrentInfo(cInfo, &instFs[OXT_CID_FS_PROV]) == 0, -1,
+                   "_OUT_ fsGetCurrentInfo() Failure!!");
     const int count = instFs[OXT_CID_FS_PROV].datNum;
     *fsConf(instFs) = DEFAULT_CONF;
     fsTnum(instFs)->FileSystemTotalNumber = static_cast<uint16_t>(count);
@@ -83,13 +70,11 @@ int takeDefaults(const char *function, const OxtCInfo *cInfo) {
 }
 
 int publishNew(const char *function, const OxtCInfo *cInfo) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- to shm -");
+    OXT_TRACE_AS(function, "- to shm -");
     fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmNew(%d,%s)", OXT_CID_FS_PROV, OXT_PATH_SHMKEY);
-    if (shmNew(cInfo, OXT_CID_FS_PROV, OXT_PATH_SHMKEY, instFs, shmFs) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ shmNew() Failure!!");
-        return -1;
-    }
+    OXT_TRACE_AS(function, "shmNew(%d,%s)", OXT_CID_FS_PROV, OXT_PATH_SHMKEY);
+    OXT_REQUIRE_AS(function, shmNew(cInfo, OXT_CID_FS_PROV, OXT_PATH_SHMKEY, instFs, shmFs) == 0, -1,
+                   "_OUT_ shmNew() Failure!!");
     return fsPublishToShm(function, cInfo);
 }
 
@@ -101,7 +86,7 @@ bool watchKeepsCurrent(const OxtCInfo *cInfo) {
 int handOut(const DatInfo *from, DatInfo *out) {
     const int ret = fsCopyArea(from, out);
     if (ret != 0)
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, "fsGetInstance", "outDat alloc Failure!!");
+        OXT_TRACE_FAIL_AS("fsGetInstance", "outDat alloc Failure!!");
     return ret;
 }
 
@@ -111,18 +96,16 @@ int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatI
     DatInfo *area = &instFs[classId];
     DatInfo shown[OXT_CID_FS_COUNT] = {};
     if (shmFs[classId].shmNum > 0 && shmFs[classId].filled) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setShmToInst(%d)", classId);
-        if (setShmToInst(cInfo, &shmFs[classId], area) != 0) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setShmToInst(%d) Failure!!", classId);
-            return -1;
-        }
+        OXT_TRACE_AS(function, "setShmToInst(%d)", classId);
+        OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[classId], area) == 0, -1,
+                       "_OUT_ setShmToInst(%d) Failure!!", classId);
         if (classId == OXT_CID_FS_PROV)
             fsEndTexts(area);
         shown[classId] = *area;
     } else {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "shmFs[%d].shmNum=0", classId);
+        OXT_TRACE_AS(function, "shmFs[%d].shmNum=0", classId);
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- return TRUE classID=[%d]-", classId);
+    OXT_TRACE_AS(function, "- return TRUE classID=[%d]-", classId);
     fsLogDumpInstanceDat(classId, shown);
     shown[classId].datSize = area->datSize;
     return handOut(&shown[classId], out);
@@ -130,12 +113,10 @@ int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatI
 
 // The configuration without a running thread: nothing changes it but clients, so no pass is needed.
 int readConfig(const char *function, const OxtCInfo *cInfo, DatInfo *out) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "setShmToInst(%d)", OXT_CID_FS_CONF);
-    if (setShmToInst(cInfo, &shmFs[OXT_CID_FS_CONF], &instFs[OXT_CID_FS_CONF]) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setShmToInst(%d) Failure!!", OXT_CID_FS_CONF);
-        return -1;
-    }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "- return Config -");
+    OXT_TRACE_AS(function, "setShmToInst(%d)", OXT_CID_FS_CONF);
+    OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[OXT_CID_FS_CONF], &instFs[OXT_CID_FS_CONF]) == 0, -1,
+                   "_OUT_ setShmToInst(%d) Failure!!", OXT_CID_FS_CONF);
+    OXT_TRACE_AS(function, "- return Config -");
     fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);
     return handOut(&instFs[OXT_CID_FS_CONF], out);
 }
@@ -146,10 +127,7 @@ int readClass(const char *function, const OxtCInfo *cInfo, int classId, DatInfo 
     int ret = 0;
     if (!fromWatch && classId != OXT_CID_FS_CONF)
         ret = fsCheckConfigChange(cInfo);
-    if (fsStoreLock() != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsStoreLock() Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, fsStoreLock() == 0, -1, "fsStoreLock() Failure!!");
     int copied = 0;
     if (fromWatch) {
         copied = readFromWatch(function, cInfo, classId, out);
@@ -164,7 +142,7 @@ int readClass(const char *function, const OxtCInfo *cInfo, int classId, DatInfo 
     if (copied == 0 && classId == OXT_CID_FS_CONF) {
         const FsConf *conf = static_cast<FsConf *>(out->datAdr);
         if (conf == nullptr) {
-            OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+            OXT_TRACE_FAIL_AS(function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
             *traced = true;
             return -1;
         }
@@ -176,12 +154,9 @@ int readClass(const char *function, const OxtCInfo *cInfo, int classId, DatInfo 
 // The steps of fsSetInstance that need the store lock. 0, or -1 with the failure traced.
 int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
     const FsConf *conf = fsConf(instFs);
-    if (conf == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, conf != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
     if (edit != nullptr && fsApplyEdit(edit) != 0) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ fsApplyEdit() Failure!!");
+        OXT_TRACE_FAIL_AS(function, "_OUT_ fsApplyEdit() Failure!!");
         return -1;
     }
     gfs_SleepSec.store(conf->MonitorCycle);

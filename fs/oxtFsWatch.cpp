@@ -34,13 +34,13 @@ void dropThreadInfo(const char *function) {
 
 // Cancels and joins. False when the thread is still busy after all the waiting.
 bool stopThread(const char *function) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_cancel(%d)", static_cast<int>(gfs_thid.load()));
+    OXT_TRACE_AS(function, "pthread_cancel(%d)", static_cast<int>(gfs_thid.load()));
     oxtThreadCancel(&gfs_thid);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "pthread_join()");
+    OXT_TRACE_AS(function, "pthread_join()");
     errno = oxtThreadJoin(&gfs_thid, JOIN_SECONDS);
     if (errno == 0)
         return true;
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "pthread_join Failure!! errno=[%d]", errno);
+    OXT_TRACE_FAIL_AS(function, "pthread_join Failure!! errno=[%d]", errno);
     return false;
 }
 

@@ -1,6 +1,8 @@
 #include "oxtFsDevice.h"
 
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <sys/stat.h>
@@ -76,15 +78,25 @@ bool skipToSection(LineReader *reader, const char *heading) {
     return false;
 }
 
+// A number and a word, whatever space lies around them.
+bool parseDriver(const char *line, DeviceInfo *entry) {
+    char *end = nullptr;
+    const long major = strtol(line, &end, 10);
+    const char *name = end + strspn(end, " \t\n\v\f\r");
+    const size_t length = strcspn(name, " \t\n\v\f\r");
+    if (end == line || length == 0 || major < INT_MIN || major > INT_MAX)
+        return false;
+    entry->major = static_cast<int>(major);
+    snprintf(entry->name, sizeof entry->name, "%.*s", static_cast<int>(length), name);
+    return true;
+}
+
 // Appends the entry of one line; what is no entry is passed over. False without memory.
 bool appendDriver(const char *function, const char *line, DeviceInfo ***tail, int *count) {
     DeviceInfo *entry = static_cast<DeviceInfo *>(memalloc(sizeof(DeviceInfo)));
-    if (entry == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "memalloc() Failure!!");
-        return false;
-    }
-    if (sscanf(line, "%d %131s", &entry->major, entry->name) == 2) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Major=[%d] Name=[%s]", entry->major, entry->name);
+    OXT_REQUIRE_AS(function, entry != nullptr, false, "memalloc() Failure!!");
+    if (parseDriver(line, entry)) {
+        OXT_TRACE_AS(function, "Major=[%d] Name=[%s]", entry->major, entry->name);
         **tail = entry;
         *tail = &entry->next;
         ++*count;
@@ -101,16 +113,28 @@ bool readSection(const char *function, LineReader *reader, DeviceInfo **list, in
         char *feed = line + strlen(line) - 1;
         if (*feed == '\n')
             *feed = '\0';
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fgets() line=[%s]", line);
+        OXT_TRACE_AS(function, "fgets() line=[%s]", line);
         if (!appendDriver(function, line, &tail, count))
             return false;
     }
     return true;
 }
 
+// The drivers of a kind. A trace shows each look at the text; while nobody traces, a snapshot parses it once.
+int driversOf(const FsSystem *system, int kind, DeviceInfo **list) {
+    int count = 0;
+    if (oxtTraceOn() || kind < 0 || kind > 1)
+        return getDeviceInfo(system, kind, list, &count);
+    if (!system->driversParsed[kind] && getDeviceInfo(system, kind, &system->driverLists[kind], &count) != 0)
+        return -1;
+    system->driversParsed[kind] = true;
+    *list = system->driverLists[kind];
+    return 0;
+}
+
 const DeviceInfo *findDriver(const char *function, const DeviceInfo *list, int major) {
     for (; list != nullptr; list = list->next) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "Curr->Major=[%d] Name=[%s]", list->major, list->name);
+        OXT_TRACE_AS(function, "Curr->Major=[%d] Name=[%s]", list->major, list->name);
         if (list->major == major)
             return list;
     }
@@ -124,7 +148,7 @@ int typeByFileSystem(const char *function, const char *RootPNm) {
     if (statfs(RootPNm, &st) != 0)
         st = {};
     const unsigned type = static_cast<unsigned>(st.f_type);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "statfs.type=[0x%08x]", type);
+    OXT_TRACE_AS(function, "statfs.type=[0x%08x]", type);
     return type == MAGIC_ISO9660 || type == MAGIC_UDF ? OXT_DRIVE_OPTICAL : OXT_DRIVE_FIXED;
 }
 
@@ -165,6 +189,14 @@ int getDeviceInfo(const FsSystem *system, int kind, DeviceInfo **list, int *coun
     return 0;
 }
 
+void fsFreeDrivers(DeviceInfo *list) {
+    while (list != nullptr) {
+        DeviceInfo *next = list->next;
+        free(list);
+        list = next;
+    }
+}
+
 void freeDeviceInfo(DeviceInfo **list) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(list != nullptr, , "_OUT_ param Failure!!");
@@ -183,9 +215,9 @@ int getDevName(const FsSystem *system, char *devName, char *fsType, const char *
     OXT_REQUIRE(RootPNm != nullptr, -1, "_OUT_ param(RootPNm) Failure!!");
     OXT_REQUIRE(system->mountsRead, -1, "_OUT_ setmntent(/etc/mtab) Failure!!");
     int ret = -1;
-    for (size_t i = 0; i < system->mountCount && ret != 0; ++i) {
+    for (int i = -1; ret != 0 && (i = fsNextMountOn(system, RootPNm, i)) >= 0;) {
         const FsMount &mount = system->mounts[i];
-        if (strcmp(mount.dir, RootPNm) != 0 || fsTypeLayered(mount.type))
+        if (fsTypeLayered(mount.type))
             continue;
         snprintf(devName, OXT_DEVICE_SIZE, "%s", mount.fsname);
         snprintf(fsType, TYPE_SIZE, "%s", mount.type);
@@ -214,12 +246,12 @@ int getDevType(const FsSystem *system, int major, const char *RootPNm, int isBlo
     OXT_REQUIRE(RootPNm != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(RootPNm) Failure!!");
     OXT_REQUIRE(devName != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(devName) Failure!!");
     DeviceInfo *list = nullptr;
-    int count = 0;
-    const bool read = getDeviceInfo(system, isBlock, &list, &count) == 0;
+    const bool read = driversOf(system, isBlock, &list) == 0;
     OXT_REQUIRE(read, OXT_DRIVE_UNKNOWN, "_OUT_ getDeviceInfo() Failure!!");
     const DeviceInfo *driver = findDriver(__func__, list, major);
     const int retType = driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName) : OXT_DRIVE_UNKNOWN;
-    freeDeviceInfo(&list);
+    if (!system->driversParsed[isBlock])
+        freeDeviceInfo(&list);
     OXT_TRACE("_OUT_ retType=[%d]", retType);
     return retType;
 }

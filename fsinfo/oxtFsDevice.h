@@ -18,6 +18,7 @@ enum FsDriverKind : int { OXT_DRIVER_CHARACTER = 0, OXT_DRIVER_BLOCK = 1 };
 int getDeviceInfo(int kind, DeviceInfo **list, int *count);
 int getDeviceInfo(const FsSystem *system, int kind, DeviceInfo **list, int *count);
 void freeDeviceInfo(DeviceInfo **list);
+void fsFreeDrivers(DeviceInfo *list); // the same without a trace line
 
 // Device (255 bytes) and type (10 bytes) of the first entry mounted on RootPNm that is not layered; longer texts are
 // cut. 0, or -1 when there is none or the table could not be read.

@@ -1,7 +1,9 @@
 #include "oxtFsMount.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <strings.h>
 #include <sys/vfs.h>
 
@@ -35,12 +37,17 @@ const char *extFamily(const char *type) {
     return nullptr;
 }
 
-// The list of GetMountPointStrings while it grows. `used` is the write position; the bytes from there on are zero.
+struct FreeFlags {
+    void operator()(bool *flags) const { free(flags); }
+};
+
+// The list of GetMountPointStrings while it grows.
 struct MountList {
     char *buf;
     size_t size;
-    size_t used;
+    size_t used; // the write position; the bytes from there on are zero
     long long count;
+    bool *listed; // by the first entry on a directory: it stands in the list
 };
 
 char *findInList(const MountList &list, const char *dir) {
@@ -50,7 +57,8 @@ char *findInList(const MountList &list, const char *dir) {
     return nullptr;
 }
 
-void removeFromList(MountList *list, char *text) {
+void removeFromList(MountList *list, const char *dir) {
+    char *text = findInList(*list, dir);
     const size_t length = strlen(text) + 1;
     const char *behind = text + length;
     const size_t rest = static_cast<size_t>(list->buf + list->used - behind);
@@ -71,17 +79,19 @@ bool addToList(MountList *list, const char *dir) {
     return true;
 }
 
-void takeMount(const char *function, MountList *list, const FsMount &mount) {
-#define LIST_TRACE(text) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, text " device[%s]", mount.fsname)
-    char *found = findInList(*list, mount.dir);
+void takeMount(const char *function, const FsSystem *system, MountList *list, const FsMount &mount) {
+#define LIST_TRACE(text) OXT_TRACE_AS(function, text " device[%s]", mount.fsname)
+    bool &listed = list->listed[fsNextMountOn(system, mount.dir, -1)];
     if (fsTypeMatches(mount.type, "ECRYPTFS") && fsTypeMatches(mount.type, "ROOTFS")) {
         LIST_TRACE("ignore");
     } else if (!fsTypeAccepted(mount.type) || mount.dir[0] == '\0') { // an empty text would end the list
         LIST_TRACE("jump over");
-    } else if (found != nullptr) { // mounted over, or bound onto itself: neither occurrence can be measured by its name
-        removeFromList(list, found);
+    } else if (listed) { // mounted over, or bound onto itself: neither occurrence can be measured by its name
+        removeFromList(list, mount.dir);
+        listed = false;
         LIST_TRACE("remove");
     } else if (addToList(list, mount.dir)) {
+        listed = true;
         LIST_TRACE("add");
     }
 #undef LIST_TRACE
@@ -89,12 +99,11 @@ void takeMount(const char *function, MountList *list, const FsMount &mount) {
 
 // The last entry on the mount point that is not layered, or null.
 const FsMount *lastMountOn(const FsSystem *system, const char *RootPNm) {
-    for (size_t i = system->mountCount; i > 0; --i) {
-        const FsMount &mount = system->mounts[i - 1];
-        if (strcmp(mount.dir, RootPNm) == 0 && !fsTypeLayered(mount.type))
-            return &mount;
-    }
-    return nullptr;
+    const FsMount *last = nullptr;
+    for (int i = -1; (i = fsNextMountOn(system, RootPNm, i)) >= 0;)
+        if (!fsTypeLayered(system->mounts[i].type))
+            last = &system->mounts[i];
+    return last;
 }
 
 // Writes a family name; false when the buffer is too small for it.
@@ -108,11 +117,10 @@ bool writeName(char *buf, int size, const char *name) {
 // The family of the ext magic by the mount table: each entry on the mount point writes its name, so the last decides.
 // An ext file system of another type is "OTHER", cut to the buffer.
 bool writeExtFamily(const FsSystem *system, char *buf, int size, const char *RootPNm) {
-    for (size_t i = 0; i < system->mountCount; ++i) {
-        const FsMount &mount = system->mounts[i];
-        if (strcmp(mount.dir, RootPNm) != 0 || fsTypeLayered(mount.type))
+    for (int i = -1; (i = fsNextMountOn(system, RootPNm, i)) >= 0;) {
+        if (fsTypeLayered(system->mounts[i].type))
             continue;
-        const char *name = extFamily(mount.type);
+        const char *name = extFamily(system->mounts[i].type);
         if (name == nullptr)
             snprintf(buf, size > 0 ? static_cast<size_t>(size) : 0, "%s", OTHER);
         else if (!writeName(buf, size, name))
@@ -142,9 +150,11 @@ long long GetMountPointStrings(const FsSystem *system, int BufLen, char *Buf) {
     OXT_TRACE("_IN_ BufLen=[%d]", BufLen);
     OXT_REQUIRE(system->mountsRead, 0, "_OUT_ setmntent[/etc/mtab] Failure!!");
     OXT_REQUIRE(Buf != nullptr && BufLen > 0, 0, "_OUT_ param(Buf) Failure!!");
-    MountList list = {Buf, static_cast<size_t>(BufLen), 0, 0};
+    const std::unique_ptr<bool, FreeFlags> listed(static_cast<bool *>(calloc(system->mountCount + 1, sizeof(bool))));
+    OXT_REQUIRE(listed != nullptr, 0, "_OUT_ listed alloc Failure!!");
+    MountList list = {Buf, static_cast<size_t>(BufLen), 0, 0, listed.get()};
     for (size_t i = 0; i < system->mountCount; ++i)
-        takeMount(__func__, &list, system->mounts[i]);
+        takeMount(__func__, system, &list, system->mounts[i]);
     Buf[list.used] = '\0';
     OXT_TRACE("_OUT_ iSize=[%d], Buf=[%s]", static_cast<int>(list.count), Buf);
     return list.count;

@@ -42,11 +42,10 @@ int countCandidates(const char *function, const FsSystem *system) {
         struct stat device = {};
         struct statfs st = {};
         if (stat(mount.fsname, &device) == 0 && statfs(mount.dir, &st) == 0) {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsname=[%s] dir=[%s] type=[%s]", mount.fsname, mount.dir,
-                           mount.type);
+            OXT_TRACE_AS(function, "fsname=[%s] dir=[%s] type=[%s]", mount.fsname, mount.dir, mount.type);
             count += fsTypeAccepted(mount.type) ? 1 : 0;
         } else {
-            OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "jump over device[%s]", mount.fsname);
+            OXT_TRACE_AS(function, "jump over device[%s]", mount.fsname);
         }
     }
     return count;
@@ -65,15 +64,12 @@ int makeTables(const char *function, FsTables *tables, uint16_t n) {
     const size_t sizes = n * sizeof(FsSizeEntry);
     const size_t mounts = n * sizeof(FsMountEntry);
     tables->pwFsTbl = static_cast<FsSizeEntry *>(calloc(n, sizeof(FsSizeEntry)));
-    if (tables->pwFsTbl == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ pwFsTbl malloc(%d) Failure!!", static_cast<int>(sizes));
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, tables->pwFsTbl != nullptr, -1, "_OUT_ pwFsTbl malloc(%d) Failure!!",
+                   static_cast<int>(sizes));
     tables->pwFsLinuxTbl = static_cast<FsMountEntry *>(calloc(n, sizeof(FsMountEntry)));
     if (tables->pwFsLinuxTbl == nullptr) {
         fsFreeTables(tables);
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ pwFsLinuxTbl malloc(%d) Failure!!",
-                       static_cast<int>(mounts));
+        OXT_TRACE_FAIL_AS(function, "_OUT_ pwFsLinuxTbl malloc(%d) Failure!!", static_cast<int>(mounts));
         return -1;
     }
     tables->tTotalFs = n;
@@ -148,7 +144,7 @@ void setDefaults(FsProv *prov) {
 }
 
 void traceRecord(const char *function, const FsProv *prov) {
-#define SHOW(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
+#define SHOW(...) OXT_TRACE_AS(function, __VA_ARGS__)
     SHOW("  --Index              =[%d].", prov->Index);
     SHOW("    CSCreationClassName=[%s].", prov->CSCreationClassName);
     SHOW("    CSName             =[%s].", prov->CSName);
@@ -170,18 +166,12 @@ void traceRecord(const char *function, const FsProv *prov) {
 
 // The steps of OXTFileSysGetConfig on one reading of the system.
 int gatherTables(const char *function, const FsSystem *system, FsTables *tables) {
-    if (!system->mountsRead) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ setmntent[/etc/mtab] Failure!!");
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, system->mountsRead, -1, "_OUT_ setmntent[/etc/mtab] Failure!!");
     const size_t listSize = static_cast<size_t>(countCandidates(function, system)) * PATH_SIZE + 1;
     const Buffer list(static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr));
-    if (list == nullptr) {
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
-        return -1;
-    }
+    OXT_REQUIRE_AS(function, list != nullptr, -1, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
     if (GetMountPointStrings(system, static_cast<int>(listSize), list.get()) == 0) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ GetMountPointStrings() Failure!!");
+        OXT_TRACE_AS(function, "_OUT_ GetMountPointStrings() Failure!!");
         return 0; // a machine without candidates: no file systems
     }
     const uint16_t n = countTexts(list.get());
@@ -190,7 +180,7 @@ int gatherTables(const char *function, const FsSystem *system, FsTables *tables)
     const char *mountPoint = list.get();
     for (uint16_t i = 0; i < n; ++i, mountPoint += strlen(mountPoint) + 1)
         examine(system, mountPoint, static_cast<uint16_t>(i + 1), &tables->pwFsTbl[i], &tables->pwFsLinuxTbl[i]);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_ OXT_TRUE");
+    OXT_TRACE_AS(function, "_OUT_ OXT_TRUE");
     return 0;
 }
 

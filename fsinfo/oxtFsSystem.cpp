@@ -1,64 +1,62 @@
 #include "oxtFsSystem.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <mntent.h>
 
+#include "oxtFile.h"
+#include "oxtFsDevice.h"
 #include "oxtPaths.h"
 
 namespace {
 
 constexpr size_t LINE_SIZE = 64 * 1024; // two escaped paths and overlay options; a longer line is cut by getmntent_r
 
-// A growing block of bytes. After a failure `data` is null and stays so.
-struct Bytes {
-    char *data;
-    size_t length;
-    size_t room;
-};
-
-bool append(Bytes *bytes, const char *from, size_t length) {
-    if (length > bytes->room - bytes->length) {
-        const size_t room = (bytes->room + length) * 2;
-        char *data = static_cast<char *>(realloc(bytes->data, room));
-        if (data == nullptr)
-            return false;
-        bytes->data = data;
-        bytes->room = room;
-    }
-    memcpy(bytes->data + bytes->length, from, length);
-    bytes->length += length;
-    return true;
-}
-
 struct CloseMounts {
     void operator()(FILE *fp) const { endmntent(fp); }
-};
-struct CloseFile {
-    void operator()(FILE *fp) const { fclose(fp); }
 };
 struct Free {
     void operator()(char *block) const { free(block); }
 };
 
-// The mount table as texts one after the other, three an entry. False when it cannot be opened or kept.
-bool readMountTexts(Bytes *texts, size_t *count) {
+// A text that grows while it is written. Null when there was no memory for all of it.
+struct Collector {
+    char *text;
+    size_t length;
+    FILE *stream; // open_memstream(3)
+};
+
+bool openCollector(Collector *collector) {
+    *collector = {};
+    collector->stream = open_memstream(&collector->text, &collector->length);
+    return collector->stream != nullptr;
+}
+
+char *closeCollector(Collector *collector) {
+    const bool whole = ferror(collector->stream) == 0;
+    if (fclose(collector->stream) == 0 && whole)
+        return collector->text;
+    free(collector->text);
+    return nullptr;
+}
+
+// The mount table as texts one after the other, three an entry; null when it cannot be opened or kept.
+char *readMountTexts(size_t *count) {
     const std::unique_ptr<char, Free> line(static_cast<char *>(malloc(LINE_SIZE)));
     const std::unique_ptr<FILE, CloseMounts> table(setmntent(OXT_PATH_MTAB, "r"));
-    if (line == nullptr || table == nullptr)
-        return false;
+    Collector texts;
+    if (line == nullptr || table == nullptr || !openCollector(&texts))
+        return nullptr;
     struct mntent entry = {};
     while (getmntent_r(table.get(), &entry, line.get(), LINE_SIZE) != nullptr) {
         const char *const fields[] = {entry.mnt_fsname, entry.mnt_dir, entry.mnt_type};
         for (const char *field : fields)
-            if (!append(texts, field, strlen(field) + 1))
-                return false;
+            fwrite(field, 1, strlen(field) + 1, texts.stream);
         ++*count;
     }
-    return true;
+    return closeCollector(&texts);
 }
 
 const char *nextText(const char *text) {
@@ -66,19 +64,14 @@ const char *nextText(const char *text) {
 }
 
 bool readMounts(FsSystem *system) {
-    Bytes texts = {};
     size_t count = 0;
-    bool ok = readMountTexts(&texts, &count);
-    FsMount *mounts = nullptr;
-    if (ok && count > 0) {
-        mounts = static_cast<FsMount *>(calloc(count, sizeof *mounts));
-        ok = mounts != nullptr;
-    }
-    if (!ok) {
-        free(texts.data);
+    char *texts = readMountTexts(&count);
+    FsMount *mounts = texts != nullptr ? static_cast<FsMount *>(calloc(count + 1, sizeof(FsMount))) : nullptr;
+    if (mounts == nullptr) {
+        free(texts);
         return false;
     }
-    const char *text = texts.data;
+    const char *text = texts;
     for (size_t i = 0; i < count; ++i) {
         mounts[i].fsname = text;
         mounts[i].dir = nextText(mounts[i].fsname);
@@ -87,30 +80,33 @@ bool readMounts(FsSystem *system) {
     }
     system->mounts = mounts;
     system->mountCount = count;
-    system->mountText = texts.data;
+    system->mountText = texts;
+    oxtIndexMake(&system->byDir, static_cast<int>(count), [&](int i) { return oxtHash(mounts[i].dir); });
     return true;
 }
 
 void readDrivers(FsSystem *system) {
-    const std::unique_ptr<FILE, CloseFile> file(fopen(OXT_PATH_DEVICES, "r"));
-    if (file == nullptr)
+    const OxtFile file(fopen(OXT_PATH_DEVICES, "r"));
+    Collector text;
+    if (file == nullptr || !openCollector(&text))
         return;
-    Bytes text = {};
     char piece[1024];
-    bool ok = true;
-    for (size_t got = 1; ok && got > 0;) {
+    for (size_t got = 1; got > 0;) {
         got = fread(piece, 1, sizeof piece, file.get());
-        ok = append(&text, piece, got);
+        fwrite(piece, 1, got, text.stream);
     }
-    if (!ok || !append(&text, "", 1)) {
-        free(text.data);
-        return;
-    }
-    system->drivers = text.data;
-    system->driversLength = text.length - 1;
+    system->drivers = closeCollector(&text);
+    system->driversLength = text.length;
 }
 
 } // namespace
+
+int fsNextMountOn(const FsSystem *system, const char *dir, int after) {
+    int i = after < 0 ? oxtIndexFirst(&system->byDir, oxtHash(dir)) : oxtIndexNext(&system->byDir, after);
+    while (i >= 0 && strcmp(system->mounts[i].dir, dir) != 0)
+        i = oxtIndexNext(&system->byDir, i);
+    return i;
+}
 
 void fsSystemRead(FsSystem *system) {
     *system = {};
@@ -119,6 +115,9 @@ void fsSystemRead(FsSystem *system) {
 }
 
 void fsSystemFree(FsSystem *system) {
+    for (DeviceInfo *list : system->driverLists)
+        fsFreeDrivers(list);
+    oxtIndexFree(&system->byDir);
     free(system->mounts);
     free(system->mountText);
     free(system->drivers);

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 
+#include "oxtIndex.h"
+
 // One entry of the mount table, escapes decoded (getmntent(3)).
 struct FsMount {
     const char *fsname;
@@ -12,14 +14,22 @@ struct FsMount {
     const char *type;
 };
 
+struct DeviceInfo;
+
 struct FsSystem {
-    bool mountsRead;   // false: the mount table could not be opened or kept
-    FsMount *mounts;   // in file order
-    size_t mountCount; //
-    char *mountText;   // what the entries point into
-    char *drivers;     // the text of the driver list with a closing zero; null when it could not be opened
+    bool mountsRead; // false: the mount table could not be opened or kept
+    FsMount *mounts; // in file order
+    size_t mountCount;
+    OxtIndex byDir;  // of the entries by their directory
+    char *mountText; // what the entries point into
+    char *drivers;   // the text of the driver list with a closing zero; null when it could not be opened
     size_t driversLength;
+    mutable DeviceInfo *driverLists[2]; // by kind, parsed at the first look while nobody traces
+    mutable bool driversParsed[2];
 };
+
+// The next entry mounted on a directory behind position `after` (-1 for the first), or -1: in file order.
+int fsNextMountOn(const FsSystem *system, const char *dir, int after);
 
 // Reads both files. What cannot be read is marked so, and whoever needs it reports it. Freed with fsSystemFree.
 void fsSystemRead(FsSystem *system);

@@ -34,7 +34,7 @@ bool returnAll(const char *function, const OxtCInfo *cInfo, const CMPIResult *re
                const char **properties, const DatInfo *records, CMPIStatus *status) {
     for (int i = 0; i < records->datNum; ++i) {
         const FsProv *prov = &fsProv(records)[i];
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datProv[%d]->Index=[%d]", i, prov->Index);
+        OXT_TRACE_AS(function, "datProv[%d]->Index=[%d]", i, prov->Index);
         if (!oxtReturnInstance(function, OXT_FS_CLASS, cInfo, result, cop, properties, prov, status))
             return false;
     }
@@ -42,9 +42,9 @@ bool returnAll(const char *function, const OxtCInfo *cInfo, const CMPIResult *re
 }
 
 void finish(const char *function, const CMPIResult *result) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMReturnDone()");
+    OXT_TRACE_AS(function, "CMReturnDone()");
     CMReturnDone(result);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_AS(function, "_OUT_");
 }
 
 } // namespace
@@ -72,7 +72,7 @@ CMPIInstance *OXT_FSSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop
 int oxtFindIndex(const char *function, const OxtCInfo *cInfo, const DatInfo *records, int index, CMPIStatus *status) {
     for (int i = 0; i < records->datNum; ++i) {
         const FsProv *prov = &fsProv(records)[i];
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datProv[%d]->Index=[%d]", i, prov->Index);
+        OXT_TRACE_AS(function, "datProv[%d]->Index=[%d]", i, prov->Index);
         if (prov->Index == index)
             return i;
     }

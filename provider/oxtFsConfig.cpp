@@ -36,15 +36,14 @@ constexpr OxtClass CONFIG = {
 CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, FsConf *datconf) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     int value = -1;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMGetArg(MonitorCycle)");
+    OXT_TRACE_AS(function, "CMGetArg(MonitorCycle)");
     if (!oxtReadSetting(function, cInfo, in, "MonitorCycle", &value, &status))
         return status;
     if (value < MIN_CYCLE || value > MAX_CYCLE)
         return oxtRefuseSetting(function, cInfo, "MonitorCycle", value);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle,
-                   value);
+    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle, value);
     datconf->MonitorCycle = static_cast<uint16_t>(value);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datconf->MonitorCycle=[%d]", datconf->MonitorCycle);
+    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", datconf->MonitorCycle);
     const FsEdit edit = {OXT_CID_FS_CONF,
                          0,
                          datconf,

@@ -64,17 +64,16 @@ CMPIStatus setField(const char *function, const OxtCInfo *cInfo, const Threshold
     FsProv *prov = &fsProv(records)[position];
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     int value = -1;
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "getArgToInt(%s)", method.argument);
+    OXT_TRACE_AS(function, "getArgToInt(%s)", method.argument);
     if (!oxtReadSetting(function, cInfo, in, method.argument, &value, &status))
         return status;
     if (!isAcceptable(method, prov, value))
         return oxtRefuseSetting(function, cInfo, method.argument, value);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datprov[%d]->%s=[%d] dt.value.%s=[%d]", position, method.argument,
-                   static_cast<int>(valueIn(method, prov)), method.typeText, value);
+    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d] dt.value.%s=[%d]", position, method.argument,
+                 static_cast<int>(valueIn(method, prov)), method.typeText, value);
     const FsEdit edit = {OXT_CID_FS_PROV, position, prov, method.offset, method.width, static_cast<uint32_t>(value)};
     memcpy(reinterpret_cast<char *>(prov) + method.offset, &edit.value, method.width);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "datprov[%d]->%s=[%d]", position, method.argument,
-                   static_cast<int>(valueIn(method, prov)));
+    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d]", position, method.argument, static_cast<int>(valueIn(method, prov)));
     return oxtCommitSetting(function, cInfo, &edit);
 }
 

@@ -73,8 +73,8 @@ const MethodRow *findMethod(const ClassRow &row, const char *name) {
     return nullptr;
 }
 
-#define ENTRY_TRACE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)
-#define ENTRY_MARK(...) OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, __VA_ARGS__)
+#define ENTRY_TRACE(...) OXT_TRACE_AS(function, __VA_ARGS__)
+#define ENTRY_MARK(...) OXT_TRACE_FAIL_AS(function, __VA_ARGS__)
 
 // What InvokeMethod, GetInstance and EnumInstances do first: the provider is initialised and the class name known. The
 // name is null when *status is the answer already; *entered tells whether the request has to leave the provider.

@@ -32,15 +32,15 @@ CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
                          "Thread is Already WakeUp FAILED");
     if (fsCreateThread(cInfo) != 0) // the trace names another call, as it always has; log filters know it
         return oxtFailed(function, cInfo, "getClassName() Failure!!", CMPI_RC_ERR_FAILED, "fsCreateThread() FAILED");
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_AS(function, "_OUT_");
     return {CMPI_RC_OK, nullptr};
 }
 
 CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *trace, const char *message) {
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "%s", trace);
+    OXT_TRACE_FAIL_AS(function, "%s", trace);
     if (fsDropStore(cInfo, FS_FROM_REQUEST) != 0)
-        OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "fsFreeInstance() Failure!!");
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
+    OXT_TRACE_AS(function, "_OUT_");
     return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, message);
 }
 

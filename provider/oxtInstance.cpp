@@ -7,8 +7,8 @@
 
 namespace {
 
-#define BUILDER_TRACE(...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, cls.builder, __VA_ARGS__)
-#define BUILDER_FAIL(...) OXT_TRACE_LINE(OXT_TRACE_FAILURE, cls.builder, __VA_ARGS__)
+#define BUILDER_TRACE(...) OXT_TRACE_AS(cls.builder, __VA_ARGS__)
+#define BUILDER_FAIL(...) OXT_TRACE_FAIL_AS(cls.builder, __VA_ARGS__)
 
 template <typename T>
 T fieldOf(const void *record, const OxtProperty &property) {
@@ -107,14 +107,14 @@ CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
 }
 
 CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message) {
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "%s", trace);
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_FAIL_AS(function, "%s", trace);
+    OXT_TRACE_AS(function, "_OUT_");
     return oxtStatus(cInfo, rc, message);
 }
 
 CMPIStatus oxtRefused(const char *function) {
-    OXT_TRACE_LINE(OXT_TRACE_FAILURE, function, "param(cInfo) Failure!!");
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_FAIL_AS(function, "param(cInfo) Failure!!");
+    OXT_TRACE_AS(function, "_OUT_");
     return {CMPI_RC_ERR_FAILED, nullptr};
 }
 
@@ -149,11 +149,11 @@ bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo
     CMPIInstance *instance = oxtBuildInstance(cls, cInfo, cop, properties, record);
     if (instance == nullptr) {
         OXT_TRACE_LINE(cls.buildFailureLevel, function, "%s", cls.buildFailure);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_AS(function, "_OUT_");
         *status = oxtStatus(cInfo, CMPI_RC_ERR_FAILED, cls.buildFailed);
         return false;
     }
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMReturnInstance()");
+    OXT_TRACE_AS(function, "CMReturnInstance()");
     const bool taken = CMReturnInstance(rslt, instance).rc == CMPI_RC_OK;
     CMRelease(instance);
     if (!taken)
@@ -164,7 +164,7 @@ bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo
 
 bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
                   CMPIStatus *status) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "%s", cls.readText);
+    OXT_TRACE_AS(function, "%s", cls.readText);
     const bool read = fsGetInstance(cInfo, cls.cid, records) == 0;
     if (read && records->datNum > 0 && records->datAdr != nullptr)
         return true;
@@ -178,7 +178,7 @@ bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cIn
 
 CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
                            const CMPIObjectPath *cop, const char **properties) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_IN_");
+    OXT_TRACE_AS(function, "_IN_");
     if (cInfo == nullptr)
         return oxtRefused(function);
     CMPIStatus status = {CMPI_RC_OK, nullptr};
@@ -186,9 +186,9 @@ CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtC
     if (!oxtReadClass(function, cls, cInfo, &records, &status))
         return status;
     if (oxtReturnInstance(function, cls, cInfo, rslt, cop, properties, records.datAdr, &status)) {
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "CMReturnDone()");
+        OXT_TRACE_AS(function, "CMReturnDone()");
         CMReturnDone(rslt);
-        OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+        OXT_TRACE_AS(function, "_OUT_");
     }
     fsReleaseInstance(&records);
     return status;

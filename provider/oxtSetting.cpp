@@ -22,9 +22,9 @@ CMPIStatus oxtRefuseSetting(const char *function, const OxtCInfo *cInfo, const c
 }
 
 CMPIStatus oxtCommitSetting(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "fsSetInstance()");
+    OXT_TRACE_AS(function, "fsSetInstance()");
     if (fsSetInstance(cInfo, edit) != 0)
         return oxtFailed(function, cInfo, "fsSetInstance() Failure!!", CMPI_RC_ERR_FAILED, "FileSystem-Update FAILED");
-    OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, "_OUT_");
+    OXT_TRACE_AS(function, "_OUT_");
     return {CMPI_RC_OK, nullptr};
 }

@@ -1,0 +1,36 @@
+// A hash index over positions 0 to count-1: a search that would walk visits only those that may match, in order.
+// An index that was not made (no memory, or somebody wants to see every step) visits all of them.
+#ifndef OXT_INDEX_H
+#define OXT_INDEX_H
+
+struct OxtIndex {
+    int count;
+    unsigned mask; // of the heads
+    int *heads;    // first position of each hash, -1 for none; null when the index was not made
+    int *next;     // the following position of the same hash, -1 at the end
+};
+
+unsigned oxtHash(const char *text);
+
+// hashOf(position) gives the hash under which a position is found again.
+bool oxtIndexAllocate(OxtIndex *index, int count);
+void oxtIndexFree(OxtIndex *index);
+template <typename HashOf>
+void oxtIndexMake(OxtIndex *index, int count, HashOf hashOf) {
+    if (!oxtIndexAllocate(index, count))
+        return;
+    for (int position = count - 1; position >= 0; --position) { // backwards, so that each chain ascends
+        int &head = index->heads[hashOf(position) & index->mask];
+        index->next[position] = head;
+        head = position;
+    }
+}
+
+inline int oxtIndexFirst(const OxtIndex *index, unsigned hash) {
+    return index->heads != nullptr ? index->heads[hash & index->mask] : index->count > 0 ? 0 : -1;
+}
+inline int oxtIndexNext(const OxtIndex *index, int position) {
+    return index->heads != nullptr ? index->next[position] : position + 1 < index->count ? position + 1 : -1;
+}
+
+#endif

@@ -1,0 +1,203 @@
+// Instances with their property filters. The two flavours differ here most: one has the path of an instance built from
+// its key properties, the other keeps the path that newInstance was given.
+#include "oxtHostInstances.h"
+
+#include <algorithm>
+
+#include "oxtHostData.h"
+#include "oxtHostSlot.h"
+
+namespace oxthost {
+namespace {
+
+std::vector<std::string> namesOf(const char **list) {
+    std::vector<std::string> names;
+    for (; list != nullptr && *list != nullptr; ++list)
+        names.emplace_back(*list);
+    return names;
+}
+
+bool passesFilter(const InstanceBody &instance, const std::string &name) {
+    return !instance.filter || contains(*instance.filter, name) || contains(instance.listedKeys, name);
+}
+
+// What a stored property of another type makes of a value.
+void checkType(Broker &broker, const InstanceBody &instance, const std::string &name, const Datum &datum) {
+    if (!broker.schema || datum.isNull())
+        return;
+    const MofProperty *declared = broker.schema->findProperty(instance.path.className, name);
+    if (declared == nullptr)
+        return;
+    const CMPIType type = typeOfName(declared->type, declared->isArray);
+    const bool exact = !broker.sfcb() || (type & (CMPI_ARRAY | CMPI_ENC)) != 0;
+    if (exact && datum.type != type)
+        throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
+}
+
+void setProperty(Broker &broker, InstanceBody &instance, const char *name, const CMPIValue *value, CMPIType type) {
+    if (name == nullptr)
+        throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
+    if (!passesFilter(instance, name))
+        return;
+    Datum datum = toDatum(broker, value, type, "setProperty");
+    checkType(broker, instance, name, datum);
+    NamedDatum *present = find(instance.properties, name);
+    if (present != nullptr && present->set) {
+        present->datum = std::move(datum);
+        return;
+    }
+    if (present != nullptr) // the provider's own order counts
+        instance.properties.erase(instance.properties.begin() + (present - instance.properties.data()));
+    instance.properties.push_back({name, std::move(datum)});
+}
+
+void addKeyProperties(InstanceBody &instance, const PathBody &path) {
+    for (const NamedDatum &key : path.keys) {
+        if (!contains(instance.keyNames, key.name))
+            instance.keyNames.push_back(key.name);
+        if (!passesFilter(instance, key.name))
+            continue;
+        if (NamedDatum *present = find(instance.properties, key.name))
+            present->datum = key.datum;
+        else
+            instance.properties.push_back({key.name, key.datum, false});
+    }
+}
+
+void setFilter(Broker &broker, InstanceBody &instance, const char **properties, const char **keys) {
+    if (!broker.sfcb()) {
+        instance.filter.reset();
+        if (properties != nullptr)
+            instance.filter = namesOf(properties);
+        return;
+    }
+    if (properties == nullptr)
+        return; // does not lift an earlier filter
+    instance.filter = namesOf(properties);
+    instance.listedKeys = namesOf(keys);
+    const auto dropped = [&](const NamedDatum &item) { return !passesFilter(instance, item.name); };
+    instance.properties.erase(std::remove_if(instance.properties.begin(), instance.properties.end(), dropped),
+                              instance.properties.end());
+}
+
+PathBody pathOf(const Broker &broker, const InstanceBody &instance) {
+    PathBody path = instance.path;
+    if (!broker.sfcb())
+        return path;
+    path.keys.clear();
+    for (const NamedDatum &item : instance.properties)
+        if (contains(instance.keyNames, item.name) && !item.datum.isNull())
+            path.keys.push_back({item.name, item.datum});
+    return path;
+}
+
+CMPIData propertyData(Broker &broker, const InstanceBody &instance, const NamedDatum &item) {
+    CMPIData data = toData(broker, item.datum);
+    if (!broker.sfcb() && contains(instance.keyNames, item.name))
+        data.state = static_cast<CMPIValueState>(data.state | CMPI_keyValue);
+    return data;
+}
+
+void fillProperties(CMPIInstanceFT &ft) {
+    ft.getProperty = [](const CMPIInstance *self, const char *name, CMPIStatus *rc) {
+        return onObject<InstanceBody>("getProperty", self, rc, [=](Broker &broker, InstanceBody &instance) {
+            const NamedDatum *item = find(instance.properties, orEmpty(name));
+            if (item == nullptr)
+                throw broker.missingItem();
+            return propertyData(broker, instance, *item);
+        });
+    };
+    ft.getPropertyAt = [](const CMPIInstance *self, CMPICount index, CMPIString **name, CMPIStatus *rc) {
+        return onObject<InstanceBody>("getPropertyAt", self, rc, [=](Broker &broker, InstanceBody &instance) {
+            if (index >= instance.properties.size())
+                throw broker.missingItem();
+            const NamedDatum &item = instance.properties[index];
+            if (name != nullptr)
+                *name = broker.makeString(item.name);
+            return propertyData(broker, instance, item);
+        });
+    };
+    ft.getPropertyCount = [](const CMPIInstance *self, CMPIStatus *rc) {
+        return onObject<InstanceBody>("getPropertyCount", self, rc, [](Broker &, InstanceBody &instance) {
+            return static_cast<CMPICount>(instance.properties.size());
+        });
+    };
+    ft.setProperty = [](const CMPIInstance *self, const char *name, const CMPIValue *value, CMPIType type) {
+        return onObject<InstanceBody>("setProperty", self, nullptr, [=](Broker &broker, InstanceBody &instance) {
+            setProperty(broker, instance, name, value, type);
+        });
+    };
+}
+
+} // namespace
+
+std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &path) {
+    auto instance = std::make_shared<InstanceBody>();
+    instance->path = path;
+    for (const NamedDatum &key : path.keys)
+        instance->keyNames.push_back(key.name);
+    if (broker.schema) {
+        for (const MofProperty *declared : broker.schema->propertiesOf(path.className)) {
+            if (declared->isKey && !contains(instance->keyNames, declared->name))
+                instance->keyNames.push_back(declared->name);
+            if (broker.sfcb())
+                instance->properties.push_back(
+                    {declared->name, nullDatum(typeOfName(declared->type, declared->isArray)), false});
+        }
+    }
+    if (broker.sfcb())
+        addKeyProperties(*instance, path);
+    return instance;
+}
+
+Instance toInstance(const Broker &broker, const InstanceBody &body) {
+    Instance plain = toInstance(pathOf(broker, body));
+    for (const NamedDatum &item : body.properties) {
+        const bool presetOnly = !item.set && item.datum.isNull();
+        if (!presetOnly && (!body.filter || contains(*body.filter, item.name)))
+            plain.properties.emplace_back(item.name, toValue(item.datum));
+    }
+    return plain;
+}
+
+Instance toInstance(const PathBody &body) {
+    Instance plain;
+    plain.nameSpace = body.nameSpace;
+    plain.className = body.className;
+    for (const NamedDatum &key : body.keys)
+        plain.keys.emplace_back(key.name, toValue(key.datum));
+    return plain;
+}
+
+void fillInstances(Tables &tables, const Broker &broker) {
+    CMPIInstanceFT &ft = tables.instance;
+    fillCommon<InstanceBody>(ft, broker);
+    fillProperties(ft);
+    ft.getObjectPath = [](const CMPIInstance *self, CMPIStatus *rc) {
+        return onObject<InstanceBody>("getObjectPath", self, rc, [](Broker &host, InstanceBody &instance) {
+            return host.make(std::make_shared<PathBody>(pathOf(host, instance)));
+        });
+    };
+    ft.setObjectPath = [](CMPIInstance *self, const CMPIObjectPath *op) {
+        return onObject<InstanceBody>("setObjectPath", self, nullptr, [=](Broker &host, InstanceBody &instance) {
+            instance.path = *host.use<PathBody>(op, "setObjectPath");
+            if (host.sfcb())
+                addKeyProperties(instance, instance.path);
+        });
+    };
+    ft.setPropertyFilter = [](CMPIInstance *self, const char **properties, const char **keys) {
+        return onObject<InstanceBody>("setPropertyFilter", self, nullptr, [=](Broker &host, InstanceBody &instance) {
+            setFilter(host, instance, properties, keys);
+        });
+    };
+    if (broker.sfcb())
+        return;
+    ft.setPropertyWithOrigin = [](const CMPIInstance *self, const char *name, const CMPIValue *value, CMPIType type,
+                                  const char *) {
+        return onObject<InstanceBody>(
+            "setPropertyWithOrigin", self, nullptr,
+            [=](Broker &host, InstanceBody &instance) { setProperty(host, instance, name, value, type); });
+    };
+}
+
+} // namespace oxthost

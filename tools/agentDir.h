@@ -1,0 +1,45 @@
+// The agent's directory as this machine has it: whether a provider can work in it, and whether one already does.
+//
+// One oxtfsctl at a time hosts a provider: each takes a lock on the directory work/ itself, so that commands in a row
+// of scripts wait for each other instead of meeting.
+#ifndef OXT_TOOL_AGENTDIR_H
+#define OXT_TOOL_AGENTDIR_H
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "fd.h"
+
+namespace oxttool {
+
+// The directory that provider and tool were built for, with its closing slash.
+std::string agentDirectory();
+
+inline constexpr const char *kSaveFileName = "oxtfssave.dat"; // in data/; every pass ends by writing it
+inline constexpr const char *kAlertFileName = "svalert.json"; // in log/
+
+// Throws an environment failure that says what to do unless data/, work/ and log/ of `root` can be written.
+void checkAgentDirectory(const std::string &root);
+
+// Locks `root`work/ and waits for it at most `patience`. No descriptor when another process held it all the time.
+Fd lockWork(const std::string &root, std::chrono::milliseconds patience);
+
+struct ProviderAtWork {
+    pid_t pid = 0;       // of the process that made the segment; 0 when it cannot be told
+    std::string process; // its name; empty when it cannot be told
+    std::string keyFile;
+};
+
+// A provider that keeps its records in shared memory under a key file of `root`work/: one whose maker lives, or that
+// somebody has attached, or that we may not look at. Leaves everything as it is.
+std::optional<ProviderAtWork> findProviderAtWork(const std::string &root);
+
+// The whole message for a user whom that provider stops.
+std::string describe(const ProviderAtWork &found);
+
+} // namespace oxttool
+
+#endif

@@ -1,0 +1,33 @@
+// The command line.
+#ifndef OXT_TOOL_OPTIONS_H
+#define OXT_TOOL_OPTIONS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "failure.h"
+#include "session.h"
+#include "table.h"
+
+namespace oxttool {
+
+struct Options {
+    Look look;
+    Hosting hosting;
+    Exit (*command)(const Options &) = nullptr;
+    // What the command was given; empty where it takes no such thing.
+    std::string target; // an index or a mount point
+    std::string value;
+    std::string className, method;
+    std::vector<std::string> arguments; // of call: name=text
+    std::string cycle;                  // seconds
+    std::string seconds;                // that watch runs
+};
+
+// Nothing when only help or the version was asked for, which is printed then. Throws a usage failure.
+std::optional<Options> parseOptions(int argc, const char *const *argv);
+
+} // namespace oxttool
+
+#endif

@@ -1,0 +1,291 @@
+// A provider that exists to try the in-process host: each of its methods does one thing to the broker, right or wrong,
+// and returns what it saw as text. Its instance operations hand out one instance under the request's filter.
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+#include "cmpidt.h"
+#include "cmpift.h"
+#include "cmpimacs.h"
+
+namespace {
+
+const CMPIBroker *broker;
+CMPIString *kept;
+
+struct Request {
+    const CMPIContext *ctx;
+    const CMPIResult *rslt;
+    const CMPIObjectPath *op;
+    const CMPIArgs *in;
+};
+
+std::string code(const CMPIStatus &rc, const CMPIData &data = {}) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%d/%04x ", static_cast<int>(rc.rc), static_cast<unsigned>(data.state));
+    return text;
+}
+
+CMPIInstance *newInstance(const Request &r) { // nullptr when a service fails
+    CMPIObjectPath *path = CMClone(r.op, nullptr);
+    if (path == nullptr)
+        return nullptr;
+    CMAddKey(path, "Id", "7", CMPI_chars);
+    CMPIInstance *inst = CMNewInstance(broker, path, nullptr);
+    CMRelease(path);
+    return inst;
+}
+
+std::string missing(const Request &r) {
+    CMPIStatus rc = {};
+    CMPIArray *array = CMNewArray(broker, 2, CMPI_uint16, nullptr);
+    std::string seen;
+    CMPIData data = CMGetProperty(newInstance(r), "None", &rc);
+    seen += code(rc, data);
+    data = CMGetKey(r.op, "None", &rc);
+    seen += code(rc, data);
+    data = CMGetArg(r.in, "None", &rc);
+    seen += code(rc, data);
+    data = CMGetContextEntry(r.ctx, "None", &rc);
+    seen += code(rc, data);
+    data = CMGetArrayElementAt(array, 2, &rc);
+    seen += code(rc, data);
+    seen += code(CMSetArrayElementAt(array, 0, "x", CMPI_chars));
+    return seen;
+}
+
+std::string optional(const Request &r) {
+    const bool callable[] = {
+        r.op->ft->getClassQualifier != nullptr, newInstance(r)->ft->setPropertyWithOrigin != nullptr,
+        r.rslt->ft->returnError != nullptr,     broker->eft->newCMPIError != nullptr,
+        broker->xft->joinThread != nullptr,     broker->mft != nullptr};
+    std::string seen;
+    for (const bool is : callable)
+        seen += is ? '1' : '0';
+    return seen;
+}
+
+// An array, a reference, a date and a NULL through an instance; then what the same names give in another spelling.
+std::string values(const Request &r) {
+    CMPIStatus rc = {};
+    const CMPIUint16 number = 65535;
+    CMPIInstance *inst = newInstance(r);
+    CMPIValue value;
+    value.array = CMNewArray(broker, 2, CMPI_uint16, nullptr);
+    CMSetArrayElementAt(value.array, 1, &number, CMPI_uint16);
+    CMSetProperty(inst, "List", &value, CMPI_uint16A);
+    CMSetArrayElementAt(value.array, 0, &number, CMPI_uint16); // too late: the property is a copy
+    value.dateTime = CMNewDateTimeFromChars(broker, "20240229120000.000001+060", nullptr);
+    CMSetProperty(inst, "When", &value, CMPI_dateTime);
+    CMSetProperty(inst, "Nothing", nullptr, CMPI_sint32);
+    CMPIArray *list = CMGetProperty(inst, "LIST", &rc).value.array;
+    std::string seen = code(rc, CMGetArrayElementAt(list, 0, nullptr));
+    seen += std::to_string(CMGetArrayElementAt(list, 1, nullptr).value.uint16) + " ";
+    CMPIDateTime *when = CMGetProperty(inst, "when", &rc).value.dateTime;
+    seen += std::to_string(CMGetBinaryFormat(when, nullptr)) + " ";
+    seen += std::string(CMGetCharsPtr(CMGetStringFormat(when, nullptr), nullptr)) + " ";
+    return seen + code(rc, CMGetProperty(inst, "nothing", &rc));
+}
+
+std::string echo(const Request &r) {
+    std::string seen;
+    for (CMPICount i = 0; i < CMGetArgCount(r.in, nullptr); ++i) {
+        const CMPIData data = CMGetArgAt(r.in, i, nullptr, nullptr);
+        char text[32];
+        std::snprintf(text, sizeof text, "%04x:", static_cast<unsigned>(data.type));
+        seen += text;
+        seen +=
+            data.type == CMPI_string ? CMGetCharsPtr(data.value.string, nullptr) : std::to_string(data.value.uint64);
+    }
+    return seen;
+}
+
+std::string askAgent(const CMPIContext *ctx) {
+    CMPIStatus rc = {};
+    CMPIObjectPath *path = CMNewObjectPath(broker, "root/TAVRIN/AS", "OXT_GeneralInformation", &rc);
+    CMPIInstance *inst = CBGetInstance(broker, ctx, path, nullptr, &rc);
+    CMRelease(path);
+    if (inst == nullptr)
+        return "no instance " + code(rc);
+    const CMPIData data = CMGetProperty(inst, "InstalledServiceMode", &rc);
+    CMRelease(inst);
+    return rc.rc == CMPI_RC_OK ? std::to_string(data.value.boolean) : "no property " + code(rc);
+}
+
+// In a thread of its own; what it leaves behind must go when it ends.
+std::string inThread(const Request &r) {
+    CMPIContext *ctx = CBPrepareAttachThread(broker, r.ctx);
+    std::string seen;
+    std::thread([&] {
+        CBAttachThread(broker, ctx);
+        CMNewString(broker, "left behind", nullptr);
+        seen = askAgent(ctx);
+        CBDetachThread(broker, ctx);
+    }).join();
+    return seen;
+}
+
+// A thread that stays until it reads a byte from one pipe; it tells the other when it is attached, then what it saw.
+std::string linger(const Request &r) {
+    CMPIContext *ctx = CBPrepareAttachThread(broker, r.ctx);
+    const int in = CMGetArg(r.in, "in", nullptr).value.sint32, out = CMGetArg(r.in, "out", nullptr).value.sint32;
+    std::thread([=] {
+        char byte = 'a';
+        CBAttachThread(broker, ctx);
+        if (write(out, &byte, 1) != 1 || read(in, &byte, 1) != 1)
+            return;
+        const std::string seen = askAgent(ctx);
+        CBDetachThread(broker, ctx);
+        byte = seen.front();
+        if (write(out, &byte, 1) != 1)
+            close(out);
+    }).detach();
+    return "";
+}
+
+std::string keepString(const Request &) {
+    const std::string before = kept != nullptr ? CMGetCharsPtr(kept, nullptr) : "nothing";
+    if (kept != nullptr)
+        CMRelease(kept);
+    kept = CMClone(CMNewString(broker, "kept", nullptr), nullptr);
+    return before;
+}
+
+std::string misuse(const Request &r, const std::string &which) {
+    CMPIStatus rc = {};
+    CMPIString *string = CMNewString(broker, "text", &rc);
+    if (which == "doubleRelease")
+        return CMRelease(string), code(CMRelease(string));
+    if (which == "useAfterRelease")
+        return CMRelease(string), CMGetCharsPtr(string, &rc) == nullptr ? code(rc) : "answered";
+    if (which == "useAfterRequest") { // the second time
+        CMPIString *old = kept;
+        kept = string;
+        return old == nullptr ? "" : CMGetCharsPtr(old, &rc) == nullptr ? code(rc) : "answered";
+    }
+    if (which == "wrongKind")
+        return code(CMReturnInstance(r.rslt, reinterpret_cast<const CMPIInstance *>(string)));
+    if (which == "setWrongKind") {
+        CMPIValue value;
+        value.string = reinterpret_cast<CMPIString *>(CMNewArgs(broker, nullptr));
+        return code(CMSetProperty(newInstance(r), "A", &value, CMPI_string));
+    }
+    if (which == "releaseArgument")
+        return code(r.op->ft->release(const_cast<CMPIObjectPath *>(r.op)));
+    if (which == "attachTwice") {
+        CMPIContext *ctx = CBPrepareAttachThread(broker, r.ctx);
+        std::thread([&] { rc = (CBAttachThread(broker, ctx), CBAttachThread(broker, ctx)); }).join();
+        return CMRelease(ctx), code(rc);
+    }
+    if (which == "unattached")
+        return std::thread([&] { string = CMNewString(broker, "x", &rc); }).join(), code(rc);
+    if (which == "otherThreadsContext")
+        return std::thread([&] { askAgent(r.ctx); }).join(), "";
+    return "?";
+}
+
+const struct {
+    const char *name;
+    std::string (*run)(const Request &);
+} deeds[] = {
+    {"missing", missing},
+    {"optional", optional},
+    {"values", values},
+    {"echo", echo},
+    {"askAgent", [](const Request &r) { return askAgent(r.ctx); }},
+    {"inThread", inThread},
+    {"linger", linger},
+    {"keepString", keepString},
+};
+
+CMPIStatus invoke(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op,
+                  const char *method, const CMPIArgs *in, CMPIArgs *) {
+    const Request request = {ctx, rslt, op, in};
+    const std::string name = method;
+    std::string text;
+    bool known = false;
+    for (const auto &deed : deeds)
+        if (name == deed.name) {
+            text = deed.run(request);
+            known = true;
+        }
+    if (!known)
+        text = misuse(request, name);
+    if (name == "doneTwice" || name == "dataAfterDone")
+        CMReturnDone(rslt);
+    const CMPIStatus rc = CMReturnData(rslt, text.c_str(), CMPI_chars);
+    return name == "dataAfterDone" ? rc : CMReturnDone(rslt);
+}
+
+// Asks for a key "Bare" to leave the key list out of the filter.
+CMPIStatus getInstance(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op,
+                       const char **properties) {
+    CMPIInstance *inst = newInstance({ctx, rslt, op, nullptr});
+    CMPIStatus rc = {CMPI_RC_OK, nullptr};
+    const CMPIUint32 number = 70000;
+    if (inst == nullptr)
+        CMReturnWithChars(broker, CMPI_RC_ERR_FAILED, "no instance");
+    const char *keys[] = {"Id", nullptr};
+    CMGetKey(op, "Bare", &rc);
+    rc = CMSetPropertyFilter(inst, properties, rc.rc == CMPI_RC_OK ? nullptr : keys);
+    if (rc.rc == CMPI_RC_OK)
+        rc = CMSetProperty(inst, "Text", "text", CMPI_chars);
+    if (rc.rc == CMPI_RC_OK)
+        rc = CMSetProperty(inst, "Id", "7", CMPI_chars);
+    if (rc.rc == CMPI_RC_OK)
+        rc = CMSetProperty(inst, "Number", &number, CMPI_uint32);
+    if (rc.rc == CMPI_RC_OK)
+        rc = CMReturnInstance(rslt, inst);
+    return rc.rc == CMPI_RC_OK ? CMReturnDone(rslt) : rc;
+}
+
+CMPIStatus getPaths(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *rslt, const CMPIObjectPath *op) {
+    const CMPIStatus rc = CMReturnObjectPath(rslt, op);
+    return rc.rc == CMPI_RC_OK ? CMReturnDone(rslt) : rc;
+}
+
+CMPIStatus keepLoaded(CMPIInstanceMI *, const CMPIContext *ctx, CMPIBoolean terminating) {
+    if (terminating != 0)
+        askAgent(ctx);
+    CMReturnWithChars(broker, CMPI_RC_DO_NOT_UNLOAD, "busy");
+}
+
+CMPIStatus letGo(CMPIMethodMI *, const CMPIContext *, CMPIBoolean) {
+    CMReturn(CMPI_RC_OK);
+}
+
+CMPIInstanceMIFT instanceTable = {CMPICurrentVersion,
+                                  CMPICurrentVersion,
+                                  "instanceProbe",
+                                  keepLoaded,
+                                  getPaths,
+                                  nullptr,
+                                  getInstance,
+                                  nullptr,
+                                  nullptr,
+                                  nullptr,
+                                  nullptr};
+CMPIMethodMIFT methodTable = {CMPICurrentVersion, CMPICurrentVersion, "methodProbe", letGo, invoke};
+CMPIInstanceMI instances = {nullptr, &instanceTable};
+CMPIMethodMI methods = {nullptr, &methodTable};
+
+} // namespace
+
+CMPI_EXTERN_C CMPIInstanceMI *Probe_Create_InstanceMI(const CMPIBroker *mb, const CMPIContext *, CMPIStatus *rc) {
+    broker = mb;
+    kept = nullptr;
+    CMSetStatus(rc, CMPI_RC_OK);
+    return &instances;
+}
+
+CMPI_EXTERN_C CMPIMethodMI *Probe_Create_MethodMI(const CMPIBroker *, const CMPIContext *, CMPIStatus *rc) {
+    CMSetStatus(rc, CMPI_RC_OK);
+    return &methods;
+}
+
+// A provider that refuses to be made.
+CMPI_EXTERN_C CMPIInstanceMI *Broken_Create_InstanceMI(const CMPIBroker *mb, const CMPIContext *, CMPIStatus *rc) {
+    CMSetStatusWithChars(mb, rc, CMPI_RC_ERR_FAILED, "out of order");
+    return &instances;
+}

@@ -1,0 +1,300 @@
+// The in-process host, tried through the probe provider: the two flavours, lifetimes, misuse, failing services, the
+// schema and its reader.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <thread>
+#include <unistd.h>
+
+#include "oxtHost.h"
+#include "oxtMof.h"
+
+using namespace oxthost;
+
+namespace {
+
+const char *const schema = R"(
+    #pragma locale("en_US")
+    Qualifier Key : boolean = false, Scope(property); /* declared, as
+    a compiler wants it */ Qualifier Values : string[], Scope(any);
+    class OXT_Base { [Key] string Id; };
+    class OXT_Probe : OXT_Base {
+        [Values{"a\"b", "c" "d"}] uint16 Number = 5; string Text; OXT_Base ref Other; datetime Times[];
+        uint32 echo(uint16 u, sint16 s, boolean b, string t, real64 r);
+    };
+    instance of OXT_Probe { Id = "x" "y"; Number = -3; };)";
+
+Options probe(Flavour flavour = Flavour::Sfcb, const std::string &mof = "") {
+    Options options;
+    options.library = OXT_PROBE_LIBRARY;
+    options.providerName = "Probe";
+    options.flavour = flavour;
+    options.schema = mof;
+    return options;
+}
+
+std::string call(Host &host, const std::string &method, const std::vector<NamedValue> &args = {}) {
+    const Reply reply = host.invokeMethod("OXT_Probe", method, args);
+    return reply.returned ? reply.returned->text : "status " + std::to_string(reply.rc);
+}
+
+std::string textOf(const std::vector<NamedValue> &values) {
+    std::string all;
+    for (const auto &[name, value] : values)
+        all += name + "=" +
+               (value.null           ? "NULL"
+                : value.text.empty() ? std::to_string(value.number)
+                                     : value.text) +
+               " ";
+    return all;
+}
+
+TEST(Host, FlavoursAnswerAsTheirHostsDo) {
+    const struct {
+        const char *method, *sfcb, *standard;
+    } rows[] = {
+        {"missing", "6/0400 6/0400 6/0400 12/0100 0/8000 1/0000 ", "12/0400 12/0400 12/0400 12/0100 12/8000 13/0000 "},
+        {"optional", "000000", "111110"},
+        {"values", "0/0100 65535 1709204400000001 20240229120000.000001+060 0/0100 ",
+         "0/0100 65535 1709204400000001 20240229120000.000001+060 0/0100 "},
+    };
+    Host sfcb(probe()), standard(probe(Flavour::Standard));
+    for (const auto &row : rows) {
+        sfcb.callFactoriesAgain(); // the probe serves the broker it saw last
+        EXPECT_EQ(call(sfcb, row.method), row.sfcb);
+        standard.callFactoriesAgain();
+        EXPECT_EQ(call(standard, row.method), row.standard);
+    }
+    EXPECT_EQ(sfcb.live().total() + standard.live().total(), 0);
+    EXPECT_TRUE(sfcb.misuses().empty() && standard.misuses().empty());
+}
+
+TEST(Host, FiltersPropertiesAndKeysByFlavour) {
+    const std::vector<std::string> none, some = {"number", "other"}, withKey = {"ID"};
+    const struct {
+        Flavour flavour;
+        Host::Filter filter;
+        bool keyList;
+        const char *keys, *properties;
+    } rows[] = {
+        {Flavour::Sfcb, nullptr, true, "Id=7 ", "Text=text Id=7 Number=70000 "},
+        {Flavour::Sfcb, &some, true, "Id=7 ", "Number=70000 "},
+        {Flavour::Sfcb, &some, false, "", "Number=70000 "},
+        {Flavour::Sfcb, &none, false, "", ""},
+        {Flavour::Sfcb, &withKey, false, "Id=7 ", "Id=7 "},
+        {Flavour::Standard, nullptr, true, "Id=7 ", "Text=text Id=7 Number=70000 "},
+        {Flavour::Standard, &some, false, "Bare=1 Id=7 ", "Number=70000 "},
+        {Flavour::Standard, &none, true, "Id=7 ", ""},
+    };
+    for (const auto &row : rows) {
+        Host host(probe(row.flavour));
+        const std::vector<NamedValue> bare = {{"Bare", Value::unsignedNumber(CMPI_uint64, 1)}};
+        const Reply reply = host.getInstance("oxt_probe", row.keyList ? std::vector<NamedValue>() : bare, row.filter);
+        ASSERT_EQ(reply.instances.size(), 1u);
+        EXPECT_EQ(textOf(reply.instances[0].keys), row.keys);
+        EXPECT_EQ(textOf(reply.instances[0].properties), row.properties);
+        EXPECT_EQ(reply.instances[0].className, "oxt_probe");
+        EXPECT_TRUE(reply.done);
+    }
+}
+
+TEST(Host, NotesMisuseAndAnswersIt) {
+    const struct {
+        const char *method, *answer, *misuse;
+    } rows[] = {
+        {"doubleRelease", "60/0000 ", "double release of string"},
+        {"useAfterRelease", "60/0000 ", "getCharPtr: use after the end of string"},
+        {"wrongKind", "60/0000 ", "returnInstance: given string for instance"},
+        {"useAfterRequest", "60/0000 ", "use after the end of string"},
+        {"setWrongKind", "60/0000 ", "setProperty: given arguments for string"},
+        {"releaseArgument", "60/0000 ", "release: ended object path that was an argument"},
+        {"attachTwice", "1/0000 ", "attachThread: context that was not prepared, or attached already"},
+        {"unattached", "0/0000 ", "newString: called in a thread that is not attached"},
+        {"otherThreadsContext", "", "getInstance: context of another thread"},
+        {"dataAfterDone", "status 1", "data after done"},
+        {"doneTwice", "status 1", "data after done"},
+    };
+    for (const auto &row : rows) {
+        Host host(probe());
+        if (row.method == std::string("useAfterRequest"))
+            call(host, row.method);
+        EXPECT_EQ(call(host, row.method), row.answer) << row.method;
+        std::string noted;
+        for (const std::string &sentence : host.misuses())
+            noted += sentence + "\n";
+        EXPECT_NE(noted.find(row.misuse), std::string::npos) << row.method << " noted " << noted;
+        EXPECT_EQ(host.live().total(), 0) << row.method;
+    }
+}
+
+TEST(Host, AgentAnswersInRequestsAndThreads) {
+    const struct {
+        ServiceMode mode;
+        const char *answer;
+    } rows[] = {{ServiceMode::off(), "0"},
+                {ServiceMode::on(), "1"},
+                {{ServiceMode::Byte, 7}, "7"},
+                {{ServiceMode::NoSuchInstance, 0}, "no instance 6/0000 "},
+                {{ServiceMode::NoSuchProperty, 0}, "no property 6/0000 "}};
+    Host host(probe());
+    for (const auto &row : rows) {
+        host.setServiceMode(row.mode);
+        EXPECT_EQ(call(host, "askAgent"), row.answer);
+        EXPECT_EQ(call(host, "inThread"), row.answer);
+    }
+    EXPECT_TRUE(host.misuses().empty());
+    EXPECT_EQ(host.live().total(), 0);
+    EXPECT_EQ(host.cleanupInstance(false).message, "busy");
+    EXPECT_EQ(host.cleanupMethod(false).rc, CMPI_RC_OK);
+    EXPECT_TRUE(host.misuses().empty());
+    EXPECT_EQ(host.cleanupInstance(true).rc, CMPI_RC_DO_NOT_UNLOAD); // asks the agent, which it must not
+    EXPECT_EQ(host.misuses().size(), 1u);
+}
+
+TEST(Host, ClonesOutliveTheirRequest) {
+    Host host(probe());
+    EXPECT_EQ(call(host, "keepString"), "nothing");
+    EXPECT_EQ(host.live().strings, 1);
+    EXPECT_EQ(call(host, "keepString"), "kept");
+    EXPECT_EQ(host.live().total(), 1);
+}
+
+TEST(Host, StaysForThreadsThatOutliveIt) {
+    int in[2], out[2];
+    char byte = 0;
+    ASSERT_TRUE(pipe(in) == 0 && pipe(out) == 0);
+    {
+        Host host(probe());
+        call(host, "linger",
+             {{"in", Value::signedNumber(CMPI_sint32, in[0])}, {"out", Value::signedNumber(CMPI_sint32, out[1])}});
+        ASSERT_TRUE(read(out[0], &byte, 1) == 1 && byte == 'a');
+        EXPECT_EQ(host.live().contexts, 1);
+    }
+    EXPECT_EQ(write(in[1], "x", 1), 1);
+    EXPECT_TRUE(read(out[0], &byte, 1) == 1 && byte == '0');
+    for (const int fd : {in[0], in[1], out[0], out[1]})
+        close(fd);
+}
+
+TEST(Host, EveryServiceCanFail) {
+    Host host(probe(Flavour::Standard));
+    const std::vector<std::string> filter = {"Number"};
+    host.failBrokerCall("*", 0);
+    EXPECT_TRUE(host.getInstance("OXT_Probe", {}, &filter).ok());
+    const long calls = host.failBrokerCall("newInstance", 1);
+    EXPECT_EQ(calls, 10); // clone, addKey, newInstance, getKey, the filter, three properties, instance, done
+    EXPECT_EQ(host.getInstance("OXT_Probe").message, "no instance");
+    EXPECT_TRUE(host.getInstance("OXT_Probe").ok()); // only the one call fails
+    EXPECT_EQ(host.failBrokerCall("", 0), 2);
+    int failed = 0;
+    for (long n = 1; n <= calls + 1; ++n) {
+        host.failBrokerCall("*", n);
+        failed += host.getInstance("OXT_Probe", {}, &filter).ok() ? 0 : 1;
+    }
+    EXPECT_EQ(failed, 8); // the probe minds neither a lost key nor a missing one
+    EXPECT_TRUE(host.misuses().empty());
+    EXPECT_EQ(host.live().total(), 0);
+}
+
+TEST(Host, ServesManyThreads) {
+    Host host(probe());
+    std::vector<std::thread> clients;
+    for (int i = 0; i < 4; ++i)
+        clients.emplace_back([&host] {
+            for (int n = 0; n < 50; ++n) {
+                EXPECT_EQ(call(host, n % 2 == 0 ? "inThread" : "askAgent"), "0");
+                EXPECT_TRUE(host.getInstance("OXT_Probe").ok());
+            }
+        });
+    for (std::thread &client : clients)
+        client.join();
+    EXPECT_EQ(host.live().total(), 0);
+    EXPECT_TRUE(host.misuses().empty());
+}
+
+TEST(Host, RefusesWhatIsNoProvider) {
+    const struct {
+        const char *library, *name, *sentence;
+    } rows[] = {{"/nowhere/lib.so", "Probe", "cannot be loaded"},
+                {OXT_PROBE_LIBRARY, "Nobody", "does not export Nobody_Create_InstanceMI"},
+                {OXT_PROBE_LIBRARY, "Broken", "out of order"}};
+    for (const auto &row : rows) {
+        Options options = probe();
+        options.library = row.library;
+        options.providerName = row.name;
+        try {
+            Host host(options);
+            ADD_FAILURE() << row.name;
+        } catch (const std::runtime_error &error) {
+            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos) << error.what();
+        }
+    }
+    Host host(probe());
+    EXPECT_EQ(host.deleteInstance("OXT_Probe").rc, CMPI_RC_ERR_NOT_SUPPORTED); // a NULL slot of the probe's table
+    EXPECT_EQ(host.misuses().size(), 1u);
+    EXPECT_EQ(host.enumInstanceNames("OXT_Probe").instances.size(), 1u);
+}
+
+TEST(Schema, TypesArgumentsAndProperties) {
+    const struct {
+        const char *parameter, *text, *arrives;
+    } rows[] = {{"u", "300", "0090:300"},     {"U", "65566", "0090:30"}, {"u", "-1", "0090:65535"},
+                {"u", "abc", "0090:30818"},   {"s", "-2", "00d0:65534"}, {"b", "TRUE", "0002:1"},
+                {"t", "65566", "1600:65566"}, {"other", "5", "1600:5"}};
+    Host host(probe(Flavour::Sfcb, schema));
+    for (const auto &row : rows)
+        EXPECT_EQ(call(host, "echo", {{row.parameter, host.argument("oxt_probe", "ECHO", row.parameter, row.text)}}),
+                  row.arrives);
+    EXPECT_EQ(host.argument("OXT_Probe", "echo", "s", "65534").number, -2);
+    const Reply reply = host.getInstance("OXT_Probe");
+    EXPECT_EQ(textOf(reply.instances.at(0).properties), "Text=text Id=7 Number=70000 "); // a wider number replaces
+    Host strict(probe(Flavour::Standard, schema));
+    EXPECT_EQ(strict.getInstance("OXT_Probe").rc, CMPI_RC_ERR_TYPE_MISMATCH);
+    Host wrong(probe(Flavour::Sfcb, "class OXT_Probe { datetime Text; };"));
+    EXPECT_EQ(wrong.getInstance("OXT_Probe").rc, CMPI_RC_ERR_TYPE_MISMATCH);
+}
+
+TEST(Schema, ReadsWhatASchemaUses) {
+    const Mof mof = readMof(schema);
+    const MofProperty *number = mof.findProperty("OXT_PROBE", "number");
+    ASSERT_TRUE(number != nullptr && mof.findProperty("OXT_Probe", "Id") != nullptr);
+    EXPECT_EQ(number->defaultText + number->qualifiers.at(0).second, "5a\"b, cd");
+    EXPECT_TRUE(mof.findProperty("OXT_Base", "id")->isKey && mof.propertiesOf("OXT_Probe").back()->isArray);
+    EXPECT_EQ(mof.findProperty("OXT_Probe", "Other")->type, "OXT_Base ref");
+    EXPECT_EQ(mof.findMethod("OXT_Probe", "echo")->parameters.size(), 5u);
+    EXPECT_TRUE(mof.isA("OXT_Probe", "OXT_Base") && !mof.isA("OXT_Base", "OXT_Probe"));
+    EXPECT_EQ(mof.instances.at(0).values.at(0).second + mof.instances[0].values.at(1).second, "xy-3");
+}
+
+TEST(Schema, SaysWhereItIsWrong) {
+    const struct {
+        const char *text, *sentence;
+    } rows[] = {
+        {"class A {\n  string x\n};", "line 3, column 1: expected ';'"},
+        {"class A {\n string x; uint8 X; };", "line 2, column 18: property X is declared twice"},
+        {"class A { string x = \"open\n\"; };", "line 1, column 22: text without its closing quote"},
+        {"/* class", "line 1, column 1: comment without an end"},
+        {"class A : B {};", "column 11: superclass B is not declared"},
+        {"Qualifier Key : boolean; class A { [Read] string x; };", "qualifier Read is not declared"},
+        {"class A {}; instance of A { x = 1; };", "class A has no property x"},
+        {"class A { uint8 f(uint8 a uint8 b); };", "column 27: expected ',' between parameters"},
+        {"class A { uint8 x = ; };", "column 21: expected a value"},
+        {"class A { uint8 x[] = {{1}}; };", "expected a value"},
+        {"class A {}; class a {};", "class a is declared twice"},
+        {"#include x", "expected pragma"},
+        {"Qualifier Q : string = {\"a\"", "expected"},
+        {"class A { [Key(true] string x; };", "expected ')'"},
+        {"class", "expected the name of a class"},
+        {"}", "expected a qualifier declaration, a class or an instance"},
+    };
+    for (const auto &row : rows) {
+        try {
+            readMof(row.text);
+            ADD_FAILURE() << row.text;
+        } catch (const std::runtime_error &error) {
+            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos) << error.what();
+        }
+    }
+}
+
+} // namespace

@@ -48,10 +48,20 @@ bool isPlainName(const char *name) {
     return std::none_of(name, name + length, [](unsigned char c) { return c == '/' || c < ' ' || c == 0x7F; });
 }
 
-// The log is rotated some way below the limit, so that the lines which other threads and processes write meanwhile find
-// room; at the limit lines are dropped.
-std::int64_t fullAt(std::int64_t maxBytes) {
-    return maxBytes - maxBytes / 8;
+// Whether the place is taken. Naming lasts an instant; in a child forked within it, it lasts for ever.
+bool isNamed(const TraceLogFile &log) {
+    constexpr timespec kStep = {0, 100000};
+    constexpr int kSteps = 20;
+    int naming = log.naming.load(std::memory_order_acquire);
+    for (int step = 0; step < kSteps && naming == kBeingNamed; ++step) {
+        (void)nanosleep(&kStep, nullptr);
+        naming = log.naming.load(std::memory_order_acquire);
+    }
+    return naming == kNamed;
+}
+
+// The log is rotated somestd::int64_t fullAt(std::int64_t maxBytes) {
+return maxBytes - maxBytes / 8;
 }
 
 // How far this process writes beyond the size at which it should have looked: what other processes wrote meanwhile is
@@ -177,15 +187,15 @@ TraceLogFile *traceLogNamed(const char *name) {
     if (name == nullptr || !isPlainName(name)) {
         return nullptr;
     }
+    // Everybody takes the first free place, so a name is entered once, however many threads bring it at a time.
     for (TraceLogFile &log : g_logs) {
-        int naming = log.naming.load(std::memory_order_acquire);
-        if (naming == kFree && log.naming.compare_exchange_strong(naming, kBeingNamed)) {
-            // Two threads may enter the same new name side by side: two descriptors of one file, which does no harm.
+        int naming = kFree;
+        if (log.naming.compare_exchange_strong(naming, kBeingNamed)) {
             std::memcpy(log.name, name, std::strlen(name) + 1);
             log.naming.store(kNamed, std::memory_order_release);
             return &log;
         }
-        if (naming == kNamed && std::strcmp(log.name, name) == 0) {
+        if (isNamed(log) && std::strcmp(log.name, name) == 0) {
             return &log;
         }
     }

@@ -60,8 +60,10 @@ bool isNamed(const TraceLogFile &log) {
     return naming == kNamed;
 }
 
-// The log is rotated somestd::int64_t fullAt(std::int64_t maxBytes) {
-return maxBytes - maxBytes / 8;
+// The log is rotated some way below the limit, so that the lines which other threads and processes write meanwhile find
+// room; at the limit lines are dropped.
+std::int64_t fullAt(const TraceSettings &settings) {
+    return settings.maxBytes - settings.maxBytes / 8;
 }
 
 // How far this process writes beyond the size at which it should have looked: what other processes wrote meanwhile is
@@ -104,7 +106,7 @@ bool bringUp(TraceLogFile &log, const TraceSettings &settings, struct stat &stat
         if (!current && !reopen(log, path, ours, status)) {
             return false;
         }
-        if (status.st_size < fullAt(settings.maxBytes) || !rotate(path, settings.files, fullAt(settings.maxBytes))) {
+        if (status.st_size < fullAt(settings) || !rotate(path, settings.files, fullAt(settings))) {
             break;
         }
     }

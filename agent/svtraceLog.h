@@ -1,9 +1,9 @@
 // The open trace logs of this process: writing lines, noticing what became of the files, rotating them.
 //
 // At most kTraceLogs logs, each known by its name and kept until the process ends. Writers take no lock. About once a
-// second, or when a log has grown, one of the writing threads - chosen without waiting - looks after the file: it is
-// opened anew when it was moved or deleted, and rotated when it is full. A descriptor is replaced in place (dup3),
-// never closed under a writer.
+// second, or when a log has grown, one of the writing threads looks after the file (svtraceWatch.h): it is opened anew
+// when it was moved or deleted, and rotated when it is full. A descriptor is replaced in place (dup3), never closed
+// under a writer.
 #ifndef SVTRACE_LOG_H
 #define SVTRACE_LOG_H
 

@@ -15,8 +15,7 @@ unsigned oxtHash(const char *text);
 // hashOf(position) gives the hash under which a position is found again.
 bool oxtIndexAllocate(OxtIndex *index, int count);
 void oxtIndexFree(OxtIndex *index);
-template <typename HashOf>
-void oxtIndexMake(OxtIndex *index, int count, HashOf hashOf) {
+template <typename HashOf> void oxtIndexMake(OxtIndex *index, int count, HashOf hashOf) {
     if (!oxtIndexAllocate(index, count))
         return;
     for (int position = count - 1; position >= 0; --position) { // backwards, so that each chain ascends

@@ -30,8 +30,7 @@ const char *nameIn(OxtFuncSlot slot) {
 
 // The code pointer in a slot. Sequentially consistent like the count of those inside: either the closing thread sees
 // this thread inside, or this thread sees the emptied slot.
-template <typename Function>
-Function functionIn(OxtFuncSlot slot) {
+template <typename Function> Function functionIn(OxtFuncSlot slot) {
     return reinterpret_cast<Function>(const_cast<void *>(g_Func[slot].load()));
 }
 

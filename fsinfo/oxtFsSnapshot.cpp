@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -24,13 +23,7 @@ struct TypeOfFamily {
 };
 constexpr TypeOfFamily TYPES[] = {{"EXT4", "ext4"}, {"XFS", "xfs"}, {"EXT3", "ext3"}, {"EXT2", "ext2"}};
 
-struct Free {
-    void operator()(char *block) const { free(block); }
-};
-typedef std::unique_ptr<char, Free> Buffer;
-
-template <size_t N>
-void copyText(char (&to)[N], const char *from) {
+template <size_t N> void copyText(char (&to)[N], const char *from) {
     snprintf(to, N, "%s", from);
 }
 
@@ -59,21 +52,16 @@ uint16_t countTexts(const char *list) {
     return n;
 }
 
-// Both tables, zeroed, for n entries. -1 with the failure traced and nothing kept.
-int makeTables(const char *function, FsTables *tables, uint16_t n) {
-    const size_t sizes = n * sizeof(FsSizeEntry);
-    const size_t mounts = n * sizeof(FsMountEntry);
+// Both tables, zeroed, for n entries: null, or which could not be made.
+const char *makeTables(FsTables *tables, uint16_t n) {
     tables->pwFsTbl = static_cast<FsSizeEntry *>(calloc(n, sizeof(FsSizeEntry)));
-    OXT_REQUIRE_AS(function, tables->pwFsTbl != nullptr, -1, "_OUT_ pwFsTbl malloc(%d) Failure!!",
-                   static_cast<int>(sizes));
+    if (tables->pwFsTbl == nullptr)
+        return "pwFsTbl";
     tables->pwFsLinuxTbl = static_cast<FsMountEntry *>(calloc(n, sizeof(FsMountEntry)));
-    if (tables->pwFsLinuxTbl == nullptr) {
-        fsFreeTables(tables);
-        OXT_TRACE_FAIL_AS(function, "_OUT_ pwFsLinuxTbl malloc(%d) Failure!!", static_cast<int>(mounts));
-        return -1;
-    }
+    if (tables->pwFsLinuxTbl == nullptr)
+        return "pwFsLinuxTbl";
     tables->tTotalFs = n;
-    return 0;
+    return nullptr;
 }
 
 const char *typeOfFamily(const char *family) {
@@ -164,24 +152,34 @@ void traceRecord(const char *function, const FsProv *prov) {
 #undef SHOW
 }
 
+// The entries of a list of mount directories. 0, or -1 with the failure traced; frees the list before the exit line.
+int examineList(const char *function, const FsSystem *system, char *list, FsTables *tables) {
+    const uint16_t n = countTexts(list);
+    if (const char *table = makeTables(tables, n)) {
+        const size_t size = n * (tables->pwFsTbl == nullptr ? sizeof(FsSizeEntry) : sizeof(FsMountEntry));
+        fsFreeTables(function, tables);
+        OXT_MEMFREE_IN(function, list);
+        OXT_FAIL_AS(function, -1, "_OUT_ %s malloc(%d) Failure!!", table, static_cast<int>(size));
+    }
+    const char *mountPoint = list;
+    for (uint16_t i = 0; i < n; ++i, mountPoint += strlen(mountPoint) + 1)
+        examine(system, mountPoint, static_cast<uint16_t>(i + 1), &tables->pwFsTbl[i], &tables->pwFsLinuxTbl[i]);
+    OXT_MEMFREE_IN(function, list);
+    OXT_TRACE_AS(function, "_OUT_ OXT_TRUE");
+    return 0;
+}
+
 // The steps of OXTFileSysGetConfig on one reading of the system.
 int gatherTables(const char *function, const FsSystem *system, FsTables *tables) {
     OXT_REQUIRE_AS(function, system->mountsRead, -1, "_OUT_ setmntent[/etc/mtab] Failure!!");
     const size_t listSize = static_cast<size_t>(countCandidates(function, system)) * PATH_SIZE + 1;
-    const Buffer list(static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr));
+    char *list = static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr);
     OXT_REQUIRE_AS(function, list != nullptr, -1, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
-    if (GetMountPointStrings(system, static_cast<int>(listSize), list.get()) == 0) {
-        OXT_TRACE_AS(function, "_OUT_ GetMountPointStrings() Failure!!");
-        return 0; // a machine without candidates: no file systems
-    }
-    const uint16_t n = countTexts(list.get());
-    if (makeTables(function, tables, n) != 0)
-        return -1;
-    const char *mountPoint = list.get();
-    for (uint16_t i = 0; i < n; ++i, mountPoint += strlen(mountPoint) + 1)
-        examine(system, mountPoint, static_cast<uint16_t>(i + 1), &tables->pwFsTbl[i], &tables->pwFsLinuxTbl[i]);
-    OXT_TRACE_AS(function, "_OUT_ OXT_TRUE");
-    return 0;
+    if (GetMountPointStrings(system, static_cast<int>(listSize), list) != 0)
+        return examineList(function, system, list, tables);
+    OXT_MEMFREE_IN(function, list);
+    OXT_TRACE_AS(function, "_OUT_ GetMountPointStrings() Failure!!");
+    return 0; // a machine without candidates: no file systems
 }
 
 } // namespace
@@ -190,9 +188,11 @@ uint32_t fsMiB(unsigned long blocks, unsigned long bytesPerBlock) {
     return static_cast<uint32_t>(static_cast<uint64_t>(blocks) * (bytesPerBlock / 512) / 2048);
 }
 
-void fsFreeTables(FsTables *tables) {
-    free(tables->pwFsTbl);
-    free(tables->pwFsLinuxTbl);
+void fsFreeTables(const char *function, FsTables *tables) {
+    if (tables->pwFsTbl != nullptr)
+        OXT_MEMFREE_IN(function, tables->pwFsTbl);
+    if (tables->pwFsLinuxTbl != nullptr)
+        OXT_MEMFREE_IN(function, tables->pwFsLinuxTbl);
     *tables = {};
 }
 
@@ -207,15 +207,17 @@ int fsGetCurrentInfo(const OxtCInfo *, DatInfo *datInfo) {
     OXT_REQUIRE(datInfo != nullptr, -1, "_OUT_ param(datInfo) Failure!!");
     FsTables tables = {};
     if (OXTFileSysGetConfig(&tables) == -1) {
-        fsFreeTables(&tables);
-        OXT_FAIL(-1, "_OUT_ OXTFileSysGetConfig() Failure!!");
+        OXT_TRACE_FAIL("_OUT_ OXTFileSysGetConfig() Failure!!");
+        fsFreeTables(__func__, &tables);
+        return -1;
     }
     datInfo->datNum = static_cast<int>(tables.tTotalFs);
     datInfo->datAdr = memalloc(oxtAreaSize(datInfo)); // refuses the size 0 of a machine without candidates
     if (datInfo->datAdr == nullptr) {
+        OXT_TRACE_FAIL("_OUT_ FileSysDat alloc Failure!!");
         datInfo->datNum = 0;
-        fsFreeTables(&tables);
-        OXT_FAIL(-1, "_OUT_ FileSysDat alloc Failure!!");
+        fsFreeTables(__func__, &tables);
+        return -1;
     }
     OXT_TRACE("num=[%d].", datInfo->datNum);
     for (int i = 0; i < datInfo->datNum; ++i) {
@@ -224,7 +226,7 @@ int fsGetCurrentInfo(const OxtCInfo *, DatInfo *datInfo) {
         setDefaults(prov);
         traceRecord(__func__, prov);
     }
-    fsFreeTables(&tables);
+    fsFreeTables(__func__, &tables);
     OXT_TRACE("_OUT_ OXT_TRUE");
     return 0;
 }

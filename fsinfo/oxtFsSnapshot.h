@@ -32,7 +32,7 @@ struct FsTables {
 
 // Fills the tables (freed by fsFreeTables). 0, also when nothing is a candidate (no entries); -1 on a failure.
 int OXTFileSysGetConfig(FsTables *tables);
-void fsFreeTables(FsTables *tables);
+void fsFreeTables(const char *function, FsTables *tables); // traced in the caller's name
 
 // (blocks * (block size / 512)) / 2048, each division rounded down: a block size below 512 bytes gives 0.
 uint32_t fsMiB(unsigned long blocks, unsigned long bytesPerBlock);

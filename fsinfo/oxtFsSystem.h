@@ -36,8 +36,7 @@ void fsSystemRead(FsSystem *system);
 void fsSystemFree(FsSystem *system);
 
 // Reads the system for one call: how the functions that take an FsSystem work by themselves.
-template <typename Call>
-auto fsWithSystem(Call call) {
+template <typename Call> auto fsWithSystem(Call call) {
     FsSystem system;
     fsSystemRead(&system);
     const auto result = call(&system);

@@ -10,8 +10,7 @@ namespace {
 #define BUILDER_TRACE(...) OXT_TRACE_AS(cls.builder, __VA_ARGS__)
 #define BUILDER_FAIL(...) OXT_TRACE_FAIL_AS(cls.builder, __VA_ARGS__)
 
-template <typename T>
-T fieldOf(const void *record, const OxtProperty &property) {
+template <typename T> T fieldOf(const void *record, const OxtProperty &property) {
     T value;
     memcpy(&value, static_cast<const char *>(record) + property.offset, sizeof value);
     return value;

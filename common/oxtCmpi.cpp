@@ -44,22 +44,12 @@ char *copyPathText(const char *function, const CMPIObjectPath *cop, PathText get
         return nullptr;
     }
     const char *chars = CMGetCharsPtr(string, &rc);
-    char *copy = chars != nullptr ? strdup(chars) : nullptr;
+    char *copy = chars != nullptr && rc.rc == CMPI_RC_OK ? strdup(chars) : nullptr;
+    const int error = errno;
     CMRelease(string);
-    if (copy == nullptr || rc.rc != CMPI_RC_OK) {
-        free(copy);
-        OXT_TRACE_FAIL_AS(function, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", errno);
-        return nullptr;
-    }
+    OXT_REQUIRE_AS(function, copy != nullptr, nullptr, "_OUT_ CMGetCharsPtr() Failure!! errno=[%d]", error);
     OXT_TRACE_AS(function, "_OUT_ %s=[%p][%s]", resultName, static_cast<void *>(copy), copy);
     return copy;
-}
-
-CMPIString *nameSpaceOf(const CMPIObjectPath *cop, CMPIStatus *rc) {
-    return CMGetNameSpace(cop, rc);
-}
-CMPIString *classNameOf(const CMPIObjectPath *cop, CMPIStatus *rc) {
-    return CMGetClassName(cop, rc);
 }
 
 // The instances of an enumeration as a clone of its array: their number, or -1 with the failure traced.
@@ -102,6 +92,7 @@ int getKeyIndex(const CMPIObjectPath *cop) {
 int getArgToInt(const CMPIArgs *in, const char *name) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(in != nullptr, -1, "_OUT_ Param(cin) Failure!!");
+    OXT_REQUIRE(name != nullptr, -1, "_OUT_ Param(name) Failure!!");
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     const CMPIData data = CMGetArg(in, name, &rc);
     OXT_REQUIRE(isDelivered(rc, data), -1, "_OUT_ CMGetArg() Failure!!");
@@ -111,11 +102,15 @@ int getArgToInt(const CMPIArgs *in, const char *name) {
 }
 
 char *getNameSpace(const CMPIObjectPath *cop) {
-    return copyPathText(__func__, cop, nameSpaceOf, "CMGetNameSpace", "namsp");
+    return copyPathText(
+        __func__, cop, [](const CMPIObjectPath *path, CMPIStatus *rc) { return CMGetNameSpace(path, rc); },
+        "CMGetNameSpace", "namsp");
 }
 
 char *getClassName(const CMPIObjectPath *cop) {
-    return copyPathText(__func__, cop, classNameOf, "CMGetClassName", "className");
+    return copyPathText(
+        __func__, cop, [](const CMPIObjectPath *path, CMPIStatus *rc) { return CMGetClassName(path, rc); },
+        "CMGetClassName", "className");
 }
 
 int getEnumArray(const OxtCInfo *cInfo, const char *nameSpace, const char *className, CMPIArray **out) {

@@ -12,9 +12,10 @@ struct OxtIndex {
 
 unsigned oxtHash(const char *text);
 
-// hashOf(position) gives the hash under which a position is found again.
-bool oxtIndexAllocate(OxtIndex *index, int count);
+bool oxtIndexAllocate(OxtIndex *index, int count); // false without memory: the index visits all
 void oxtIndexFree(OxtIndex *index);
+
+// hashOf(position) gives the hash under which a position is found again.
 template <typename HashOf> void oxtIndexMake(OxtIndex *index, int count, HashOf hashOf) {
     if (!oxtIndexAllocate(index, count))
         return;

@@ -8,12 +8,12 @@
 
 // The classes that the store keeps; indices into its descriptor arrays.
 enum OxtClassId { OXT_CID_FS_CONF = 0, OXT_CID_FS_TNUM = 1, OXT_CID_FS_PROV = 2, OXT_CID_FS_COUNT = 3 };
-enum { OXT_FALSE = 0, OXT_TRUE = 1 };
+constexpr int OXT_CID_FS_SIZES[OXT_CID_FS_COUNT] = {8, 4, 1840}; // bytes of one record of each
 
 // One class's records in process memory.
 struct DatInfo {
     int datSize;  // bytes of one record
-    int datNum;   // records; the block behind datAdr always holds at least as many
+    int datNum;   // records; between a new count and reallocDatArea the block may hold fewer
     void *datAdr; // owned; null while nothing is allocated
 };
 

@@ -46,18 +46,22 @@ bool keyOf(const char *function, const char *keyFile, key_t *key) {
     return true;
 }
 
-// Removes the segment under a key when it is a dead provider's: made by this user in a process that is gone, and
-// attached by nobody. Once the key file has moved on, nothing would ever find it again.
-void removeOrphan(key_t key) {
+// Removes the segment under a key when it is a dead provider's: of the class's shape, made by this user in a process
+// that is gone, and attached by nobody. Once the key file has moved on, nothing would ever find it again. Another
+// program's segment may have the same key and stays.
+void removeOrphan(key_t key, int cid) {
     struct shmid_ds ds = {};
     const int id = shmget(key, 0, 0);
-    if (id > 0 && shmctl(id, IPC_STAT, &ds) == 0 && ds.shm_perm.uid == geteuid() && ds.shm_nattch == 0 &&
-        kill(ds.shm_cpid, 0) == -1 && errno == ESRCH)
+    if (cid >= OXT_CID_FS_COUNT || id <= 0 || shmctl(id, IPC_STAT, &ds) != 0)
+        return;
+    const bool ours = ds.shm_perm.uid == geteuid() && (ds.shm_perm.mode & 0777) == 0600 &&
+                      ds.shm_segsz % static_cast<size_t>(OXT_CID_FS_SIZES[cid]) == 0;
+    if (ours && ds.shm_nattch == 0 && kill(ds.shm_cpid, 0) == -1 && errno == ESRCH)
         shmctl(id, IPC_RMID, nullptr);
 }
 
 // The tries of shmCreate: the new segment's id or -1, and the number of the last try.
-int createUnderFreeKey(const char *function, const char *keyFile, int size, int *tries) {
+int createUnderFreeKey(const char *function, const char *keyFile, int cid, int size, int *tries) {
     int &n = *tries;
     for (n = 1; n < TRY_LIMIT; ++n) {
         key_t key = -1;
@@ -74,7 +78,7 @@ int createUnderFreeKey(const char *function, const char *keyFile, int size, int 
             OXT_TRACE_AS(function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id, errno);
         } else {
             OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
-            removeOrphan(key);
+            removeOrphan(key, cid);
         }
         // A new key file has a new inode and so another key; the old one stays until the end, so that its inode is
         // not given out again.
@@ -120,14 +124,14 @@ size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
     return records > 0 ? static_cast<size_t>(records) * static_cast<size_t>(ins->datSize) : 0;
 }
 
-void forget(ShmInfo *shm) {
+} // namespace
+
+void shmForget(ShmInfo *shm) {
     shm->shmId = -1;
     shm->shmNum = 0;
     shm->shmAdr = nullptr;
     shm->filled = false;
 }
-
-} // namespace
 
 int shmMutexLock(pthread_mutex_t *mutex) {
     OXT_TRACE("_IN_");
@@ -152,12 +156,15 @@ int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int
     OXT_REQUIRE(guardLock(cInfo, shm, &guarded) == 0, -1, "_OUT_ thmutex_lock Failure!!");
 
     char keyFile[NAME_SIZE];
-    snprintf(keyFile, sizeof keyFile, "%s%d", fnm, cid);
+    const bool named = static_cast<size_t>(snprintf(keyFile, sizeof keyFile, "%s%d", fnm, cid)) < sizeof keyFile;
     int tries = 0;
-    const int id = createUnderFreeKey(__func__, keyFile, size, &tries);
+    const int id = named ? createUnderFreeKey(__func__, keyFile, cid, size, &tries) : -1;
+    const int error = errno;
     if (id == -1 && tries >= TRY_LIMIT - 1)
         OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", tries);
-    removeBackups(__func__, keyFile);
+    if (named)
+        removeBackups(__func__, keyFile);
+    errno = error; // callers trace it
     if (guardUnlock(shm, guarded) != 0) {
         if (id != -1)
             shmctl(id, IPC_RMID, nullptr); // its id would be lost
@@ -180,12 +187,26 @@ int shmDestroy(const OxtCInfo *cInfo, ShmInfo *shm) {
         OXT_TRACE_FAIL("shmctl Failure!! errno=[%d]", errno);
     if (guardUnlock(shm, guarded && locked) != 0)
         OXT_TRACE_FAIL("thmutex_unlock Failure!!");
-    forget(shm);
+    shmForget(shm);
     OXT_TRACE("_OUT_");
     return 0;
 }
 
 namespace {
+
+// Creates the segment of a data area's records and fills the descriptor in. False when it could not be made.
+bool newSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, int cid, const DatInfo *ins,
+                ShmInfo *shm) {
+    const int size = oxtAreaSize(ins);
+    OXT_TRACE_AS(function, "shmCreate(%s,%d,%d)", fnm, cid, size);
+    const int id = shmCreate(cInfo, shm, fnm, cid, size);
+    if (id == -1)
+        return false;
+    shm->shmId = id;
+    shm->shmNum = ins->datNum;
+    shm->filled = false;
+    return true;
+}
 
 // One class of shmNew: 0, or -1 with the failure traced.
 int matchSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, int cid, const DatInfo *ins,
@@ -195,16 +216,13 @@ int matchSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, i
         OXT_REQUIRE_AS(function, shmDestroy(cInfo, shm) == 0, -1, "shmDestroy(%d) Failure!! errno=[%d]", cid, errno);
     }
     if (ins->datNum != 0 && (shm->shmNum != ins->datNum || shm->shmAdr == nullptr)) {
-        const int size = oxtAreaSize(ins);
-        OXT_TRACE_AS(function, "shmCreate(%s,%d,%d)", fnm, cid, size);
-        const int id = shmCreate(cInfo, shm, fnm, cid, size);
-        OXT_REQUIRE_AS(function, id != -1, -1, "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
-        shm->shmId = id;
-        shm->shmNum = ins->datNum;
-        shm->filled = false;
+        if (shm->shmId > 0) // never attached: nothing else would remove it
+            shmctl(shm->shmId, IPC_RMID, nullptr);
+        OXT_REQUIRE_AS(function, newSegment(function, cInfo, fnm, cid, ins, shm), -1,
+                       "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
     }
     if (ins->datNum == 0)
-        forget(shm);
+        shmForget(shm);
     return 0;
 }
 
@@ -294,13 +312,9 @@ int reallocDatArea(const OxtCInfo *cInfo, const char *shmKeyFnm, int cid, DatInf
         OXT_REQUIRE(shmDestroy(cInfo, shm) == 0, -1, "_OUT_ shmDestroy() Failure!! errno=[%d]", errno);
     }
     if (ins->datNum > 0) {
+        OXT_REQUIRE(newSegment(__func__, cInfo, shmKeyFnm, cid, ins, shm), -1, "_OUT_ shmCreate() Failure!! errno=[%d]",
+                    errno);
         const int size = oxtAreaSize(ins);
-        OXT_TRACE("shmCreate(%s,%d,%d)", shmKeyFnm, cid, size);
-        const int id = shmCreate(cInfo, shm, shmKeyFnm, cid, size);
-        OXT_REQUIRE(id != -1, -1, "_OUT_ shmCreate() Failure!! errno=[%d]", errno);
-        shm->shmId = id;
-        shm->shmNum = ins->datNum;
-        shm->filled = false;
         OXT_TRACE("memrealloc(%d)", size);
         ins->datAdr = memrealloc(ins->datAdr, size);
         OXT_REQUIRE(ins->datAdr != nullptr, -1, "_OUT_ memrealloc() Failure!!");

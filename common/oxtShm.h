@@ -19,6 +19,9 @@ struct ShmInfo {
     bool filled; // setInstToShm has written it since it was made; until then it reads as zeros
 };
 
+// Forgets a segment; its mutex stays.
+void shmForget(ShmInfo *shm);
+
 // A segment's mutex: 0, or -1 after 30 tries; 0, or -1 when it cannot be unlocked.
 int shmMutexLock(pthread_mutex_t *mutex);
 int shmMutexUnlock(pthread_mutex_t *mutex);
@@ -30,14 +33,15 @@ int shmDestroy(const OxtCInfo *cInfo, ShmInfo *shm);
 // Makes the segments of classes 0 to max match the data areas' record counts. On a failure all are removed; -1.
 int shmNew(const OxtCInfo *cInfo, int max, const char *fnm, DatInfo ins[], ShmInfo shm[]);
 
-// Copy a class to its segment and back, as many records as the destination holds. A segment that cannot be attached is
+// Copy a class to its segment and back, as many records as both hold. A segment that cannot be attached is
 // traced and skipped with result 0; -1 for refused arguments and lock failures.
 int setInstToShm(const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm);
 int setShmToInst(const OxtCInfo *cInfo, ShmInfo *shm, DatInfo *ins);
 
-// Makes block and segment hold ins->datNum records, which the caller has set. Old records stay in the block, new ones
-// are zero; the new segment is empty until setInstToShm. A count of 0 removes the segment and keeps the block. -1 on a
-// failure: ins->datAdr is then null or still the old block, and ins->datNum no longer tells its size.
+// Makes block and segment hold ins->datNum records, which the caller has set. As many records as the old segment held
+// stay in the block, the others are zero; the new segment is empty until setInstToShm. A count of 0 removes the segment
+// and keeps the block. -1 on a failure: ins->datAdr is then null or still the old block, and ins->datNum no longer
+// tells its size.
 int reallocDatArea(const OxtCInfo *cInfo, const char *shmKeyFnm, int cid, DatInfo *ins, ShmInfo *shm);
 
 #endif

@@ -3,9 +3,9 @@
 // The module owns the binding table. It is filled and emptied under a lock of its own and read without one; a library
 // is closed only when no thread is inside it, so a trace call that overlaps a clean-up is safe.
 //
-// The habit: a function traces "_IN_" on entry, exactly one line that begins with "_OUT_" on every exit, and each
-// failure at the failure level. Tracing never changes errno, so that a caller still finds the code of a failed call
-// behind the lines that its callee wrote.
+// The habit: a function traces "_IN_" on entry, a line that begins with "_OUT_" on every exit (a failed step that does
+// not end the function may write one of its own before), and each failure at the failure level. Tracing never changes
+// errno, so that a caller still finds the code of a failed call behind the lines that its callee wrote.
 #ifndef OXT_TRACE_H
 #define OXT_TRACE_H
 

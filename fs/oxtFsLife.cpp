@@ -45,10 +45,7 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) 
     OXT_TRACE_AS(function, "fsFreeInstance()");
     OXT_REQUIRE_AS(function, fsFreeInstance(cInfo) == 0,
                    failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
-    // The mutexes live as long as the library: a request may follow this clean-up.
-    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-        OXT_TRACE_AS(function, "pthread_mutex_destroy(%d)", cid);
-    OXT_TRACE_AS(function, "pthread_mutex_destroy(instMutexFs)");
+    fsTraceMutexesDestroyed(function);
     *state = OXT_FS_UNINITIALISED;
     return {CMPI_RC_OK, nullptr};
 }

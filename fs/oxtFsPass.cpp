@@ -55,25 +55,21 @@ void traceKeys(const char *function, const char *side, int position, const FsPro
 }
 
 void traceComparison(const char *function, const FsProv *cur, const FsProv *ins) {
-#define COMPARE(...) OXT_TRACE_AS(function, __VA_ARGS__)
-    COMPARE("    Index            =cur[%d] ins[%d]", cur->Index, ins->Index);
-    COMPARE("    DriveType        =cur[%d] ins[%d]", cur->DriveType, ins->DriveType);
-    COMPARE("    MonThreshold     =cur[%d] ins[%d]", cur->MonitorThreshold, ins->MonitorThreshold);
-    COMPARE("    WarnThreshold    =cur[%d] ins[%d]", static_cast<int>(cur->WarningThreshold),
-            static_cast<int>(ins->WarningThreshold));
-    COMPARE("    WarnThresholdDef =cur[%d] ins[%d]", static_cast<int>(cur->WarningThresholdDefault),
-            static_cast<int>(ins->WarningThresholdDefault));
-    COMPARE("    FatThreshold     =cur[%d] ins[%d]", static_cast<int>(cur->FatalThreshold),
-            static_cast<int>(ins->FatalThreshold));
-    COMPARE("    FatThresholdDef  =cur[%d] ins[%d]", static_cast<int>(cur->FatalThresholdDefault),
-            static_cast<int>(ins->FatalThresholdDefault));
-    COMPARE("    FreeSpaceStatus  =cur[%d] ins[%d]", cur->FreeSpaceStatus, ins->FreeSpaceStatus);
-    COMPARE("    _root            =cur[%s] ins[%s]", cur->_root, ins->_root);
-    COMPARE("    _FileSystemSize  =cur[%lld] ins[%lld]", static_cast<long long>(cur->_FileSystemSize),
-            static_cast<long long>(ins->_FileSystemSize));
-    COMPARE("    _AvailableSpace  =cur[%lld] ins[%lld]", static_cast<long long>(cur->_AvailableSpace),
-            static_cast<long long>(ins->_AvailableSpace));
-    COMPARE("    _FileSystemType  =cur[%s] ins[%s]", cur->_FileSystemType, ins->_FileSystemType);
+#define COMPARE(label, format, type, field)                                                                            \
+    OXT_TRACE_AS(function, "    " label "=cur[" format "] ins[" format "]", static_cast<type>(cur->field),             \
+                 static_cast<type>(ins->field))
+    COMPARE("Index            ", "%d", int, Index);
+    COMPARE("DriveType        ", "%d", int, DriveType);
+    COMPARE("MonThreshold     ", "%d", int, MonitorThreshold);
+    COMPARE("WarnThreshold    ", "%d", int, WarningThreshold);
+    COMPARE("WarnThresholdDef ", "%d", int, WarningThresholdDefault);
+    COMPARE("FatThreshold     ", "%d", int, FatalThreshold);
+    COMPARE("FatThresholdDef  ", "%d", int, FatalThresholdDefault);
+    COMPARE("FreeSpaceStatus  ", "%d", int, FreeSpaceStatus);
+    COMPARE("_root            ", "%s", const char *, _root);
+    COMPARE("_FileSystemSize  ", "%lld", long long, _FileSystemSize);
+    COMPARE("_AvailableSpace  ", "%lld", long long, _AvailableSpace);
+    COMPARE("_FileSystemType  ", "%s", const char *, _FileSystemType);
 #undef COMPARE
 }
 

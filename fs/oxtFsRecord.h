@@ -50,7 +50,10 @@ struct FsProv {
     char _FileSystemType[OXT_FS_TEXT]; // "ext4", "xfs", "ext3", "ext2" or "others"
 };
 
-static_assert(sizeof(FsConf) == 8 && sizeof(FsTnum) == 4 && sizeof(FsProv) == 1840, "storage format");
+static_assert(sizeof(FsConf) == OXT_CID_FS_SIZES[OXT_CID_FS_CONF] &&
+                  sizeof(FsTnum) == OXT_CID_FS_SIZES[OXT_CID_FS_TNUM] &&
+                  sizeof(FsProv) == OXT_CID_FS_SIZES[OXT_CID_FS_PROV],
+              "storage format");
 static_assert(offsetof(FsConf, MonitorCycle) == 0 && offsetof(FsConf, MonitorCycleMin) == 2, "storage format");
 static_assert(offsetof(FsConf, MonitorCycleMax) == 4 && offsetof(FsConf, MonitorCycleDefault) == 6, "storage format");
 static_assert(offsetof(FsTnum, FileSystemTotalNumber) == 0 && offsetof(FsTnum, reserved) == 2, "storage format");

@@ -1,7 +1,7 @@
 #include "oxtFsState.h"
 
 #include <cstring>
-#include <ctime>
+#include <unistd.h>
 
 #include "oxtFile.h"
 #include "oxtFsSave.h"
@@ -58,14 +58,22 @@ void *findOriginal(const FsEdit *edit) {
 } // namespace
 
 int fsStoreLock() {
-    timespec until = {};
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_sec += 3;
-    return pthread_mutex_clocklock(&fsStoreMutex, CLOCK_MONOTONIC, &until) == 0 ? 0 : -1;
+    for (int tries = 0; tries < 3000; ++tries) {
+        if (pthread_mutex_trylock(&fsStoreMutex) == 0)
+            return 0;
+        usleep(1000);
+    }
+    return -1;
 }
 
 void fsStoreUnlock() {
     pthread_mutex_unlock(&fsStoreMutex);
+}
+
+void fsTraceMutexesDestroyed(const char *function) {
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+        OXT_TRACE_AS(function, "pthread_mutex_destroy(%d)", cid);
+    OXT_TRACE_AS(function, "pthread_mutex_destroy(instMutexFs)");
 }
 
 int fsApplyEdit(const FsEdit *edit) {
@@ -81,18 +89,23 @@ unsigned fsEditCount() {
     return edits;
 }
 
+int fsRefreshClass(const char *function, const OxtCInfo *cInfo, int cid) {
+    OXT_TRACE_AS(function, "setShmToInst(%d)", cid);
+    const int ret = setShmToInst(cInfo, &shmFs[cid], &instFs[cid]);
+    if (cid == OXT_CID_FS_PROV)
+        fsEndTexts(&instFs[cid]);
+    OXT_REQUIRE_AS(function, ret == 0, -1, "_OUT_ setShmToInst(%d) Failure!!", cid);
+    return 0;
+}
+
 int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo) {
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
-        if (shmFs[cid].shmNum <= 0) {
+        if (shmFs[cid].shmNum <= 0)
             fsReleaseInstance(&instFs[cid]);
-            continue;
-        }
-        OXT_TRACE_AS(function, "setShmToInst(%d)", cid);
-        OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[cid], &instFs[cid]) == 0, -1,
-                       "_OUT_ setShmToInst(%d) Failure!!", cid);
+        else if (fsRefreshClass(function, cInfo, cid) != 0)
+            return -1;
     }
-    fsEndTexts(&instFs[OXT_CID_FS_PROV]);
     return 0;
 }
 

@@ -19,7 +19,7 @@ extern ShmInfo shmFs[OXT_CID_FS_COUNT];
 extern pthread_mutex_t instMutexFs;
 extern std::atomic<int> gfs_SleepSec; // seconds between two passes; follows MonitorCycle
 
-extern pthread_mutex_t fsStoreMutex; // the store lock; taken with fsStoreLock
+extern pthread_mutex_t fsStoreMutex; // the store lock
 int fsStoreLock();                   // 0, or -1 after 3 seconds
 void fsStoreUnlock();
 
@@ -34,6 +34,9 @@ struct FsEdit {
     uint32_t value;
 };
 
+// The trace of a tear-down says that the mutexes are destroyed. They live as long as the library: a request may follow.
+void fsTraceMutexesDestroyed(const char *function);
+
 // All of the following: call with the store lock held, but for fsSaveStore and fsReleaseInstance. The lines are traced
 // in the caller's name.
 
@@ -42,6 +45,8 @@ int fsApplyEdit(const FsEdit *edit);
 // Changes applied so far: a pass sees by it that one came in while it measured.
 unsigned fsEditCount();
 
+// Refreshes one class from its segment. 0 or -1.
+int fsRefreshClass(const char *function, const OxtCInfo *cInfo, int cid);
 // Refreshes the classes from their segments; a class without one becomes empty. 0 or -1.
 int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo);
 // Copies every class that has records to its segment. 0 or -1.

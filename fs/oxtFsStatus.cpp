@@ -75,14 +75,9 @@ int fsGetFreeSpaceStatus(const FsProv *prov) {
 }
 
 unsigned fsAlertOfNew(int status) {
-    switch (status) {
-    case OXT_FREESPC_WARN:
-        return OXT_ALERTID_FREESPC_WARN;
-    case OXT_FREESPC_FATAL:
-        return OXT_ALERTID_FREESPC_FATAL;
-    default:
-        return OXT_ALERTID_NONE;
-    }
+    return status == OXT_FREESPC_WARN    ? OXT_ALERTID_FREESPC_WARN
+           : status == OXT_FREESPC_FATAL ? OXT_ALERTID_FREESPC_FATAL
+                                         : OXT_ALERTID_NONE;
 }
 
 unsigned fsAlertOfChange(int storedStatus, int newStatus) {
@@ -99,8 +94,9 @@ int fsPutAlert(unsigned evId, const FsProv *prov) {
     char *cpParam[PARAMS] = {};
     AlertTexts texts = {};
     const AlertEvent *event = findEvent(evId);
-    if (event == nullptr || (event->params > 0 && prov == nullptr))
+    if (event == nullptr)
         return -1;
+    OXT_REQUIRE(event->params == 0 || prov != nullptr, -1, "_OUT_ param(prov) Failure!!");
     if (event->params > 0) {
         fillTexts(&texts, *event, prov);
         char *all[] = {texts.name, texts.root, texts.available, texts.size, texts.threshold};

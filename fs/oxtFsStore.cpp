@@ -21,11 +21,7 @@ void clearLeftovers() {
         ShmInfo &shm = shmFs[cid];
         if (shm.shmNum > 0 && shm.shmId > 0)
             shmctl(shm.shmId, IPC_RMID, nullptr);
-        // The mutex is made once: a thread of an earlier life may just be letting go of it.
-        shm.shmId = 0;
-        shm.shmNum = 0;
-        shm.shmAdr = nullptr;
-        shm.filled = false;
+        shmForget(&shm); // the mutex stays: a thread of an earlier life may just be letting go of it
     }
 }
 
@@ -96,11 +92,8 @@ int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatI
     DatInfo *area = &instFs[classId];
     DatInfo shown[OXT_CID_FS_COUNT] = {};
     if (shmFs[classId].shmNum > 0 && shmFs[classId].filled) {
-        OXT_TRACE_AS(function, "setShmToInst(%d)", classId);
-        OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[classId], area) == 0, -1,
-                       "_OUT_ setShmToInst(%d) Failure!!", classId);
-        if (classId == OXT_CID_FS_PROV)
-            fsEndTexts(area);
+        if (fsRefreshClass(function, cInfo, classId) != 0)
+            return -1;
         shown[classId] = *area;
     } else {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=0", classId);
@@ -113,9 +106,8 @@ int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatI
 
 // The configuration without a running thread: nothing changes it but clients, so no pass is needed.
 int readConfig(const char *function, const OxtCInfo *cInfo, DatInfo *out) {
-    OXT_TRACE_AS(function, "setShmToInst(%d)", OXT_CID_FS_CONF);
-    OXT_REQUIRE_AS(function, setShmToInst(cInfo, &shmFs[OXT_CID_FS_CONF], &instFs[OXT_CID_FS_CONF]) == 0, -1,
-                   "_OUT_ setShmToInst(%d) Failure!!", OXT_CID_FS_CONF);
+    if (fsRefreshClass(function, cInfo, OXT_CID_FS_CONF) != 0)
+        return -1;
     OXT_TRACE_AS(function, "- return Config -");
     fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);
     return handOut(&instFs[OXT_CID_FS_CONF], out);

@@ -130,9 +130,7 @@ void fsExitThread(const OxtCInfo *cInfo, FsCaller caller) {
     OXT_TRACE("fsFreeInstance()");
     if (fsFreeInstance(cInfo) != 0)
         OXT_TRACE_FAIL("fsFreeInstance() Failure!!");
-    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-        OXT_TRACE("pthread_mutex_destroy(%d)", cid);
-    OXT_TRACE("pthread_mutex_destroy(instMutexFs)");
+    fsTraceMutexesDestroyed(__func__);
     fsGateOpen(caller, OXT_FS_UNINITIALISED);
     OXT_TRACE("_OUT_");
 }

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/vfs.h>
 
+#include "oxtFile.h"
 #include "oxtFsMount.h"
 #include "oxtFsRecord.h"
 #include "oxtPaths.h"
@@ -50,29 +51,9 @@ bool startsWith(const char *text, std::string_view prefix) {
     return strncmp(text, prefix.data(), prefix.size()) == 0;
 }
 
-// Reads lines of the driver list as fgets(3) does from the file: at most 127 characters; `ended` like feof(3).
-struct LineReader {
-    const char *at;
-    const char *end;
-    bool ended;
-};
-
-bool nextLine(LineReader *reader, char (&line)[LINE_SIZE]) {
-    size_t length = 0;
-    while (length < LINE_SIZE - 1 && reader->at < reader->end) {
-        line[length] = *reader->at++;
-        if (line[length++] == '\n')
-            break;
-    }
-    line[length] = '\0';
-    if (length < LINE_SIZE - 1 && (length == 0 || line[length - 1] != '\n'))
-        reader->ended = true;
-    return length > 0;
-}
-
-bool skipToSection(LineReader *reader, const char *heading) {
+bool skipToSection(FILE *text, const char *heading) {
     char line[LINE_SIZE];
-    while (nextLine(reader, line) && !reader->ended)
+    while (fgets(line, sizeof line, text) != nullptr && feof(text) == 0)
         if (strstr(line, heading) != nullptr)
             return true;
     return false;
@@ -106,10 +87,10 @@ bool appendDriver(const char *function, const char *line, DeviceInfo ***tail, in
     return true;
 }
 
-bool readSection(const char *function, LineReader *reader, DeviceInfo **list, int *count) {
+bool readSection(const char *function, FILE *text, DeviceInfo **list, int *count) {
     DeviceInfo **tail = list;
     char line[LINE_SIZE];
-    while (nextLine(reader, line) && !reader->ended && strlen(line) >= 3) {
+    while (fgets(line, sizeof line, text) != nullptr && feof(text) == 0 && strlen(line) >= 3) {
         char *feed = line + strlen(line) - 1;
         if (*feed == '\n')
             *feed = '\0';
@@ -124,8 +105,8 @@ bool readSection(const char *function, LineReader *reader, DeviceInfo **list, in
 int driversOf(const FsSystem *system, int kind, DeviceInfo **list) {
     int count = 0;
     if (oxtTraceOn() || kind < 0 || kind > 1)
-        return getDeviceInfo(system, kind, list, &count);
-    if (!system->driversParsed[kind] && getDeviceInfo(system, kind, &system->driverLists[kind], &count) != 0)
+        return getDeviceInfo(kind, list, &count, system);
+    if (!system->driversParsed[kind] && getDeviceInfo(kind, &system->driverLists[kind], &count, system) != 0)
         return -1;
     system->driversParsed[kind] = true;
     *list = system->driverLists[kind];
@@ -172,15 +153,17 @@ int typeOfDriver(const char *function, const char *driver, const char *RootPNm, 
 
 } // namespace
 
-int getDeviceInfo(const FsSystem *system, int kind, DeviceInfo **list, int *count) {
+int getDeviceInfo(int kind, DeviceInfo **list, int *count, const FsSystem *system) {
     OXT_TRACE("_IN_ kind=[%d]", kind);
     const bool known = kind == OXT_DRIVER_CHARACTER || kind == OXT_DRIVER_BLOCK;
     OXT_REQUIRE(known && list != nullptr && count != nullptr, -1, "_OUT_ Param Failure!!(-1)");
     *list = nullptr;
     *count = 0;
+    OXT_READ_SYSTEM(system);
     OXT_REQUIRE(system->drivers != nullptr, -1, "_OUT_ fopen(%s) Failure!!(-1)", OXT_PATH_DEVICES);
-    LineReader reader = {system->drivers, system->drivers + system->driversLength, false};
-    if (skipToSection(&reader, SECTIONS[kind]) && !readSection(__func__, &reader, list, count)) {
+    const OxtFile text(fmemopen(system->drivers, system->driversLength, "r"));
+    OXT_REQUIRE(text != nullptr, -1, "_OUT_ fopen(%s) Failure!!(-1)", OXT_PATH_DEVICES);
+    if (skipToSection(text.get(), SECTIONS[kind]) && !readSection(__func__, text.get(), list, count)) {
         freeDeviceInfo(list);
         *count = 0;
         OXT_FAIL(-1, "_OUT_(-1)");
@@ -208,11 +191,12 @@ void freeDeviceInfo(DeviceInfo **list) {
     OXT_TRACE("_OUT_");
 }
 
-int getDevName(const FsSystem *system, char *devName, char *fsType, const char *RootPNm) {
+int getDevName(char *devName, char *fsType, const char *RootPNm, const FsSystem *system) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(devName != nullptr, -1, "_OUT_ param(devName) Failure!!");
     OXT_REQUIRE(fsType != nullptr, -1, "_OUT_ param(fsType) Failure!!");
     OXT_REQUIRE(RootPNm != nullptr, -1, "_OUT_ param(RootPNm) Failure!!");
+    OXT_READ_SYSTEM(system);
     OXT_REQUIRE(system->mountsRead, -1, "_OUT_ setmntent(/etc/mtab) Failure!!");
     int ret = -1;
     for (int i = -1; ret != 0 && (i = fsNextMountOn(system, RootPNm, i)) >= 0;) {
@@ -240,27 +224,30 @@ int getMajorNumber(const char *devName, int *isBlock) {
     return major;
 }
 
-int getDevType(const FsSystem *system, int major, const char *RootPNm, int isBlock, const char *devName) {
+int getDevType(int major, const char *RootPNm, int isBlock, const char *devName, const FsSystem *system) {
     OXT_TRACE("_IN_ major=[%d] RootPNm=[%s] isBlock=[%d] devName=[%s]", major, RootPNm != nullptr ? RootPNm : "NULL",
               isBlock, devName != nullptr ? devName : "NULL");
     OXT_REQUIRE(RootPNm != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(RootPNm) Failure!!");
     OXT_REQUIRE(devName != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(devName) Failure!!");
     DeviceInfo *list = nullptr;
+    OXT_READ_SYSTEM(system);
     const bool read = driversOf(system, isBlock, &list) == 0;
     OXT_REQUIRE(read, OXT_DRIVE_UNKNOWN, "_OUT_ getDeviceInfo() Failure!!");
     const DeviceInfo *driver = findDriver(__func__, list, major);
     const int retType = driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName) : OXT_DRIVE_UNKNOWN;
-    if (!system->driversParsed[isBlock])
+    if (list == nullptr || list != system->driverLists[isBlock])
         freeDeviceInfo(&list);
     OXT_TRACE("_OUT_ retType=[%d]", retType);
     return retType;
 }
 
-int getDriveType(const FsSystem *system, const char *RootPNm) {
+int getDriveType(const char *RootPNm, const FsSystem *system) {
     OXT_TRACE("_IN_ RootPNm=[%s]", RootPNm != nullptr ? RootPNm : "NULL");
+    OXT_REQUIRE(RootPNm != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(RootPNm) Failure!!");
     char devName[OXT_DEVICE_SIZE] = {};
     char fsType[TYPE_SIZE] = {};
-    const bool named = getDevName(system, devName, fsType, RootPNm) == 0;
+    OXT_READ_SYSTEM(system);
+    const bool named = getDevName(devName, fsType, RootPNm, system) == 0;
     OXT_REQUIRE(named, OXT_DRIVE_UNKNOWN, "_OUT_ getDevName Failure!! unknown");
     if (startsWith(devName, ROOT_DEVICE)) {
         OXT_TRACE("_OUT_ devName=[%s] is FIXED", devName);
@@ -270,23 +257,7 @@ int getDriveType(const FsSystem *system, const char *RootPNm) {
     int isBlock = 0;
     const int major = getMajorNumber(devName, &isBlock);
     OXT_REQUIRE(major > 0, OXT_DRIVE_UNKNOWN, "_OUT_ getMajorNumber() UNKNOWN");
-    const int type = getDevType(system, major, RootPNm, isBlock, devName);
+    const int type = getDevType(major, RootPNm, isBlock, devName, system);
     OXT_TRACE("_OUT_ getDevType(%d,%s,%s)=[%d]", major, RootPNm, devName, type);
     return type;
-}
-
-int getDeviceInfo(int kind, DeviceInfo **list, int *count) {
-    return fsWithSystem([&](const FsSystem *system) { return getDeviceInfo(system, kind, list, count); });
-}
-
-int getDevName(char *devName, char *fsType, const char *RootPNm) {
-    return fsWithSystem([&](const FsSystem *system) { return getDevName(system, devName, fsType, RootPNm); });
-}
-
-int getDevType(int major, const char *RootPNm, int isBlock, const char *devName) {
-    return fsWithSystem([&](const FsSystem *system) { return getDevType(system, major, RootPNm, isBlock, devName); });
-}
-
-int getDriveType(const char *RootPNm) {
-    return fsWithSystem([&](const FsSystem *system) { return getDriveType(system, RootPNm); });
 }

@@ -146,10 +146,12 @@ bool fsTypeLayered(const char *type) {
     return fsTypeMatches(type, "ECRYPTFS") || fsTypeMatches(type, "ROOTFS");
 }
 
-long long GetMountPointStrings(const FsSystem *system, int BufLen, char *Buf) {
+long long GetMountPointStrings(int BufLen, char *Buf, const FsSystem *system) {
     OXT_TRACE("_IN_ BufLen=[%d]", BufLen);
+    OXT_REQUIRE(Buf != nullptr, 0, "_OUT_ param(Buf) Failure!!");
+    OXT_REQUIRE(BufLen > 0, 0, "_OUT_ param(BufLen) Failure!!");
+    OXT_READ_SYSTEM(system);
     OXT_REQUIRE(system->mountsRead, 0, "_OUT_ setmntent[/etc/mtab] Failure!!");
-    OXT_REQUIRE(Buf != nullptr && BufLen > 0, 0, "_OUT_ param(Buf) Failure!!");
     const std::unique_ptr<bool, FreeFlags> listed(static_cast<bool *>(calloc(system->mountCount + 1, sizeof(bool))));
     OXT_REQUIRE(listed != nullptr, 0, "_OUT_ listed alloc Failure!!");
     MountList list = {Buf, static_cast<size_t>(BufLen), 0, 0, listed.get()};
@@ -160,9 +162,11 @@ long long GetMountPointStrings(const FsSystem *system, int BufLen, char *Buf) {
     return list.count;
 }
 
-int GetFsName(const FsSystem *system, unsigned type, char *buf, int size, const char *RootPNm) {
+int GetFsName(unsigned type, char *buf, int size, const char *RootPNm, const FsSystem *system) {
     OXT_TRACE("_IN_ type=[0x%08X] size=[%d] RootPNm=[%s]", type, size, RootPNm != nullptr ? RootPNm : "NULL");
-    OXT_REQUIRE(buf != nullptr && RootPNm != nullptr, -1, "_OUT_ OXT_FALSE");
+    OXT_REQUIRE(buf != nullptr, -1, "_OUT_ param(buf) Failure!!");
+    OXT_REQUIRE(RootPNm != nullptr, -1, "_OUT_ param(RootPNm) Failure!!");
+    OXT_READ_SYSTEM(system);
     OXT_REQUIRE(type != MAGIC_EXT || system->mountsRead, -1, "_OUT_ setmntent[/etc/mtab] Failure!!");
     const bool written = type == MAGIC_EXT ? writeExtFamily(system, buf, size, RootPNm)
                                            : writeName(buf, size, type == MAGIC_XFS ? "XFS" : OTHER);
@@ -175,11 +179,11 @@ int GetMountPointFreeSpace(const char *RootPNm, unsigned long *BytesPerBlock, un
                            unsigned long *lpTotalNumberOfBlocks) {
     const char *shown = RootPNm != nullptr ? RootPNm : "NULL";
     OXT_TRACE("_IN_ RootPNm=[%s]", shown);
-    struct statfs st = {};
-    OXT_REQUIRE(RootPNm != nullptr && statfs(RootPNm, &st) >= 0, -1, "_OUT_ statfs[%s] Failure!!", shown);
     OXT_REQUIRE(BytesPerBlock != nullptr, -1, "_OUT_ param(BytesPerBlock) Failure!!");
     OXT_REQUIRE(lpNumberOfFreeBlocks != nullptr, -1, "_OUT_ param(lpNumberOfFreeBlocks) Failure!!");
     OXT_REQUIRE(lpTotalNumberOfBlocks != nullptr, -1, "_OUT_ param(lpTotalNumberOfBlocks) Failure!!");
+    struct statfs st = {};
+    OXT_REQUIRE(RootPNm != nullptr && statfs(RootPNm, &st) >= 0, -1, "_OUT_ statfs[%s] Failure!!", shown);
     *BytesPerBlock = static_cast<unsigned long>(st.f_bsize);
     *lpNumberOfFreeBlocks = st.f_bavail; // what unprivileged users can still write, not f_bfree
     *lpTotalNumberOfBlocks = st.f_blocks;
@@ -190,13 +194,14 @@ int GetMountPointFreeSpace(const char *RootPNm, unsigned long *BytesPerBlock, un
     return 0;
 }
 
-int OXTFileSysGetMountPointInformation(const FsSystem *system, const char *RootPNm, char *SpecialDevice,
-                                       int *MaxCompLen, char *FileSysNm, int FileSysNmSize) {
+int OXTFileSysGetMountPointInformation(const char *RootPNm, char *SpecialDevice, int *MaxCompLen, char *FileSysNm,
+                                       int FileSysNmSize, const FsSystem *system) {
     OXT_TRACE("_IN_ RootPNm=[%s] FileSysNmSize=[%d]", RootPNm != nullptr ? RootPNm : "NULL", FileSysNmSize);
     OXT_REQUIRE(RootPNm != nullptr, OXT_FALSE, "_OUT_ param(RootPNm) Failure!!");
     OXT_REQUIRE(SpecialDevice != nullptr, OXT_FALSE, "_OUT_ param(SpecialDevice) Failure!!");
     OXT_REQUIRE(MaxCompLen != nullptr, OXT_FALSE, "_OUT_ param(MaxCompLen) Failure!!");
     memset(SpecialDevice, 0, OXT_DEVICE_SIZE);
+    OXT_READ_SYSTEM(system);
     OXT_REQUIRE(system->mountsRead, OXT_FALSE, "_OUT_ setmntent[/etc/mtab] Failure!!");
     if (const FsMount *mount = lastMountOn(system, RootPNm))
         snprintf(SpecialDevice, OXT_DEVICE_SIZE, "%s", mount->fsname);
@@ -204,24 +209,9 @@ int OXTFileSysGetMountPointInformation(const FsSystem *system, const char *RootP
     OXT_REQUIRE(statfs(RootPNm, &st) >= 0, OXT_FALSE, "_OUT_ statfs[%s] Failure!!", RootPNm);
     *MaxCompLen = static_cast<int>(st.f_namelen);
     const bool named = FileSysNm == nullptr ||
-                       GetFsName(system, static_cast<unsigned>(st.f_type), FileSysNm, FileSysNmSize, RootPNm) == 0;
+                       GetFsName(static_cast<unsigned>(st.f_type), FileSysNm, FileSysNmSize, RootPNm, system) == 0;
     OXT_REQUIRE(named, OXT_FALSE, "_OUT_ GetFsName() Failure!!");
     OXT_TRACE("_OUT_ SpecialDevice=[%s] MaxCompLen=[%d] FileSysNm=[%s]", SpecialDevice, *MaxCompLen,
               FileSysNm != nullptr ? FileSysNm : "NULL");
     return OXT_TRUE;
-}
-
-long long GetMountPointStrings(int BufLen, char *Buf) {
-    return fsWithSystem([&](const FsSystem *system) { return GetMountPointStrings(system, BufLen, Buf); });
-}
-
-int GetFsName(unsigned type, char *buf, int size, const char *RootPNm) {
-    return fsWithSystem([&](const FsSystem *system) { return GetFsName(system, type, buf, size, RootPNm); });
-}
-
-int OXTFileSysGetMountPointInformation(const char *RootPNm, char *SpecialDevice, int *MaxCompLen, char *FileSysNm,
-                                       int FileSysNmSize) {
-    return fsWithSystem([&](const FsSystem *system) {
-        return OXTFileSysGetMountPointInformation(system, RootPNm, SpecialDevice, MaxCompLen, FileSysNm, FileSysNmSize);
-    });
 }

@@ -79,11 +79,11 @@ void examine(const FsSystem *system, const char *mountPoint, uint16_t number, Fs
     copyText(mount->mountPoint, mountPoint);
     char path[PATH_SIZE] = {};
     copyText(path, mountPoint);
-    mount->driveType = getDriveType(system, path);
+    mount->driveType = getDriveType(path, system);
     char device[OXT_DEVICE_SIZE] = {};
     char family[FAMILY_SIZE] = {};
     int maxCompLen = 0;
-    if (OXTFileSysGetMountPointInformation(system, path, device, &maxCompLen, family, FAMILY_SIZE) == OXT_FALSE)
+    if (OXTFileSysGetMountPointInformation(path, device, &maxCompLen, family, FAMILY_SIZE, system) == OXT_FALSE)
         return;
     copyText(mount->device, device);
     copyText(mount->type, typeOfFamily(family));
@@ -175,7 +175,7 @@ int gatherTables(const char *function, const FsSystem *system, FsTables *tables)
     const size_t listSize = static_cast<size_t>(countCandidates(function, system)) * PATH_SIZE + 1;
     char *list = static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr);
     OXT_REQUIRE_AS(function, list != nullptr, -1, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
-    if (GetMountPointStrings(system, static_cast<int>(listSize), list) != 0)
+    if (GetMountPointStrings(static_cast<int>(listSize), list, system) != 0)
         return examineList(function, system, list, tables);
     OXT_MEMFREE_IN(function, list);
     OXT_TRACE_AS(function, "_OUT_ GetMountPointStrings() Failure!!");
@@ -199,12 +199,16 @@ void fsFreeTables(const char *function, FsTables *tables) {
 int OXTFileSysGetConfig(FsTables *tables) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(tables != nullptr, -1, "_OUT_ param(tables) Failure!!");
-    return fsWithSystem([&](const FsSystem *system) { return gatherTables("OXTFileSysGetConfig", system, tables); });
+    *tables = {};
+    const FsSystem *system = nullptr;
+    OXT_READ_SYSTEM(system);
+    return gatherTables(__func__, system, tables);
 }
 
 int fsGetCurrentInfo(const OxtCInfo *, DatInfo *datInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(datInfo != nullptr, -1, "_OUT_ param(datInfo) Failure!!");
+    OXT_REQUIRE(datInfo->datSize == sizeof(FsProv), -1, "_OUT_ param(datSize) Failure!!");
     FsTables tables = {};
     if (OXTFileSysGetConfig(&tables) == -1) {
         OXT_TRACE_FAIL("_OUT_ OXTFileSysGetConfig() Failure!!");

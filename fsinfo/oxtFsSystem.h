@@ -4,6 +4,7 @@
 #define OXT_FS_SYSTEM_H
 
 #include <cstddef>
+#include <memory>
 
 #include "oxtIndex.h"
 
@@ -35,13 +36,21 @@ int fsNextMountOn(const FsSystem *system, const char *dir, int after);
 void fsSystemRead(FsSystem *system);
 void fsSystemFree(FsSystem *system);
 
-// Reads the system for one call: how the functions that take an FsSystem work by themselves.
-template <typename Call> auto fsWithSystem(Call call) {
-    FsSystem system;
-    fsSystemRead(&system);
-    const auto result = call(&system);
-    fsSystemFree(&system);
-    return result;
+// What a function of discovery works on: the caller's reading, or without one a reading of its own for this call.
+struct FsOwnSystem {
+    void operator()(FsSystem *system) const { fsSystemFree(system); }
+};
+typedef std::unique_ptr<FsSystem, FsOwnSystem> FsReading;
+inline const FsSystem *fsSystemFor(const FsSystem *given, FsSystem *own, FsReading *reading) {
+    if (given != nullptr)
+        return given;
+    fsSystemRead(own);
+    reading->reset(own);
+    return own;
 }
+#define OXT_READ_SYSTEM(system)                                                                                        \
+    FsSystem oxtOwnSystem_;                                                                                            \
+    FsReading oxtReading_;                                                                                             \
+    system = fsSystemFor(system, &oxtOwnSystem_, &oxtReading_)
 
 #endif

@@ -29,40 +29,10 @@ constexpr OxtProperty PROPERTIES[] = {
 #undef NUMBER_PROPERTY
 static_assert(sizeof PROPERTIES / sizeof *PROPERTIES == 17, "the properties of OXT_FileSystem");
 
-// All instances, one after the other. True when each was taken.
-bool returnAll(const char *function, const OxtCInfo *cInfo, const CMPIResult *result, const CMPIObjectPath *cop,
-               const char **properties, const DatInfo *records, CMPIStatus *status) {
-    for (int i = 0; i < records->datNum; ++i) {
-        const FsProv *prov = &fsProv(records)[i];
-        OXT_TRACE_AS(function, "datProv[%d]->Index=[%d]", i, prov->Index);
-        if (!oxtReturnInstance(function, OXT_FS_CLASS, cInfo, result, cop, properties, prov, status))
-            return false;
-    }
-    return true;
-}
-
-void finish(const char *function, const CMPIResult *result) {
-    OXT_TRACE_AS(function, "CMReturnDone()");
-    CMReturnDone(result);
-    OXT_TRACE_AS(function, "_OUT_");
-}
-
 } // namespace
 
-const OxtClass OXT_FS_CLASS = {
-    "OXT_FileSystem",
-    PROPERTIES,
-    sizeof PROPERTIES / sizeof *PROPERTIES,
-    true,
-    OXT_CID_FS_PROV,
-    "fsGetInstance(OXT_CID_FS_PROV)",
-    "OXT_FSSetPropInst",
-    "_OUT_ Param(datprov) Failure!!",
-    "_OUT_ CMSetPropertyFilter() Failure!!",
-    OXT_TRACE_FAILURE,
-    "OXT_FSSetPropInst() Failure!!",
-    "OXT_FSSetPropInst() FAILED",
-};
+const OxtClass OXT_FS_CLASS = OXT_CLASS("OXT_FileSystem", true, OXT_CID_FS_PROV, OXT_FSSetPropInst, "datprov",
+                                        "_OUT_ CMSetPropertyFilter() Failure!!", OXT_TRACE_FAILURE);
 
 CMPIInstance *OXT_FSSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
                                 const FsProv *datprov) {
@@ -83,35 +53,32 @@ int oxtFindIndex(const char *function, const OxtCInfo *cInfo, const DatInfo *rec
 
 CMPIStatus OXT_FSEnumInstances(const OxtCInfo *cInfo, const CMPIResult *result, const CMPIObjectPath *cop,
                                const char **properties) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (!oxtReadClass(__func__, OXT_FS_CLASS, cInfo, &records, &status))
-        return status;
-    if (returnAll(__func__, cInfo, result, cop, properties, &records, &status))
-        finish(__func__, result);
-    fsReleaseInstance(&records);
-    return status;
+    OXT_ENTER_HANDLER();
+    const char *function = __func__;
+    return oxtWithRecords(function, OXT_FS_CLASS, cInfo, [&](const DatInfo *records) {
+        CMPIStatus status = {CMPI_RC_OK, nullptr};
+        for (int i = 0; i < records->datNum && status.rc == CMPI_RC_OK; ++i) {
+            const FsProv *prov = &fsProv(records)[i];
+            OXT_TRACE_AS(function, "datProv[%d]->Index=[%d]", i, prov->Index);
+            status = oxtReturnInstance(function, OXT_FS_CLASS, cInfo, result, cop, properties, prov);
+        }
+        return oxtFinish(function, result, status);
+    });
 }
 
 CMPIStatus OXT_FSGetInstance(const OxtCInfo *cInfo, const CMPIResult *result, const CMPIObjectPath *cop,
                              const char **properties) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
+    OXT_ENTER_HANDLER();
+    const char *function = __func__;
     const int index = getKeyIndex(cop);
     if (index <= 0)
-        return oxtFailed(__func__, cInfo, "getKeyIndex() Failure!!", CMPI_RC_ERR_FAILED, "getKeyIndex() FAILED");
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (!oxtReadClass(__func__, OXT_FS_CLASS, cInfo, &records, &status))
-        return status;
-    const int position = oxtFindIndex(__func__, cInfo, &records, index, &status);
-    if (position >= 0 &&
-        oxtReturnInstance(__func__, OXT_FS_CLASS, cInfo, result, cop, properties, &fsProv(&records)[position], &status))
-        finish(__func__, result);
-    fsReleaseInstance(&records);
-    return status;
+        return oxtFailed(function, cInfo, "getKeyIndex() Failure!!", CMPI_RC_ERR_FAILED, "getKeyIndex() FAILED");
+    return oxtWithRecords(function, OXT_FS_CLASS, cInfo, [&](const DatInfo *records) {
+        CMPIStatus status = {CMPI_RC_OK, nullptr};
+        const int position = oxtFindIndex(function, cInfo, records, index, &status);
+        if (position >= 0)
+            status =
+                oxtReturnInstance(function, OXT_FS_CLASS, cInfo, result, cop, properties, &fsProv(records)[position]);
+        return oxtFinish(function, result, status);
+    });
 }

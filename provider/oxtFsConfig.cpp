@@ -18,20 +18,8 @@ constexpr OxtProperty PROPERTIES[] = {
 };
 #undef CONF_PROPERTY
 
-constexpr OxtClass CONFIG = {
-    "OXT_FileSystemConfig",
-    PROPERTIES,
-    sizeof PROPERTIES / sizeof *PROPERTIES,
-    false,
-    OXT_CID_FS_CONF,
-    "fsGetInstance(OXT_CID_FS_CONF)",
-    "OXT_FSConfigSetPropInst",
-    "_OUT_ Param(datconf) Failure!!",
-    "CMSetPropertyFilter() Failure!!",
-    OXT_TRACE_NORMAL,
-    "OXT_FSConfigSetPropInst() Failure!!",
-    "OXT_FSConfigSetPropInst() FAILED",
-};
+constexpr OxtClass CONFIG = OXT_CLASS("OXT_FileSystemConfig", false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst,
+                                      "datconf", "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
 
 CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, FsConf *datconf) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
@@ -67,14 +55,9 @@ CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt
 
 CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *, const char *,
                                     const CMPIArgs *in, CMPIArgs *) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (!oxtReadClass(__func__, CONFIG, cInfo, &records, &status))
-        return status;
-    status = setCycle(__func__, cInfo, in, static_cast<FsConf *>(records.datAdr));
-    fsReleaseInstance(&records);
-    return status;
+    OXT_ENTER_HANDLER();
+    const char *function = __func__;
+    return oxtWithRecords(function, CONFIG, cInfo, [&](const DatInfo *records) {
+        return setCycle(function, cInfo, in, static_cast<FsConf *>(records->datAdr));
+    });
 }

@@ -92,19 +92,14 @@ CMPIStatus change(const char *function, const OxtCInfo *cInfo, const char *metho
 
 CMPIStatus OXT_FSInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *, const char *methodName,
                               const CMPIArgs *in, CMPIArgs *) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
+    OXT_ENTER_HANDLER();
+    const char *function = __func__;
     OXT_TRACE("getArgToInt(Index)");
     const int index = getArgToInt(in, "Index");
     if (index <= 0)
-        return oxtFailed(__func__, cInfo, "getArgToInt(Index) Failure!!", CMPI_RC_ERR_FAILED,
+        return oxtFailed(function, cInfo, "getArgToInt(Index) Failure!!", CMPI_RC_ERR_FAILED,
                          "getArgToInt(Index) FAILED");
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (!oxtReadClass(__func__, OXT_FS_CLASS, cInfo, &records, &status))
-        return status;
-    status = change(__func__, cInfo, methodName, in, index, &records);
-    fsReleaseInstance(&records);
-    return status;
+    return oxtWithRecords(function, OXT_FS_CLASS, cInfo, [&](const DatInfo *records) {
+        return change(function, cInfo, methodName, in, index, records);
+    });
 }

@@ -32,30 +32,29 @@ struct ClassRow {
     size_t methodCount;
 };
 
+#define HANDLER(function) "->" #function "()", function // with its trace
 constexpr MethodRow THREAD_METHODS[] = {
-    {"StartMonitoringThread", "->OXT_FSThreadStartInvokeMethod()", OXT_FSThreadStartInvokeMethod},
-    {"StopMonitoringThread", "->OXT_FSThreadStopInvokeMethod()", OXT_FSThreadStopInvokeMethod},
+    {"StartMonitoringThread", HANDLER(OXT_FSThreadStartInvokeMethod)},
+    {"StopMonitoringThread", HANDLER(OXT_FSThreadStopInvokeMethod)},
 };
-constexpr MethodRow CONFIG_METHODS[] = {
-    {"SetMonitorCycle", "->OXT_FSConfigInvokeMethod()", OXT_FSConfigInvokeMethod},
-};
+constexpr MethodRow CONFIG_METHODS[] = {{"SetMonitorCycle", HANDLER(OXT_FSConfigInvokeMethod)}};
 constexpr MethodRow FS_METHODS[] = {
-    {"SetMonitorThreshold", "->OXT_FSInvokeMethod()", OXT_FSInvokeMethod},
-    {"SetWarningThreshold", "->OXT_FSInvokeMethod()", OXT_FSInvokeMethod},
-    {"SetFatalThreshold", "->OXT_FSInvokeMethod()", OXT_FSInvokeMethod},
+    {"SetMonitorThreshold", HANDLER(OXT_FSInvokeMethod)},
+    {"SetWarningThreshold", HANDLER(OXT_FSInvokeMethod)},
+    {"SetFatalThreshold", HANDLER(OXT_FSInvokeMethod)},
 };
 
 // The classes in the order in which a name is compared, exactly.
 constexpr ClassRow CLASSES[] = {
-    {"OXT_FileSystemThread", true, "->OXT_FSThreadGetInstance()", OXT_FSThreadGetInstance,
-     "->OXT_FSThreadGetInstance()", OXT_FSThreadGetInstance, THREAD_METHODS, 2},
-    {"OXT_FileSystemConfig", false, "->OXT_FSConfigGetInstance()", OXT_FSConfigGetInstance,
-     "->OXT_FSConfigGetInstance()", OXT_FSConfigGetInstance, CONFIG_METHODS, 1},
-    {"OXT_FileSystemTotalNumber", false, "->OXT_FSTotalNumGetInstance()", OXT_FSTotalNumGetInstance,
-     "->OXT_FSTotalNumGetInstance()", OXT_FSTotalNumGetInstance, nullptr, 0},
-    {"OXT_FileSystem", false, "->OXT_FSGetInstance()", OXT_FSGetInstance, "->OXT_FSEnumInstances()",
-     OXT_FSEnumInstances, FS_METHODS, 3},
+    {"OXT_FileSystemThread", true, HANDLER(OXT_FSThreadGetInstance), HANDLER(OXT_FSThreadGetInstance), THREAD_METHODS,
+     2},
+    {"OXT_FileSystemConfig", false, HANDLER(OXT_FSConfigGetInstance), HANDLER(OXT_FSConfigGetInstance), CONFIG_METHODS,
+     1},
+    {"OXT_FileSystemTotalNumber", false, HANDLER(OXT_FSTotalNumGetInstance), HANDLER(OXT_FSTotalNumGetInstance),
+     nullptr, 0},
+    {"OXT_FileSystem", false, HANDLER(OXT_FSGetInstance), HANDLER(OXT_FSEnumInstances), FS_METHODS, 3},
 };
+#undef HANDLER
 
 enum InstanceOperation { GET_INSTANCE, ENUM_INSTANCES };
 

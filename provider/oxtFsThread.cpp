@@ -7,20 +7,9 @@ constexpr OxtProperty PROPERTIES[] = {
     {"ThreadRunning", "ThreadRunning", CMPI_uint16, OXT_FIELD_UINT16, 0},
 };
 
-constexpr OxtClass THREAD = {
-    "OXT_FileSystemThread",
-    PROPERTIES,
-    sizeof PROPERTIES / sizeof *PROPERTIES,
-    false,
-    -1,
-    "",
-    "OXT_FSThreadSetPropInst",
-    "_OUT_ Param(dattotal) Failure!!", // the word of the total number's class; log filters know it
-    "CMSetPropertyFilter() Failure!!",
-    OXT_TRACE_FAILURE,
-    "OXT_FSThreadSetPropInst() Failure!!",
-    "OXT_FSThreadSetPropInst() FAILED",
-};
+// The record's word in the trace is that of the total number's class; log filters know it.
+constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", false, -1, OXT_FSThreadSetPropInst, "dattotal",
+                                      "CMSetPropertyFilter() Failure!!", OXT_TRACE_FAILURE);
 
 constexpr char NOT_SERVICE_TRACE[] = "ServiceMode is non-Service Failure!!";
 constexpr char NOT_SERVICE_FAILED[] = "ServiceMode is non-Service FAILED";
@@ -53,24 +42,14 @@ CMPIInstance *OXT_FSThreadSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPat
 
 CMPIStatus OXT_FSThreadGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    OXT_ENTER_HANDLER();
     const uint16_t running = static_cast<uint16_t>(getThreadSts(fsGetThreadID()));
-    if (oxtReturnInstance(__func__, THREAD, cInfo, rslt, cop, properties, &running, &status)) {
-        OXT_TRACE("CMReturnDone()");
-        CMReturnDone(rslt);
-        OXT_TRACE("_OUT_");
-    }
-    return status;
+    return oxtFinish(__func__, rslt, oxtReturnInstance(__func__, THREAD, cInfo, rslt, cop, properties, &running));
 }
 
 CMPIStatus OXT_FSThreadStartInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *,
                                          const char *, const CMPIArgs *, CMPIArgs *) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
+    OXT_ENTER_HANDLER();
     if (getServiceMode(cInfo) != 1)
         return oxtFailed(__func__, cInfo, NOT_SERVICE_TRACE, CMPI_RC_ERR_FAILED, NOT_SERVICE_FAILED);
     fsThreadStartLock();
@@ -81,9 +60,7 @@ CMPIStatus OXT_FSThreadStartInvokeMethod(const OxtCInfo *cInfo, const CMPIResult
 
 CMPIStatus OXT_FSThreadStopInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, const CMPIObjectPath *, const char *,
                                         const CMPIArgs *, CMPIArgs *) {
-    OXT_TRACE("_IN_");
-    if (cInfo == nullptr)
-        return oxtRefused(__func__);
+    OXT_ENTER_HANDLER();
     if (getServiceMode(cInfo) != 1)
         return refuseStop(__func__, cInfo, NOT_SERVICE_TRACE, NOT_SERVICE_FAILED);
     if (getThreadSts(fsGetThreadID()) != 1)

@@ -7,20 +7,9 @@ constexpr OxtProperty PROPERTIES[] = {
      offsetof(FsTnum, FileSystemTotalNumber)},
 };
 
-constexpr OxtClass TOTAL_NUMBER = {
-    "OXT_FileSystemTotalNumber",
-    PROPERTIES,
-    sizeof PROPERTIES / sizeof *PROPERTIES,
-    false,
-    OXT_CID_FS_TNUM,
-    "fsGetInstance(OXT_CID_FS_TNUM)",
-    "OXT_FSTotalNumSetPropInst",
-    "_OUT_ Param(dattotal) Failure!!",
-    "CMSetPropertyFilter() Failure!!",
-    OXT_TRACE_FAILURE,
-    "OXT_FSTotalNumSetPropInst() Failure!!",
-    "OXT_FSTotalNumSetPropInst() FAILED",
-};
+constexpr OxtClass TOTAL_NUMBER =
+    OXT_CLASS("OXT_FileSystemTotalNumber", false, OXT_CID_FS_TNUM, OXT_FSTotalNumSetPropInst, "dattotal",
+              "CMSetPropertyFilter() Failure!!", OXT_TRACE_FAILURE);
 
 } // namespace
 

@@ -143,22 +143,30 @@ CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const
     return instance;
 }
 
-bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
-                       const CMPIObjectPath *cop, const char **properties, const void *record, CMPIStatus *status) {
+CMPIStatus oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                             const CMPIObjectPath *cop, const char **properties, const void *record) {
     CMPIInstance *instance = oxtBuildInstance(cls, cInfo, cop, properties, record);
     if (instance == nullptr) {
         OXT_TRACE_LINE(cls.buildFailureLevel, function, "%s", cls.buildFailure);
         OXT_TRACE_AS(function, "_OUT_");
-        *status = oxtStatus(cInfo, CMPI_RC_ERR_FAILED, cls.buildFailed);
-        return false;
+        return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, cls.buildFailed);
     }
     OXT_TRACE_AS(function, "CMReturnInstance()");
     const bool taken = CMReturnInstance(rslt, instance).rc == CMPI_RC_OK;
     CMRelease(instance);
     if (!taken)
-        *status =
-            oxtFailed(function, cInfo, "CMReturnInstance() Failure!!", CMPI_RC_ERR_FAILED, "CMReturnInstance() FAILED");
-    return taken;
+        return oxtFailed(function, cInfo, "CMReturnInstance() Failure!!", CMPI_RC_ERR_FAILED,
+                         "CMReturnInstance() FAILED");
+    return {CMPI_RC_OK, nullptr};
+}
+
+CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus status) {
+    if (status.rc == CMPI_RC_OK) {
+        OXT_TRACE_AS(function, "CMReturnDone()");
+        CMReturnDone(rslt);
+        OXT_TRACE_AS(function, "_OUT_");
+    }
+    return status;
 }
 
 bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
@@ -180,15 +188,8 @@ CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtC
     OXT_TRACE_AS(function, "_IN_");
     if (cInfo == nullptr)
         return oxtRefused(function);
-    CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (!oxtReadClass(function, cls, cInfo, &records, &status))
-        return status;
-    if (oxtReturnInstance(function, cls, cInfo, rslt, cop, properties, records.datAdr, &status)) {
-        OXT_TRACE_AS(function, "CMReturnDone()");
-        CMReturnDone(rslt);
-        OXT_TRACE_AS(function, "_OUT_");
-    }
-    fsReleaseInstance(&records);
-    return status;
+    return oxtWithRecords(function, cls, cInfo, [&](const DatInfo *records) {
+        return oxtFinish(function, rslt,
+                         oxtReturnInstance(function, cls, cInfo, rslt, cop, properties, records->datAdr));
+    });
 }

@@ -42,6 +42,14 @@ struct OxtClass {
     const char *buildFailed;  // the same for the client
 };
 
+// The row of a class: its properties stand in PROPERTIES, its texts follow from the builder and the record's name.
+#define OXT_CLASS(name, indexKey, cid, builder, record, filterFailure, buildFailureLevel)                              \
+    {                                                                                                                  \
+        name, PROPERTIES, sizeof PROPERTIES / sizeof *PROPERTIES, indexKey, cid, "fsGetInstance(" #cid ")", #builder,  \
+            "_OUT_ Param(" record ") Failure!!", filterFailure, buildFailureLevel, #builder "() Failure!!",            \
+            #builder "() FAILED"                                                                                       \
+    }
+
 // One class's row of handlers is called with these.
 typedef CMPIStatus (*OxtInstanceHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                          const char **properties);
@@ -53,23 +61,38 @@ CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message);
 
 // A failure that ends a handler: traces the line, then "_OUT_", and is the status for the client.
 CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message);
-// A handler called without class info.
-CMPIStatus oxtRefused(const char *function);
+CMPIStatus oxtRefused(const char *function); // a handler called without class info
+#define OXT_ENTER_HANDLER()                                                                                            \
+    OXT_TRACE("_IN_");                                                                                                 \
+    if (cInfo == nullptr)                                                                                              \
+    return oxtRefused(__func__)
 
 // A new instance of the class from a record, released by the caller; null with the failure traced. `properties` is the
 // client's list, null for all.
 CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop,
                                const char **properties, const void *record);
 
-// Builds the instance and hands it to the result. True when it was taken; else *status is the answer and the exit is
-// traced. *status keeps CMPI_RC_OK otherwise.
-bool oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
-                       const CMPIObjectPath *cop, const char **properties, const void *record, CMPIStatus *status);
+// Builds the instance and hands it to the result. CMPI_RC_OK, or the answer with the exit traced.
+CMPIStatus oxtReturnInstance(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,
+                             const CMPIObjectPath *cop, const char **properties, const void *record);
+// The end of a handler that has returned its instances: says so to the result. With another status, nothing.
+CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus status);
 
 // Reads the class's records: true with at least one, freed by the caller with fsReleaseInstance; else *status is the
 // answer and the exit is traced.
 bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
                   CMPIStatus *status);
+// Reads the records and answers with what `use` makes of them.
+template <typename Use>
+CMPIStatus oxtWithRecords(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, Use use) {
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    DatInfo records = {};
+    if (oxtReadClass(function, cls, cInfo, &records, &status)) {
+        status = use(static_cast<const DatInfo *>(&records));
+        fsReleaseInstance(&records);
+    }
+    return status;
+}
 
 // GetInstance of a class with one record.
 CMPIStatus oxtGetSingleton(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, const CMPIResult *rslt,

@@ -14,7 +14,7 @@ namespace oxttool {
 namespace {
 
 constexpr const char *kLibraryName = "libOXTFileSystemProvider.so";
-constexpr auto kLockPatience = std::chrono::seconds(5);
+constexpr auto kLockPatience = std::chrono::seconds(3);
 
 struct Hint {
     const char *message; // of the provider

@@ -19,9 +19,14 @@ struct DatInfo {
 
 // A zero-filled block, or null for a size below 1 or without memory. Freed with OXT_MEMFREE.
 void *memalloc(int size);
+// The same without the zeros, for a block that the caller fills from end to end.
+void *oxtAllocateRaw(int size);
 // The resized block; new bytes are not zeroed. Null for a size below 1, the old block untouched; null without memory,
 // the old block freed, since callers assign the result straight to their pointer.
 void *memrealloc(void *ptr, int size);
+
+// A text with its zero, cut to the buffer.
+void oxtCopyText(char *to, size_t size, const char *from);
 
 // datSize * datNum, or 0 when that is not the size of any block an int can describe.
 int oxtAreaSize(const DatInfo *area);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@ namespace {
 constexpr int KEY_PROJECT = 69; // ftok(3)'s second argument, known to readers of the segments
 constexpr int TRY_LIMIT = 65536;
 constexpr size_t NAME_SIZE = 512;
+constexpr size_t POPULATE_FROM = 64 * 1024; // bytes
 
 bool exists(const char *name) {
     struct stat st = {};
@@ -122,6 +124,14 @@ Attachment attach(const char *function, ShmInfo *shm) {
 size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
     const int records = ins->datAdr != nullptr ? std::min(ins->datNum, shm->shmNum) : 0;
     return records > 0 ? static_cast<size_t>(records) * static_cast<size_t>(ins->datSize) : 0;
+}
+
+// Asks for the pages of a large copy in one call instead of one fault each. An older kernel than 5.14 refuses.
+void populate(void *address, size_t bytes, int advice) {
+    const int error = errno;
+    if (bytes >= POPULATE_FROM)
+        madvise(address, bytes, advice);
+    errno = error;
 }
 
 } // namespace
@@ -265,12 +275,14 @@ int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmIn
         if (direction == TO_SHM) {
             OXT_TRACE_AS(function, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])", ins->datAdr,
                          shm->shmAdr, ins->datSize, ins->datNum);
+            populate(segment.get(), bytes, MADV_POPULATE_WRITE);
             if (bytes > 0)
                 memcpy(segment.get(), ins->datAdr, bytes);
             shm->filled = bytes > 0;
         } else {
             OXT_TRACE_AS(function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm->shmAdr,
                          ins->datAdr, ins->datSize, shm->shmNum);
+            populate(segment.get(), bytes, MADV_POPULATE_READ);
             if (bytes > 0)
                 memcpy(ins->datAdr, segment.get(), bytes);
         }

@@ -1,5 +1,7 @@
 #include "oxtFsPass.h"
 
+#include <utility>
+
 #include "oxtFsSnapshot.h"
 #include "oxtFsState.h"
 #include "oxtFsStatus.h"
@@ -161,17 +163,16 @@ int resize(const char *function, const OxtCInfo *cInfo, int count) {
     return -1;
 }
 
-// Copies the merged records over the stored ones. 0, or -1 with the failure traced.
-int install(const char *function, const DatInfo *current) {
+// Puts the merged records in the place of the stored ones, which the caller gets. 0, or -1 with the failure traced.
+int install(const char *function, DatInfo *current) {
     FsTnum *tnum = fsTnum(instFs);
     OXT_REQUIRE_AS(function, tnum != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!");
     tnum->FileSystemTotalNumber = static_cast<uint16_t>(current->datNum);
     if (current->datNum < 1)
         return 0;
-    FsProv *prov = fsProv(&instFs[OXT_CID_FS_PROV]);
-    OXT_REQUIRE_AS(function, prov != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
-    for (int i = 0; i < current->datNum; ++i)
-        prov[i] = fsProv(current)[i];
+    void *&stored = instFs[OXT_CID_FS_PROV].datAdr;
+    OXT_REQUIRE_AS(function, stored != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
+    std::swap(stored, current->datAdr); // blocks of equal size
     return 0;
 }
 

@@ -18,7 +18,7 @@ char *makeImage(const char *function, const DatInfo ins[], int *size) {
         *size += static_cast<int>(areaBytes(ins[cid]));
     }
     OXT_TRACE_AS(function, "outputSize=[%d]", *size);
-    char *image = static_cast<char *>(memalloc(*size));
+    char *image = static_cast<char *>(oxtAllocateRaw(*size));
     OXT_REQUIRE_AS(function, image != nullptr, nullptr, "_OUT_ outputAdr alloc Failure!!");
     memcpy(image, OXT_DAT_FS_VERNAME, OXT_DAT_FS_VERSIZE);
     char *at = image + OXT_DAT_FS_VERSIZE;

@@ -31,6 +31,7 @@ FsSaved writeSaveFile(const char *function) {
     OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
     const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb");
     OXT_REQUIRE_AS(function, fp != nullptr, FS_SAVE_NOT_OPENED, "_OUT_ fopen Failure!! err=[%d]", errno);
+    setvbuf(fp.get(), nullptr, _IONBF, 0); // it is written in one piece
     OXT_TRACE_AS(function, "fsPutBinFile()");
     const int ret = fsPutBinFile(fp.get(), instFs, &fsStoreMutex);
     OXT_TRACE_AS(function, "fclose");

@@ -203,8 +203,8 @@ int getDevName(char *devName, char *fsType, const char *RootPNm, const FsSystem 
         const FsMount &mount = system->mounts[i];
         if (fsTypeLayered(mount.type))
             continue;
-        snprintf(devName, OXT_DEVICE_SIZE, "%s", mount.fsname);
-        snprintf(fsType, TYPE_SIZE, "%s", mount.type);
+        oxtCopyText(devName, OXT_DEVICE_SIZE, mount.fsname);
+        oxtCopyText(fsType, TYPE_SIZE, mount.type);
         ret = 0;
     }
     OXT_TRACE("_OUT_ ret=[%d] devName=[%s] fsType=[%s]", ret, devName, fsType);

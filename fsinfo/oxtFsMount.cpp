@@ -204,7 +204,7 @@ int OXTFileSysGetMountPointInformation(const char *RootPNm, char *SpecialDevice,
     OXT_READ_SYSTEM(system);
     OXT_REQUIRE(system->mountsRead, OXT_FALSE, "_OUT_ setmntent[/etc/mtab] Failure!!");
     if (const FsMount *mount = lastMountOn(system, RootPNm))
-        snprintf(SpecialDevice, OXT_DEVICE_SIZE, "%s", mount->fsname);
+        oxtCopyText(SpecialDevice, OXT_DEVICE_SIZE, mount->fsname);
     struct statfs st = {};
     OXT_REQUIRE(statfs(RootPNm, &st) >= 0, OXT_FALSE, "_OUT_ statfs[%s] Failure!!", RootPNm);
     *MaxCompLen = static_cast<int>(st.f_namelen);

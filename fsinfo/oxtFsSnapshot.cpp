@@ -1,6 +1,5 @@
 #include "oxtFsSnapshot.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -24,7 +23,7 @@ struct TypeOfFamily {
 constexpr TypeOfFamily TYPES[] = {{"EXT4", "ext4"}, {"XFS", "xfs"}, {"EXT3", "ext3"}, {"EXT2", "ext2"}};
 
 template <size_t N> void copyText(char (&to)[N], const char *from) {
-    snprintf(to, N, "%s", from);
+    oxtCopyText(to, N, from);
 }
 
 // Entries that can be examined and are of an accepted type. Repeated and layered ones count too: this sizes the list.
@@ -77,7 +76,7 @@ void examine(const FsSystem *system, const char *mountPoint, uint16_t number, Fs
     copyText(mount->device, "Unknown");
     copyText(mount->type, "others");
     copyText(mount->mountPoint, mountPoint);
-    char path[PATH_SIZE] = {};
+    char path[PATH_SIZE];
     copyText(path, mountPoint);
     mount->driveType = getDriveType(path, system);
     char device[OXT_DEVICE_SIZE] = {};
@@ -96,9 +95,8 @@ void examine(const FsSystem *system, const char *mountPoint, uint16_t number, Fs
     size->available = fsMiB(freeBlocks, bytesPerBlock);
 }
 
-// A record with the facts and no judgement: not monitored, thresholds of 1 MiB, status unknown.
+// A zeroed record gets the facts and no judgement: not monitored, thresholds of 1 MiB, status unknown.
 void fillRecord(FsProv *prov, int position, const FsSizeEntry &size, const FsMountEntry &mount) {
-    *prov = {};
     prov->Index = static_cast<uint16_t>(position + 1);
     copyText(prov->Name, mount.device);
     prov->DriveType = static_cast<int16_t>(mount.driveType);
@@ -173,7 +171,7 @@ int examineList(const char *function, const FsSystem *system, char *list, FsTabl
 int gatherTables(const char *function, const FsSystem *system, FsTables *tables) {
     OXT_REQUIRE_AS(function, system->mountsRead, -1, "_OUT_ setmntent[/etc/mtab] Failure!!");
     const size_t listSize = static_cast<size_t>(countCandidates(function, system)) * PATH_SIZE + 1;
-    char *list = static_cast<char *>(listSize <= INT32_MAX ? calloc(listSize, 1) : nullptr);
+    char *list = static_cast<char *>(listSize <= INT32_MAX ? malloc(listSize) : nullptr);
     OXT_REQUIRE_AS(function, list != nullptr, -1, "_OUT_ malloc(%d) Failure!!", static_cast<int>(listSize));
     if (GetMountPointStrings(static_cast<int>(listSize), list, system) != 0)
         return examineList(function, system, list, tables);

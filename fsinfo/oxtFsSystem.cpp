@@ -14,6 +14,8 @@ namespace {
 
 constexpr size_t LINE_SIZE = 64 * 1024; // two escaped paths and overlay options; a longer line is cut by getmntent_r
 
+constexpr size_t READ_SIZE = 4096; // a page: the kernel's tables come by no more, by less when a reader has less
+
 struct CloseMounts {
     void operator()(FILE *fp) const { endmntent(fp); }
 };
@@ -49,6 +51,7 @@ char *readMountTexts(size_t *count) {
     Collector texts;
     if (line == nullptr || table == nullptr || !openCollector(&texts))
         return nullptr;
+    setvbuf(table.get(), nullptr, _IOFBF, READ_SIZE);
     struct mntent entry = {};
     while (getmntent_r(table.get(), &entry, line.get(), LINE_SIZE) != nullptr) {
         const char *const fields[] = {entry.mnt_fsname, entry.mnt_dir, entry.mnt_type};

@@ -16,16 +16,15 @@ int toInt(const char *text) {
     return number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : static_cast<int>(number);
 }
 
-// Whether a key or an argument was delivered. The value union counts as a whole 64-bit word: a number 0 is refused
-// like a missing item, so clients that mean 0 send it as text.
-bool isDelivered(const CMPIStatus &rc, const CMPIData &data) {
+// Whether a key or an argument was delivered; *text is that of a string, null for another type. The value union counts
+// as a whole 64-bit word: a number 0 is refused like a missing item, so clients that mean 0 send it as text.
+bool isDelivered(const CMPIStatus &rc, const CMPIData &data, const char **text) {
+    *text = nullptr;
     if (rc.rc != CMPI_RC_OK || (data.state & UNUSABLE) != 0 || data.value.uint64 == 0)
         return false;
-    return data.type != CMPI_string || CMGetCharsPtr(data.value.string, nullptr) != nullptr;
-}
-
-int numberOfText(const CMPIData &data) {
-    return toInt(CMGetCharsPtr(data.value.string, nullptr));
+    if (data.type == CMPI_string)
+        *text = CMGetCharsPtr(data.value.string, nullptr);
+    return data.type != CMPI_string || *text != nullptr;
 }
 
 typedef CMPIString *(*PathText)(const CMPIObjectPath *, CMPIStatus *);
@@ -83,8 +82,9 @@ int getKeyIndex(const CMPIObjectPath *cop) {
     OXT_REQUIRE(cop != nullptr, -1, "_OUT_ Param(cop) Failure!!");
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     const CMPIData data = CMGetKey(cop, "Index", &rc);
-    OXT_REQUIRE(isDelivered(rc, data), -1, "_OUT_ CMGetKey() Failure!!");
-    const int ret = data.type == CMPI_string ? static_cast<CMPIUint16>(numberOfText(data)) : data.value.uint16;
+    const char *text = nullptr;
+    OXT_REQUIRE(isDelivered(rc, data, &text), -1, "_OUT_ CMGetKey() Failure!!");
+    const int ret = text != nullptr ? static_cast<CMPIUint16>(toInt(text)) : data.value.uint16;
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }
@@ -95,8 +95,9 @@ int getArgToInt(const CMPIArgs *in, const char *name) {
     OXT_REQUIRE(name != nullptr, -1, "_OUT_ Param(name) Failure!!");
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     const CMPIData data = CMGetArg(in, name, &rc);
-    OXT_REQUIRE(isDelivered(rc, data), -1, "_OUT_ CMGetArg() Failure!!");
-    const int ret = data.type == CMPI_string ? numberOfText(data) : data.value.sint16;
+    const char *text = nullptr;
+    OXT_REQUIRE(isDelivered(rc, data, &text), -1, "_OUT_ CMGetArg() Failure!!");
+    const int ret = text != nullptr ? toInt(text) : data.value.sint16;
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }

@@ -1,7 +1,7 @@
 // The agent's service mode and the bounded locks.
 //
-// Outside service mode requests are ordered by the instance lock; in service mode it is not taken at all. No lock is
-// waited for without bound: 30 tries 100 ms apart, then the caller fails.
+// Outside service mode requests are ordered by the instance lock; in service mode it is not taken at all. It and the
+// segments' mutexes are waited for 30 tries 100 ms apart, then the caller fails.
 #ifndef OXT_SERVICE_H
 #define OXT_SERVICE_H
 

@@ -140,7 +140,7 @@ void shmForget(ShmInfo *shm) {
     shm->shmId = -1;
     shm->shmNum = 0;
     shm->shmAdr = nullptr;
-    shm->filled = false;
+    shm->content = OXT_SHM_EMPTY;
 }
 
 int shmMutexLock(pthread_mutex_t *mutex) {
@@ -214,7 +214,7 @@ bool newSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, in
         return false;
     shm->shmId = id;
     shm->shmNum = ins->datNum;
-    shm->filled = false;
+    shm->content = OXT_SHM_EMPTY;
     return true;
 }
 
@@ -270,6 +270,8 @@ enum Direction { TO_SHM, FROM_SHM };
 int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm, Direction direction) {
     bool guarded = false;
     OXT_REQUIRE_AS(function, guardLock(cInfo, shm, &guarded) == 0, -1, "_OUT_ thmutex_lock Failure!!");
+    if (direction == TO_SHM && shm->content == OXT_SHM_CURRENT)
+        shm->content = OXT_SHM_STALE; // until it is written
     if (const Attachment segment = attach(function, shm)) {
         const size_t bytes = commonBytes(ins, shm);
         if (direction == TO_SHM) {
@@ -278,7 +280,8 @@ int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmIn
             populate(segment.get(), bytes, MADV_POPULATE_WRITE);
             if (bytes > 0)
                 memcpy(segment.get(), ins->datAdr, bytes);
-            shm->filled = bytes > 0;
+            if (bytes > 0)
+                shm->content = OXT_SHM_CURRENT;
         } else {
             OXT_TRACE_AS(function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm->shmAdr,
                          ins->datAdr, ins->datSize, shm->shmNum);

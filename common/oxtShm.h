@@ -11,12 +11,18 @@
 #include "oxtMemory.h"
 #include "oxtService.h"
 
+enum OxtShmContent {
+    OXT_SHM_EMPTY,  // zeros: not filled since it was made
+    OXT_SHM_STALE,  // older than the data area: the last copy into it failed
+    OXT_SHM_CURRENT // as the data area
+};
+
 struct ShmInfo {
     int shmId;    // -1 or 0 when there is none: an id of 0 is never used
     int shmNum;   // records that the segment was made for
     void *shmAdr; // address of the last attachment, kept after the detach; null for a segment never attached
     pthread_mutex_t mutex;
-    bool filled; // setInstToShm has written it since it was made; until then it reads as zeros
+    int content; // OXT_SHM_...: what a reader would find
 };
 
 // Forgets a segment; its mutex stays.

@@ -7,38 +7,11 @@ std::atomic<int> gfs_first{OXT_FS_UNINITIALISED};
 
 namespace {
 
-constexpr int WAIT_TRIES = 3000;       // of every wait
+constexpr int WAIT_TRIES = 3000;       // of closing, both its waits together
 constexpr unsigned WAIT_MICROS = 1000; // between two
 
 pthread_mutex_t gateMutex = PTHREAD_MUTEX_INITIALIZER; // guards gfs_first's changes and users; held for moments only
 int users;                                             // requests inside
-
-// Under the lock: tries one step of closing. True when it is done.
-typedef bool (*Step)(int *state);
-
-bool tryBegin(int *state) {
-    *state = gfs_first.load();
-    if (*state == OXT_FS_IN_PROGRESS)
-        return false;
-    gfs_first.store(OXT_FS_IN_PROGRESS);
-    return true;
-}
-
-bool isEmpty(int *) {
-    return users == 0;
-}
-
-bool waitFor(Step step, int *state) {
-    for (int tries = 0; tries < WAIT_TRIES; ++tries) {
-        pthread_mutex_lock(&gateMutex);
-        const bool done = step(state);
-        pthread_mutex_unlock(&gateMutex);
-        if (done)
-            return true;
-        usleep(WAIT_MICROS);
-    }
-    return false;
-}
 
 void setState(int state, int joining) {
     pthread_mutex_lock(&gateMutex);
@@ -81,11 +54,22 @@ void fsGateLeave() {
 int fsGateClose(FsCaller caller, int *state) {
     // A caller from inside steps out while it waits: two of them would wait for each other.
     addUsers(-ownUsers(caller));
-    if (waitFor(tryBegin, state)) {
-        if (waitFor(isEmpty, state))
-            return 0;
-        setState(*state, 0);
+    bool begun = false, done = false;
+    for (int tries = 0; !done && tries < WAIT_TRIES; ++tries) {
+        pthread_mutex_lock(&gateMutex);
+        if (!begun && (*state = gfs_first.load()) != OXT_FS_IN_PROGRESS) {
+            gfs_first.store(OXT_FS_IN_PROGRESS);
+            begun = true;
+        }
+        done = begun && users == 0;
+        pthread_mutex_unlock(&gateMutex);
+        if (!done)
+            usleep(WAIT_MICROS);
     }
+    if (done)
+        return 0;
+    if (begun)
+        setState(*state, 0);
     addUsers(ownUsers(caller));
     return -1;
 }

@@ -28,10 +28,14 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
 
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
-    if (fsDropStore(cInfo, FS_FROM_CLEANUP) != 0) {
-        if (gfs_thid.load() != 0) // a start came in between: the library must not go under its thread
-            return cleanUpWithThread(function, cInfo, terminating);
+    const FsDropped dropped = fsDropStore(cInfo, FS_FROM_CLEANUP);
+    if (dropped == FS_DROP_WATCHED) // a start came in between: the library must not go under its thread
+        return cleanUpWithThread(function, cInfo, terminating);
+    if (dropped != FS_DROPPED)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
+    if (dropped == FS_DROP_BUSY && !terminating) { // nor under a request
+        OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
+        return {CMPI_RC_DO_NOT_UNLOAD, nullptr};
     }
     OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
     return {CMPI_RC_OK, nullptr};
@@ -50,7 +54,7 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) 
     return {CMPI_RC_OK, nullptr};
 }
 
-CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo) {
+CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bool terminating) {
     int state = OXT_FS_UNINITIALISED;
     if (fsGateClose(FS_FROM_CLEANUP, &state) != 0) { // a request is busy with the store: it cannot be saved now
         OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
@@ -62,6 +66,10 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo) {
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
         return {CMPI_RC_OK, nullptr};
     }
+    if (gfs_thid.load() != 0) { // the mode became known meanwhile, and a thread was started
+        fsGateOpen(FS_FROM_CLEANUP, state);
+        return cleanUpWithThread(function, cInfo, terminating);
+    }
     const CMPIStatus status = saveAndFree(function, cInfo, &state);
     fsGateOpen(FS_FROM_CLEANUP, state);
     OXT_TRACE_AS(function, "_OUT_");
@@ -72,6 +80,7 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo) {
 
 int fsInitProvider(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_ gfs_first=[%d]", gfs_first.load());
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     int state = OXT_FS_IN_PROGRESS;
     for (int waits = 0; state == OXT_FS_IN_PROGRESS;) {
         for (; gfs_first.load() == OXT_FS_IN_PROGRESS && waits < OXT_WAIT_TRIES; ++waits)
@@ -98,20 +107,21 @@ CMPIStatus fsCleanUpProvider(const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, (CMPIStatus{CMPI_RC_ERR_FAILED, nullptr}), "_OUT_ param(cInfo) Failure!!");
     if (getServiceMode(cInfo) != 1)
-        return cleanUpOutsideService(__func__, cInfo);
+        return cleanUpOutsideService(__func__, cInfo, terminating);
     if (getThreadSts(&gfs_thid) != 1)
         return cleanUpWithoutThread(__func__, cInfo, terminating);
     return cleanUpWithThread(__func__, cInfo, terminating);
 }
 
-int fsDropStore(const OxtCInfo *cInfo, FsCaller caller) {
+FsDropped fsDropStore(const OxtCInfo *cInfo, FsCaller caller) {
     int state = OXT_FS_UNINITIALISED;
     if (fsGateClose(caller, &state) != 0)
-        return -1;
-    // A thread that another request has started meanwhile uses the store.
-    const int ret = gfs_thid.load() == 0 ? fsFreeInstance(cInfo) : -1;
+        return FS_DROP_BUSY;
+    FsDropped dropped = FS_DROP_WATCHED;
+    if (gfs_thid.load() == 0)
+        dropped = fsFreeInstance(cInfo) == 0 ? FS_DROPPED : FS_DROP_FAILED;
     fsGateOpen(caller, state);
-    return ret;
+    return dropped;
 }
 
 std::atomic<int> *fsGetFirstProc() {

@@ -15,9 +15,10 @@ void fsLeaveProvider();
 // thread runs and the object manager does not end, or CMPI_RC_ERR_FAILED, with a message.
 CMPIStatus fsCleanUpProvider(const OxtCInfo *cInfo, bool terminating);
 
-// Frees the store of an initialised provider and leaves it initialised: what a refused stop does. 0; -1 when it could
-// not be freed or is in use.
-int fsDropStore(const OxtCInfo *cInfo, FsCaller caller);
+// Frees the store and leaves the initialisation state as it is: what a refused stop does, and a clean-up in service
+// mode without a thread. FS_DROP_BUSY: a request stayed inside; FS_DROP_WATCHED: a watch thread was started meanwhile.
+enum FsDropped { FS_DROPPED, FS_DROP_FAILED, FS_DROP_BUSY, FS_DROP_WATCHED };
+FsDropped fsDropStore(const OxtCInfo *cInfo, FsCaller caller);
 
 std::atomic<int> *fsGetFirstProc(); // the initialisation state's address, traced
 

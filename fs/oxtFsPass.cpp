@@ -230,6 +230,7 @@ int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, c
 
 int fsCheckConfigChange(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     Before before = {};
     DatInfo current = {sizeof(FsProv), 0, nullptr};
     int ret = takeBefore(__func__, cInfo, &before);

@@ -1,6 +1,7 @@
 #include "oxtFsSave.h"
 
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -33,27 +34,28 @@ char *makeImage(const char *function, const DatInfo ins[], int *size) {
 
 } // namespace
 
-int fsPutBinFile(FILE *fp, const DatInfo ins[], pthread_mutex_t *guard) {
+int fsPutBinFile(FILE *fp, const DatInfo ins[], const FsGuard *guard) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(fp != nullptr, -1, "_OUT_ param(fp) Failure!!");
     OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
+    OXT_REQUIRE(guard == nullptr || guard->lock() == 0, -1, "_OUT_ lock Failure!!");
     int size = 0;
-    if (guard != nullptr)
-        pthread_mutex_lock(guard);
     OXT_TRACE("- to File Info -");
     fsLogDumpInstanceDat(OXT_DUMP_ALL, ins);
     char *outputAdr = makeImage(__func__, ins, &size);
     if (guard != nullptr)
-        pthread_mutex_unlock(guard);
+        guard->unlock();
     if (outputAdr == nullptr)
         return -1;
-    const size_t written = fwrite(outputAdr, 1, static_cast<size_t>(size), fp);
-    if (written != static_cast<size_t>(size) || fflush(fp) != 0) { // a full disk shows when the buffer is flushed
+    const bool written = fwrite(outputAdr, 1, static_cast<size_t>(size), fp) == static_cast<size_t>(size) &&
+                         fflush(fp) == 0; // a full disk shows when the buffer is flushed
+    if (!written)
         OXT_TRACE_FAIL("_OUT_ fwrite Failure!! err=[%d]", errno);
-        OXT_MEMFREE(outputAdr);
-        return -1;
-    }
     OXT_MEMFREE(outputAdr);
+    if (!written)
+        return -1;
+    if (ftruncate(fileno(fp), size) != 0)
+        OXT_TRACE_FAIL("ftruncate Failure!! err=[%d]", errno); // readers ignore what lies behind
     OXT_TRACE("_OUT_");
     return 0;
 }

@@ -4,7 +4,6 @@
 #define OXT_FS_SAVE_H
 
 #include <cstdio>
-#include <pthread.h>
 
 #include "oxtFsRecord.h"
 
@@ -13,9 +12,16 @@ inline constexpr char OXT_DAT_FS_VERNAME[] = "# Version=1.0.0.0\n";
 constexpr size_t OXT_DAT_FS_VERSIZE = sizeof OXT_DAT_FS_VERNAME - 1;
 static_assert(OXT_DAT_FS_VERSIZE == 18, "storage format");
 
-// Writes all areas to a stream open for writing at its start: 0, or -1 with nothing or a part written. `guard` (may be
-// null) is held while the areas are read and never while the file is written.
-int fsPutBinFile(FILE *fp, const DatInfo ins[], pthread_mutex_t *guard = nullptr);
+// What is held while the areas are read, and never while the file is written.
+struct FsGuard {
+    int (*lock)(); // 0 or -1
+    void (*unlock)();
+};
+
+// Writes all areas over a stream open for writing at its start, and cuts the file behind them: 0, or -1 with nothing or
+// a part written. The file keeps its old bytes until they are overwritten: a writer that dies leaves whole records, and
+// a full disk does not cost the settings of a file that does not grow. `guard` may be null.
+int fsPutBinFile(FILE *fp, const DatInfo ins[], const FsGuard *guard = nullptr);
 // Reads all areas from a stream open at its start, whatever its version line says: 0, or -1 with the areas read so far
 // filled. Texts are ended inside their arrays; any values are taken.
 int fsGetBinFile(FILE *fp, DatInfo ins[]);

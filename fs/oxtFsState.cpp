@@ -9,9 +9,9 @@
 
 DatInfo instFs[OXT_CID_FS_COUNT];
 ShmInfo shmFs[OXT_CID_FS_COUNT] = {
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
 };
 pthread_mutex_t instMutexFs = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t fsStoreMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -19,13 +19,19 @@ std::atomic<int> gfs_SleepSec{60};
 
 namespace {
 
+constexpr int LOCK_TRIES = 30000;     // of fsStoreLock
+constexpr unsigned LOCK_MICROS = 100; // between two
+
 unsigned edits; // guarded by the store lock
 
 // The watch thread and a client's change may write the save file at the same time, and no lock is held across a write
-// that could stall. Whoever overlapped another writes once more: the last to end has then written alone.
+// that could stall. Whoever overlapped another writes once more, so that the last to end has written alone; after the
+// last round it is the next pass that does.
 constexpr int SAVE_ROUNDS = 3;
 std::atomic<unsigned> savesBegun{0};
 std::atomic<unsigned> savesEnded{0};
+
+constexpr FsGuard STORE_GUARD = {fsStoreLock, fsStoreUnlock};
 
 FsSaved writeSaveFile(const char *function) {
     OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
@@ -33,7 +39,7 @@ FsSaved writeSaveFile(const char *function) {
     OXT_REQUIRE_AS(function, fp != nullptr, FS_SAVE_NOT_OPENED, "_OUT_ fopen Failure!! err=[%d]", errno);
     setvbuf(fp.get(), nullptr, _IONBF, 0); // it is written in one piece
     OXT_TRACE_AS(function, "fsPutBinFile()");
-    const int ret = fsPutBinFile(fp.get(), instFs, &fsStoreMutex);
+    const int ret = fsPutBinFile(fp.get(), instFs, &STORE_GUARD);
     OXT_TRACE_AS(function, "fclose");
     return ret == 0 ? FS_SAVED : FS_SAVE_NOT_WRITTEN;
 }
@@ -59,10 +65,10 @@ void *findOriginal(const FsEdit *edit) {
 } // namespace
 
 int fsStoreLock() {
-    for (int tries = 0; tries < 3000; ++tries) {
+    for (int tries = 0; tries < LOCK_TRIES; ++tries) {
         if (pthread_mutex_trylock(&fsStoreMutex) == 0)
             return 0;
-        usleep(1000);
+        usleep(LOCK_MICROS);
     }
     return -1;
 }
@@ -104,7 +110,7 @@ int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo) {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
         if (shmFs[cid].shmNum <= 0)
             fsReleaseInstance(&instFs[cid]);
-        else if (fsRefreshClass(function, cInfo, cid) != 0)
+        else if (shmFs[cid].content == OXT_SHM_CURRENT && fsRefreshClass(function, cInfo, cid) != 0) // else the private copy is the newer
             return -1;
     }
     return 0;

@@ -1,8 +1,8 @@
 // The store's state: all of the monitoring core's data, and who may touch it.
 //
-// instFs and shmFs are changed and read with the store lock held. It is held for memory copies and shared-memory calls
-// only, never across statfs, a send or a write of the save file; so the wait for it is short, and bounded all the same.
-// Order of locks: instance lock, store lock, segment mutexes.
+// instFs and shmFs are changed and read with the store lock held, or with the gate closed (oxtFsGate.h). It is held for
+// memory copies and the segments' own calls with their key files, never across statfs, a send or a write of the save
+// file; the wait for it is bounded by 3 seconds. Order of locks: instance lock, store lock, segment mutexes.
 #ifndef OXT_FS_STATE_H
 #define OXT_FS_STATE_H
 
@@ -52,7 +52,7 @@ int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo);
 // Copies every class that has records to its segment. 0 or -1.
 int fsPublishToShm(const char *function, const OxtCInfo *cInfo);
 
-// Rewrites the save file. Not both: an open that failed is traced here, a failed write is left to the caller's line.
+// Rewrites the save file. A failed open is traced here, a failed write is left to the caller's line.
 enum FsSaved { FS_SAVED, FS_SAVE_NOT_OPENED, FS_SAVE_NOT_WRITTEN };
 FsSaved fsSaveStore(const char *function);
 

@@ -78,69 +78,53 @@ bool watchKeepsCurrent(const OxtCInfo *cInfo) {
     return getServiceMode(cInfo) == 1 && getThreadSts(&gfs_thid) == 1;
 }
 
-// Copies a class out with its descriptor; the store lock is held.
-int handOut(const DatInfo *from, DatInfo *out) {
-    const int ret = fsCopyArea(from, out);
-    if (ret != 0)
-        OXT_TRACE_FAIL_AS("fsGetInstance", "outDat alloc Failure!!");
-    return ret;
-}
-
-// While the watch thread runs: the class as its segment has it. A segment that was made and could not be filled since
-// is no data yet.
-int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *out) {
-    DatInfo *area = &instFs[classId];
-    DatInfo shown[OXT_CID_FS_COUNT] = {};
-    if (shmFs[classId].shmNum > 0 && shmFs[classId].filled) {
-        if (fsRefreshClass(function, cInfo, classId) != 0)
+// While the watch thread runs: the class as its segment has it, or as the private copy has it when the segment is older.
+// A segment that was made and could not be filled since is no data yet.
+int refreshFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *shown) {
+    ShmInfo *shm = &shmFs[classId];
+    if (shm->shmNum > 0 && shm->content != OXT_SHM_EMPTY) {
+        if (shm->content == OXT_SHM_CURRENT && fsRefreshClass(function, cInfo, classId) != 0)
             return -1;
-        shown[classId] = *area;
+        *shown = instFs[classId];
     } else {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=0", classId);
     }
     OXT_TRACE_AS(function, "- return TRUE classID=[%d]-", classId);
-    fsLogDumpInstanceDat(classId, shown);
-    shown[classId].datSize = area->datSize;
-    return handOut(&shown[classId], out);
+    DatInfo dump[OXT_CID_FS_COUNT] = {};
+    dump[classId] = *shown;
+    fsLogDumpInstanceDat(classId, dump);
+    return 0;
 }
 
 // The configuration without a running thread: nothing changes it but clients, so no pass is needed.
-int readConfig(const char *function, const OxtCInfo *cInfo, DatInfo *out) {
+int refreshConfig(const char *function, const OxtCInfo *cInfo) {
     if (fsRefreshClass(function, cInfo, OXT_CID_FS_CONF) != 0)
         return -1;
     OXT_TRACE_AS(function, "- return Config -");
     fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);
-    return handOut(&instFs[OXT_CID_FS_CONF], out);
+    return 0;
 }
 
-// The steps of fsGetInstance under the locks. *traced: the exit line is written already.
-int readClass(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *out, bool *traced) {
-    const bool fromWatch = watchKeepsCurrent(cInfo);
+// Brings the class up to date as far as that needs the store lock, which is held, and copies it out. 0, or -1 with the
+// failure's exit line traced.
+int handOut(const char *function, const OxtCInfo *cInfo, int classId, bool fromWatch, DatInfo *out) {
+    DatInfo shown = {instFs[classId].datSize, 0, nullptr};
     int ret = 0;
-    if (!fromWatch && classId != OXT_CID_FS_CONF)
-        ret = fsCheckConfigChange(cInfo);
-    OXT_REQUIRE_AS(function, fsStoreLock() == 0, -1, "fsStoreLock() Failure!!");
-    int copied = 0;
-    if (fromWatch) {
-        copied = readFromWatch(function, cInfo, classId, out);
-        *traced = copied != 0;
-    } else if (classId == OXT_CID_FS_CONF) {
-        copied = readConfig(function, cInfo, out);
-        *traced = copied != 0;
-    } else { // what is known is handed out even when the pass failed
-        copied = handOut(&instFs[classId], out);
-    }
-    fsStoreUnlock();
-    if (copied == 0 && classId == OXT_CID_FS_CONF) {
-        const FsConf *conf = static_cast<FsConf *>(out->datAdr);
-        if (conf == nullptr) {
-            OXT_TRACE_FAIL_AS(function, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
-            *traced = true;
-            return -1;
-        }
-        gfs_SleepSec.store(conf->MonitorCycle);
-    }
-    return ret == 0 ? copied : ret;
+    if (fromWatch)
+        ret = refreshFromWatch(function, cInfo, classId, &shown);
+    else if (classId == OXT_CID_FS_CONF)
+        ret = refreshConfig(function, cInfo);
+    if (ret != 0)
+        return -1;
+    if (!fromWatch) // after a pass that failed, what is known
+        shown = instFs[classId];
+    OXT_REQUIRE_AS(function, fsCopyArea(&shown, out) == 0, -1, "_OUT_ outDat alloc Failure!!");
+    if (classId != OXT_CID_FS_CONF)
+        return 0;
+    const FsConf *conf = static_cast<FsConf *>(out->datAdr);
+    OXT_REQUIRE_AS(function, conf != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+    gfs_SleepSec.store(conf->MonitorCycle);
+    return 0;
 }
 
 // The steps of fsSetInstance that need the store lock. 0, or -1 with the failure traced.
@@ -159,6 +143,7 @@ int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
 
 int fsInitInstance(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     clearLeftovers();
     fsInitDatInfo(instFs);
     if (allocateSmallRecords(__func__) != 0)
@@ -176,22 +161,32 @@ int fsInitInstance(const OxtCInfo *cInfo) {
 
 int fsGetInstance(const OxtCInfo *cInfo, int classId, DatInfo *out) {
     OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     OXT_REQUIRE(out != nullptr, -1, "_OUT_ param(out) Failure!!");
     *out = {};
     OXT_REQUIRE(classId >= 0 && classId < OXT_CID_FS_COUNT, -1, "_OUT_ param(classID) Failure!!");
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
-    bool traced = false;
-    const int ret = readClass(__func__, cInfo, classId, out, &traced);
+    const bool fromWatch = watchKeepsCurrent(cInfo);
+    const int ret = !fromWatch && classId != OXT_CID_FS_CONF ? fsCheckConfigChange(cInfo) : 0;
+    int handed = -1;
+    if (fsStoreLock() == 0) {
+        handed = handOut(__func__, cInfo, classId, fromWatch, out);
+        fsStoreUnlock();
+    } else {
+        OXT_TRACE_FAIL("_OUT_ fsStoreLock() Failure!!");
+    }
     mutexUnlock(&instMutexFs, held);
-    if (!traced)
-        OXT_TRACE("_OUT_ ret=[%d]", ret);
+    if (handed != 0)
+        return -1;
+    OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }
 
 int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
@@ -202,7 +197,7 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     } else {
         OXT_TRACE_FAIL("_OUT_ fsStoreLock() Failure!!");
     }
-    const FsSaved saved = ret == 0 ? fsSaveStore(__func__) : FS_SAVE_NOT_OPENED;
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__) : FS_SAVE_NOT_OPENED; // traced like one, so far
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;
@@ -213,6 +208,7 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
 
 int fsFreeInstance(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
+    OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     int ret = 0;
     OXT_REQUIRE(fsStoreLock() == 0, -1, "_OUT_ fsStoreLock() Failure!!");
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {

@@ -10,9 +10,9 @@
 // with what it had made left in place; the next try clears that away.
 int fsInitInstance(const OxtCInfo *cInfo);
 
-// Brings one class up to date (from shared memory while the watch thread keeps that current, else by a pass of its own)
-// and hands out a copy of its records. 0, or -1 when that failed; the copy holds the last known records all the same,
-// or nothing. The caller frees it with fsReleaseInstance in both cases.
+// Brings one class up to date (from shared memory while the watch thread keeps that current, else by a pass of its own,
+// but for the configuration) and hands out a copy of its records. 0, or -1 when that failed; the copy holds the last
+// known records all the same, or nothing. The caller frees it with fsReleaseInstance in both cases.
 int fsGetInstance(const OxtCInfo *cInfo, int classId, DatInfo *out);
 
 // Applies a client's change (null for none) and publishes all classes: shared memory, then the save file. 0 or -1; a

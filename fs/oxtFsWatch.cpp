@@ -44,6 +44,18 @@ bool stopThread(const char *function) {
     return false;
 }
 
+// Stops the thread and closes the gate; once more when a start came in between. False when somebody stays busy.
+bool closeWithoutThread(const char *function, FsCaller caller, int *state) {
+    for (int tries = 0; tries < 2; ++tries) {
+        if ((getThreadSts(&gfs_thid) == 1 && !stopThread(function)) || fsGateClose(caller, state) != 0)
+            return false;
+        if (gfs_thid.load() == 0)
+            return true;
+        fsGateOpen(caller, *state);
+    }
+    return false;
+}
+
 } // namespace
 
 OxtThreadId *fsGetThreadID() {
@@ -116,16 +128,11 @@ void *fsWatchThread(void *start) {
 void fsExitThread(const OxtCInfo *cInfo, FsCaller caller) {
     OXT_TRACE("_IN_");
     int state = OXT_FS_UNINITIALISED;
-    const bool stopped = getThreadSts(&gfs_thid) != 1 || stopThread(__func__);
-    const bool closed = stopped && fsGateClose(caller, &state) == 0;
-    if (!closed || gfs_thid.load() != 0) { // somebody is busy with the store, or has just started a new thread
-        if (closed)
-            fsGateOpen(caller, state);
-        OXT_FAIL(, "_OUT_ store in use Failure!!");
-    }
+    OXT_REQUIRE(closeWithoutThread(__func__, caller, &state), , "_OUT_ store in use Failure!!");
     dropThreadInfo(__func__);
     OXT_TRACE("fsSetInstance()");
-    if (fsSetInstance(cInfo) != 0)
+    // Of a store that was never built nothing may replace the save file.
+    if (state == OXT_FS_INITIALISED && fsSetInstance(cInfo) != 0)
         OXT_TRACE_FAIL("fsSetInstance() Failure!!");
     OXT_TRACE("fsFreeInstance()");
     if (fsFreeInstance(cInfo) != 0)

@@ -37,10 +37,10 @@ void fsSystemRead(FsSystem *system);
 void fsSystemFree(FsSystem *system);
 
 // What a function of discovery works on: the caller's reading, or without one a reading of its own for this call.
-struct FsOwnSystem {
+struct FsFreeSystem {
     void operator()(FsSystem *system) const { fsSystemFree(system); }
 };
-typedef std::unique_ptr<FsSystem, FsOwnSystem> FsReading;
+typedef std::unique_ptr<FsSystem, FsFreeSystem> FsReading;
 inline const FsSystem *fsSystemFor(const FsSystem *given, FsSystem *own, FsReading *reading) {
     if (given != nullptr)
         return given;

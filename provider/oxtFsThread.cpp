@@ -27,7 +27,7 @@ CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
 
 CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *trace, const char *message) {
     OXT_TRACE_FAIL_AS(function, "%s", trace);
-    if (fsDropStore(cInfo, FS_FROM_REQUEST) != 0)
+    if (fsDropStore(cInfo, FS_FROM_REQUEST) != FS_DROPPED)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
     OXT_TRACE_AS(function, "_OUT_");
     return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, message);

@@ -63,9 +63,11 @@ CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message);
 CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message);
 CMPIStatus oxtRefused(const char *function); // a handler called without class info
 #define OXT_ENTER_HANDLER()                                                                                            \
-    OXT_TRACE("_IN_");                                                                                                 \
-    if (cInfo == nullptr)                                                                                              \
-    return oxtRefused(__func__)
+    do {                                                                                                               \
+        OXT_TRACE("_IN_");                                                                                             \
+        if (cInfo == nullptr)                                                                                          \
+            return oxtRefused(__func__);                                                                               \
+    } while (0)
 
 // A new instance of the class from a record, released by the caller; null with the failure traced. `properties` is the
 // client's list, null for all.

@@ -124,22 +124,23 @@ const DeviceInfo *findDriver(const char *function, const DeviceInfo *list, int m
 
 // One driver serves disks and optical drives: the file system tells them apart. When statfs fails the type stays 0,
 // which is no optical one.
-int typeByFileSystem(const char *function, const char *RootPNm) {
+int typeByFileSystem(const char *function, const char *RootPNm, const FsSystem *system) {
     struct statfs st = {};
-    if (statfs(RootPNm, &st) != 0)
+    if (fsStatfs(system, RootPNm, &st) != 0)
         st = {};
     const unsigned type = static_cast<unsigned>(st.f_type);
     OXT_TRACE_AS(function, "statfs.type=[0x%08x]", type);
     return type == MAGIC_ISO9660 || type == MAGIC_UDF ? OXT_DRIVE_OPTICAL : OXT_DRIVE_FIXED;
 }
 
-int typeOfDriver(const char *function, const char *driver, const char *RootPNm, const char *devName) {
+int typeOfDriver(const char *function, const char *driver, const char *RootPNm, const char *devName,
+                 const FsSystem *system) {
     for (const DriverRule &rule : RULES) {
         if (!startsWith(driver, rule.prefix) || !startsWith(devName, rule.device))
             continue;
         switch (rule.decision) {
         case BY_FILE_SYSTEM:
-            return typeByFileSystem(function, RootPNm);
+            return typeByFileSystem(function, RootPNm, system);
         case FIXED:
             return OXT_DRIVE_FIXED;
         case REMOVABLE:
@@ -234,7 +235,8 @@ int getDevType(int major, const char *RootPNm, int isBlock, const char *devName,
     const bool read = driversOf(system, isBlock, &list) == 0;
     OXT_REQUIRE(read, OXT_DRIVE_UNKNOWN, "_OUT_ getDeviceInfo() Failure!!");
     const DeviceInfo *driver = findDriver(__func__, list, major);
-    const int retType = driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName) : OXT_DRIVE_UNKNOWN;
+    const int retType =
+        driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName, system) : OXT_DRIVE_UNKNOWN;
     if (list == nullptr || list != system->driverLists[isBlock])
         freeDeviceInfo(&list);
     OXT_TRACE("_OUT_ retType=[%d]", retType);

@@ -176,14 +176,14 @@ int GetFsName(unsigned type, char *buf, int size, const char *RootPNm, const FsS
 }
 
 int GetMountPointFreeSpace(const char *RootPNm, unsigned long *BytesPerBlock, unsigned long *lpNumberOfFreeBlocks,
-                           unsigned long *lpTotalNumberOfBlocks) {
+                           unsigned long *lpTotalNumberOfBlocks, const FsSystem *system) {
     const char *shown = RootPNm != nullptr ? RootPNm : "NULL";
     OXT_TRACE("_IN_ RootPNm=[%s]", shown);
     OXT_REQUIRE(BytesPerBlock != nullptr, -1, "_OUT_ param(BytesPerBlock) Failure!!");
     OXT_REQUIRE(lpNumberOfFreeBlocks != nullptr, -1, "_OUT_ param(lpNumberOfFreeBlocks) Failure!!");
     OXT_REQUIRE(lpTotalNumberOfBlocks != nullptr, -1, "_OUT_ param(lpTotalNumberOfBlocks) Failure!!");
     struct statfs st = {};
-    OXT_REQUIRE(RootPNm != nullptr && statfs(RootPNm, &st) >= 0, -1, "_OUT_ statfs[%s] Failure!!", shown);
+    OXT_REQUIRE(RootPNm != nullptr && fsStatfs(system, RootPNm, &st) >= 0, -1, "_OUT_ statfs[%s] Failure!!", shown);
     *BytesPerBlock = static_cast<unsigned long>(st.f_bsize);
     *lpNumberOfFreeBlocks = st.f_bavail; // what unprivileged users can still write, not f_bfree
     *lpTotalNumberOfBlocks = st.f_blocks;
@@ -206,7 +206,7 @@ int OXTFileSysGetMountPointInformation(const char *RootPNm, char *SpecialDevice,
     if (const FsMount *mount = lastMountOn(system, RootPNm))
         oxtCopyText(SpecialDevice, OXT_DEVICE_SIZE, mount->fsname);
     struct statfs st = {};
-    OXT_REQUIRE(statfs(RootPNm, &st) >= 0, OXT_FALSE, "_OUT_ statfs[%s] Failure!!", RootPNm);
+    OXT_REQUIRE(fsStatfs(system, RootPNm, &st) >= 0, OXT_FALSE, "_OUT_ statfs[%s] Failure!!", RootPNm);
     *MaxCompLen = static_cast<int>(st.f_namelen);
     const bool named = FileSysNm == nullptr ||
                        GetFsName(static_cast<unsigned>(st.f_type), FileSysNm, FileSysNmSize, RootPNm, system) == 0;

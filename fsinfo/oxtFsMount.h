@@ -28,7 +28,7 @@ int GetFsName(unsigned type, char *buf, int size, const char *RootPNm, const FsS
 
 // statfs(2): block size in bytes, f_bavail and f_blocks. -1 when it fails, the outputs untouched.
 int GetMountPointFreeSpace(const char *RootPNm, unsigned long *BytesPerBlock, unsigned long *lpNumberOfFreeBlocks,
-                           unsigned long *lpTotalNumberOfBlocks);
+                           unsigned long *lpTotalNumberOfBlocks, const FsSystem *system = nullptr);
 
 // Device (a buffer of OXT_DEVICE_SIZE), longest component and family name (may be null) of a mount point. OXT_TRUE, or
 // OXT_FALSE on a failure.

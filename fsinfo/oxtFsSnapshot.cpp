@@ -26,10 +26,23 @@ template <size_t N> void copyText(char (&to)[N], const char *from) {
     oxtCopyText(to, N, from);
 }
 
+// Bytes that all directories of an accepted type take in the list.
+size_t mostListed(const FsSystem *system) {
+    size_t most = 0;
+    for (size_t i = 0; i < system->mountCount; ++i)
+        if (fsTypeAccepted(system->mounts[i].type))
+            most += strlen(system->mounts[i].dir) + 1;
+    return most;
+}
+
 // Entries that can be examined and are of an accepted type. Repeated and layered ones count too: this sizes the list.
+// While nobody traces, the count ends once no directory can miss its room.
 int countCandidates(const char *function, const FsSystem *system) {
+    const size_t most = mostListed(system);
     int count = 0;
     for (size_t i = 0; i < system->mountCount; ++i) {
+        if (static_cast<size_t>(count) * PATH_SIZE > most && !oxtTraceOn())
+            break;
         const FsMount &mount = system->mounts[i];
         struct stat device = {};
         struct statfs st = {};
@@ -89,7 +102,7 @@ void examine(const FsSystem *system, const char *mountPoint, uint16_t number, Fs
     if (mount->driveType != OXT_DRIVE_FIXED && mount->driveType != OXT_DRIVE_RAMDISK)
         return;
     unsigned long bytesPerBlock = 0, freeBlocks = 0, totalBlocks = 0;
-    if (GetMountPointFreeSpace(path, &bytesPerBlock, &freeBlocks, &totalBlocks) == -1)
+    if (GetMountPointFreeSpace(path, &bytesPerBlock, &freeBlocks, &totalBlocks, system) == -1)
         return;
     size->total = fsMiB(totalBlocks, bytesPerBlock);
     size->available = fsMiB(freeBlocks, bytesPerBlock);

@@ -5,9 +5,11 @@
 #include <cstring>
 #include <memory>
 #include <mntent.h>
+#include <sys/vfs.h>
 
 #include "oxtFile.h"
 #include "oxtFsDevice.h"
+#include "oxtMemory.h"
 #include "oxtPaths.h"
 
 namespace {
@@ -109,6 +111,20 @@ int fsNextMountOn(const FsSystem *system, const char *dir, int after) {
     while (i >= 0 && strcmp(system->mounts[i].dir, dir) != 0)
         i = oxtIndexNext(&system->byDir, i);
     return i;
+}
+
+int fsStatfs(const FsSystem *system, const char *path, struct statfs *st) {
+    const bool shared = system != nullptr && !oxtTraceOn() && strlen(path) < sizeof system->lastSpace.path;
+    if (shared && path[0] != '\0' && strcmp(path, system->lastSpace.path) == 0) {
+        *st = system->lastSpace.st;
+        return 0;
+    }
+    const int ret = statfs(path, st);
+    if (shared && ret == 0) {
+        oxtCopyText(system->lastSpace.path, sizeof system->lastSpace.path, path);
+        system->lastSpace.st = *st;
+    }
+    return ret;
 }
 
 void fsSystemRead(FsSystem *system) {

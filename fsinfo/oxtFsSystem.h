@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <sys/vfs.h>
 
 #include "oxtIndex.h"
 
@@ -17,6 +18,12 @@ struct FsMount {
 
 struct DeviceInfo;
 
+// What statfs(2) said of a mount point.
+struct FsSpace {
+    char path[4096]; // empty: of none
+    struct statfs st;
+};
+
 struct FsSystem {
     bool mountsRead; // false: the mount table could not be opened or kept
     FsMount *mounts; // in file order
@@ -27,10 +34,15 @@ struct FsSystem {
     size_t driversLength;
     mutable DeviceInfo *driverLists[2]; // by kind, parsed at the first look while nobody traces
     mutable bool driversParsed[2];
+    mutable FsSpace lastSpace; // of the mount point that was asked about last
 };
 
 // The next entry mounted on a directory behind position `after` (-1 for the first), or -1: in file order.
 int fsNextMountOn(const FsSystem *system, const char *dir, int after);
+
+// statfs(2) of a mount point; system may be null. While nobody traces, the steps that ask about the same one in a row
+// share one answer, so that type and amounts belong together. -1 with errno on a failure.
+int fsStatfs(const FsSystem *system, const char *path, struct statfs *st);
 
 // Reads both files. What cannot be read is marked so, and whoever needs it reports it. Freed with fsSystemFree.
 void fsSystemRead(FsSystem *system);

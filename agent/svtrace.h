@@ -1,8 +1,9 @@
 // libsvtrace.so: the trace log of the server-management agent.
 //
 // The library writes the log files below <agent directory>log/. Both functions may be called from any thread of any
-// process at any time, also after a fork; they keep errno, are no cancellation points, never wait for another thread's
-// write and never fail towards their caller: a line that cannot be written is counted, and a later line tells how many.
+// process at any time, also after a fork; they keep errno, are no cancellation points, wait for other threads and
+// processes some hundredths of a second at most and never fail towards their caller: a line that cannot be written is
+// counted, and a later line tells how many.
 #ifndef SVTRACE_H
 #define SVTRACE_H
 

@@ -1,6 +1,5 @@
-// Who looks after something that every thread of a process uses: one thread at a time, about once a second, chosen
-// without waiting for another. A Watch is zero at the start and right in a forked child, where the parent's threads are
-// nobody.
+// Who looks after something that every thread of a process uses: one thread at a time, about once a second, whichever
+// comes first. A Watch is zero at the start and right in a forked child, where the parent's threads are nobody.
 #ifndef SVTRACE_WATCH_H
 #define SVTRACE_WATCH_H
 

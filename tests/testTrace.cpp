@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <sched.h>
@@ -40,9 +41,6 @@ Lines bodiesOf(const fs::path &path) {
     Lines bodies;
     for (std::string line; std::getline(file, line);) {
         std::smatch head;
-        if (line.empty()) {
-            continue; // ends a stump that is no longer there
-        }
         EXPECT_TRUE(std::regex_search(line, head, kHead)) << line;
         bodies.push_back(head.empty() ? "" : head.suffix().str());
     }
@@ -112,6 +110,7 @@ std::map<pid_t, int> inProcesses(int count, const std::function<int(int)> &body)
         EXPECT_EQ(waitpid(child, &status, 0), child);
         EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
         code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        EXPECT_TRUE(code == 0 || code == kSkipped) << code;
     }
     return codes;
 }
@@ -311,20 +310,27 @@ TEST_F(Trace, AFullDiskLosesLinesAndTellsHowMany) {
             mount("none", kDirectory.c_str(), "tmpfs", 0, "size=64k") != 0) {
             return kSkipped;
         }
-        writeFromThreads("full.log", 0, 2, 1000); // 200 KB
         const fs::path log = kDirectory / "full.log";
-        std::ifstream file(log);
-        std::uintmax_t whole = 0;
-        for (std::string line; std::getline(file, line) && !file.eof();) {
-            whole += line.size() + 1;
-        }
-        fs::resize_file(log, whole); // the last line may be cut by the end of the disk
-        Lines bodies = bodiesOf(log);
-        fs::resize_file(log, 0);
+        std::ofstream(kDirectory / "filler") << std::string(16384, 'x');
+        writeFromThreads("full.log", 0, 2, 1000); // 200 KB
+        fs::remove(kDirectory / "filler");
         traceInto("full.log", 3, "room again");
-        const Lines after = bodiesOf(log);
-        EXPECT_LT(countWhole(bodies), 1000U);
-        bodies.insert(bodies.end(), after.begin(), after.end());
+        // Where the disk ended there is one stump; all the other lines are whole.
+        std::ifstream file(log);
+        Lines lines;
+        int stumps = 0;
+        for (std::string line; std::getline(file, line);) {
+            const bool whole = (!line.empty() && line.back() == '|') || line.find(" 3 test:1 ") != line.npos ||
+                               line.find(" 3 TraceLog:0 ") != line.npos;
+            stumps += whole ? 0 : 1;
+            lines.insert(lines.end(), whole ? 1 : 0, line);
+        }
+        EXPECT_LE(stumps, 1);
+        std::ofstream rewritten(log);
+        std::copy(lines.begin(), lines.end(), std::ostream_iterator<std::string>(rewritten, "\n"));
+        rewritten.close();
+        const Lines bodies = bodiesOf(log);
+        EXPECT_LT(bodies.size(), 1000U);
         EXPECT_EQ(countWhole(bodies), 2000U);
         EXPECT_EQ(bodies.back(), "test:1 room again");
         return testing::Test::HasFailure() ? 1 : 0;
@@ -332,7 +338,6 @@ TEST_F(Trace, AFullDiskLosesLinesAndTellsHowMany) {
     if (codes.begin()->second == kSkipped) {
         GTEST_SKIP() << "needs the right to mount a small file system";
     }
-    EXPECT_EQ(codes.begin()->second, 0);
 }
 
 TEST_F(Trace, NeverTriesToPassTheHostsFileSizeLimit) {

@@ -8,23 +8,64 @@
 #define OXT_FAKE_SYSTEM_H
 
 #include <functional>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/types.h>
 
-// What statfs(2) says of a mount point. The defaults are an empty file system of 1 KiB blocks.
+#if defined(__SANITIZE_THREAD__)
+#define OXT_UNDER_TSAN
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define OXT_UNDER_TSAN
+#endif
+#endif
+
+// What statfs(2) says of a mount point. The defaults are an empty ext file system of 1 KiB blocks.
 struct FakeVolume {
-    long type = 0xEF53; // ext2, ext3 and ext4
+    long type = 0xEF53;
     long blockSize = 1024;
     unsigned long blocks = 0;
-    unsigned long available = 0; // f_bavail; f_bfree is one MiB more
+    unsigned long available = 0; // f_bavail; f_bfree is more
     long nameLength = 255;
     int error = 0;                // not 0: statfs fails with it
     std::function<void()> during; // runs inside each statfs, without any lock held: a delay, or another client
 };
 
-enum class Call { Setmntent, Fopen, Stat, Statfs, Shmget, Shmat, Shmdt, Shmctl, Usleep, Sleep, Count };
+enum class Call { Setmntent, Fopen, Open, Stat, Statfs, Shmget, Shmat, Shmdt, Shmctl, Usleep, Sleep, Count };
+
+// What the calls find; withFake() is the way to it.
+struct FakeState {
+    struct Device {
+        mode_t format;
+        dev_t number;
+    };
+    struct Injection {
+        Call call;
+        int nth; // counts down to the call it strikes; 0 strikes every call
+        int error;
+        int result;
+    };
+    std::string mounts;                                       // in front of `mounted`
+    std::vector<std::pair<std::string, std::string>> mounted; // directory and line
+    std::string drivers;
+    bool mountsMissing = false, driversMissing = false;
+    std::map<std::string, Device> devices;
+    std::map<std::string, FakeVolume> volumes;
+    std::map<std::string, std::string> redirections;
+    std::vector<Injection> injections;
+    unsigned speed = 1;
+    int calls[static_cast<size_t>(Call::Count)] = {};
+    std::vector<unsigned> sleeps;
+    std::vector<int> segments;
+    std::vector<int> invented; // identifiers that shmget was made to return: nobody's segments
+    std::vector<std::string> systemLog;
+};
+
+// Runs with the state locked. False, and nothing run, while no FakeSystem lives.
+bool withFake(const std::function<void(FakeState &)> &action);
 
 // One at a time. Its end removes the segments that were made in its life.
 class FakeSystem {
@@ -37,32 +78,62 @@ class FakeSystem {
     // A file system with its line at the end of the mount table, its block device node (major:1) and its volume.
     void addFileSystem(const std::string &device, unsigned major, const std::string &dir, const std::string &type,
                        unsigned long sizeMiB, unsigned long freeMiB);
-    void setFree(const std::string &dir, unsigned long freeMiB);
-    void setVolume(const std::string &dir, const FakeVolume &volume);
-    FakeVolume volume(const std::string &dir) const;
     void removeFileSystem(const std::string &dir); // the lines that addFileSystem made, and the volume
-
-    // Text in front of the lines of addFileSystem, read as it stands. "/etc/mtab" is empty at first.
-    void setMounts(const std::string &text);
-    // "/proc/devices"; at first it knows the block drivers 7 loop, 8 sd and 253 device-mapper.
-    void setDrivers(const std::string &text);
-    void setMountsMissing(bool missing);
-    void setDriversMissing(bool missing);
     void addDevice(const std::string &path, mode_t format, unsigned major, unsigned minor); // S_IFBLK or S_IFCHR
-
-    // The nth call from now (1 is the next one; 0 is every call) does nothing and returns the result: -1 with errno, or
-    // for shmget an identifier; a call that returns a pointer then returns its failure.
-    void inject(Call call, int nth, int error, int result = -1);
-    void stopInjecting();
-    // fopen of the first path opens the second in its place ("/dev/full").
-    void redirectOpen(const std::string &path, const std::string &other);
+    void setFree(const std::string &dir, unsigned long freeMiB);
+    void setVolume(const std::string &dir, const FakeVolume &volume) {
+        withFake([&](FakeState &s) { s.volumes[dir] = volume; });
+    }
+    FakeVolume volume(const std::string &dir) const {
+        return read<FakeVolume>([&](const FakeState &s) { return s.volumes.at(dir); });
+    }
+    // "/etc/mtab" in front of the lines of addFileSystem, read as it stands; empty at first.
+    void setMounts(const std::string &text) {
+        withFake([&](FakeState &s) { s.mounts = text; });
+    }
+    // "/proc/devices"; at first it knows the block drivers 7 loop, 8 sd and 253 device-mapper.
+    void setDrivers(const std::string &text) {
+        withFake([&](FakeState &s) { s.drivers = text; });
+    }
+    void setMissing(bool mounts, bool drivers) { // the two files
+        withFake([=](FakeState &s) { s.mountsMissing = mounts, s.driversMissing = drivers; });
+    }
+    // The nth call from now (1 is the next one; 0 is every call) does nothing and fails with errno; shmget then returns
+    // the result.
+    void inject(Call call, int nth, int error, int result = -1) {
+        withFake([=](FakeState &s) { s.injections.push_back({call, nth, error, result}); });
+    }
+    void stopInjecting() {
+        withFake([](FakeState &s) { s.injections.clear(); });
+    }
+    // Opening the first path opens the second in its place ("/dev/full").
+    void redirectOpen(const std::string &path, const std::string &other) {
+        withFake([&](FakeState &s) { s.redirections[path] = other; });
+    }
     // sleep(3) and usleep(3) last so many times shorter.
-    void speedUpWaits(unsigned factor);
+    void speedUpWaits(unsigned factor) {
+        withFake([=](FakeState &s) { s.speed = factor; });
+    }
 
-    int calls(Call call) const;                 // so far
-    std::vector<unsigned> sleeps() const;       // the seconds that sleep(3) was called with
-    std::vector<int> segments() const;          // made through shmget and not removed
-    std::vector<std::string> systemLog() const; // the messages of syslog(3)
+    int calls(Call call) const { // so far
+        return read<int>([=](const FakeState &s) { return s.calls[static_cast<size_t>(call)]; });
+    }
+    std::vector<unsigned> sleeps() const { // the seconds that sleep(3) was called with
+        return read<std::vector<unsigned>>([](const FakeState &s) { return s.sleeps; });
+    }
+    std::vector<int> segments() const { // made through shmget and not removed
+        return read<std::vector<int>>([](const FakeState &s) { return s.segments; });
+    }
+    std::vector<std::string> systemLog() const { // the messages of syslog(3)
+        return read<std::vector<std::string>>([](const FakeState &s) { return s.systemLog; });
+    }
+
+  private:
+    template <class Result> static Result read(const std::function<Result(const FakeState &)> &get) {
+        Result result = {};
+        withFake([&](const FakeState &s) { result = get(s); });
+        return result;
+    }
 };
 
 #endif

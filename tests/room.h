@@ -1,0 +1,103 @@
+// A test of the provider's rooms: its own system, trace and agent directory, and the host's broker for what the rooms
+// ask of an object manager.
+#ifndef OXT_ROOM_H
+#define OXT_ROOM_H
+
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "agentDirectory.h"
+#include "fakeSystem.h"
+#include "oxtCommon.h"
+#include "oxtFsCommon.h"
+#include "oxtFsGetInfo.h"
+#include "oxtHostBroker.h"
+#include "traceLog.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Ids = std::vector<unsigned>;
+
+class Room : public testing::Test {
+  protected:
+    // Outside service mode, nothing initialised, no file systems.
+    void SetUp() override {
+        ASSERT_TRUE(emptyAgentDirectory()) << "the agent directory must lie in the build directory";
+        broker = std::make_shared<oxthost::Broker>(oxthost::Options{});
+        newRequest();
+        g_srvmod.store(0);
+        gfs_first.store(OXT_FS_UNINITIALISED);
+        gfs_SleepSec.store(60);
+    }
+    // Ends what the test has begun, and finds nothing left of it.
+    void TearDown() override {
+        system.stopInjecting();
+        if (gfs_thid.load() != 0)
+            fsExitThread(&cInfo, FS_FROM_CLEANUP);
+        fsFreeInstance(&cInfo);
+        EXPECT_THAT(system.segments(), IsEmpty());
+        EXPECT_THAT(broker->registry.misuses(), IsEmpty());
+    }
+
+    // What the last one made is gone, as at the end of each call of an object manager.
+    void newRequest() {
+        request.reset();
+        request.emplace(*broker);
+        auto context = std::make_shared<oxthost::ContextBody>();
+        context->thread = std::this_thread::get_id();
+        cInfo = {&broker->face, broker->make(std::move(context))};
+    }
+    // Two ext4 file systems of 1000 MiB (warning at 100, fatal at 10) with 500 MiB free.
+    void mountTwo() {
+        system.addFileSystem("/dev/sda1", 8, "/", "ext4", 1000, 500);
+        system.addFileSystem("/dev/sda2", 8, "/data", "ext4", 1000, 500);
+    }
+    void initialise() {
+        ASSERT_EQ(fsInitProvider(&cInfo), 0);
+        fsLeaveProvider();
+        trace.clear();
+    }
+    FsProv &stored(int i) { return fsProv(&instFs[OXT_CID_FS_PROV])[i]; }
+    // What another pass finds in the store: the change goes to the segment too.
+    template <class Change> void storeChange(int i, Change change) {
+        change(stored(i));
+        ASSERT_EQ(setInstToShm(&cInfo, &instFs[OXT_CID_FS_PROV], &shmFs[OXT_CID_FS_PROV]), 0);
+    }
+    // The records of a class as a handler gets them.
+    template <class Record> std::vector<Record> get(int classId, int result = 0) {
+        DatInfo area = {};
+        EXPECT_EQ(fsGetInstance(&cInfo, classId, &area), result);
+        const Record *first = static_cast<Record *>(area.datAdr);
+        std::vector<Record> records(first, first + area.datNum);
+        fsReleaseInstance(&area);
+        return records;
+    }
+    std::vector<std::string> roots() {
+        std::vector<std::string> dirs;
+        for (int i = 0; i < instFs[OXT_CID_FS_PROV].datNum; ++i)
+            dirs.emplace_back(stored(i)._root);
+        return dirs;
+    }
+    static std::string savePath() { return agentPath("data/oxtfssave.dat"); }
+    static std::string readFile(const std::string &path) {
+        std::ostringstream content;
+        content << std::ifstream(path, std::ios::binary).rdbuf();
+        return content.str();
+    }
+
+    FakeSystem system;
+    TraceLog trace;
+    std::shared_ptr<oxthost::Broker> broker;
+    std::optional<oxthost::RequestScope> request;
+    OxtCInfo cInfo = {};
+};
+
+#endif

@@ -1,0 +1,273 @@
+// The provider's life: first requests, clean-up in every state, and the watch thread.
+#include "room.h"
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <utility>
+
+namespace {
+
+constexpr unsigned WARN = 0x800403E9;
+
+class Life : public Room {
+  protected:
+    void SetUp() override {
+        Room::SetUp();
+        mountTwo();
+    }
+    template <class Condition> static bool becomes(Condition condition) {
+        for (int i = 0; i < 10'000 && !condition(); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return condition();
+    }
+    void startThread() {
+        g_srvmod.store(1);
+        ASSERT_EQ(fsCreateThread(&cInfo), 0);
+    }
+    // Passes end with a sleep; each of them sees what was mounted before the call.
+    bool passes(size_t count) {
+        const size_t wanted = system.sleeps().size() + count + 1;
+        return becomes([&] { return system.sleeps().size() >= wanted; });
+    }
+    // Runs inside each measuring of "/data".
+    void during(const std::function<void()> &action) {
+        FakeVolume volume = system.volume("/data");
+        volume.during = action;
+        system.setVolume("/data", volume);
+    }
+    std::string message(const CMPIStatus &status) {
+        return status.msg != nullptr ? CMGetCharsPtr(status.msg, nullptr) : "";
+    }
+};
+
+TEST_F(Life, OneOfTwoFirstRequestsBuildsTheStore) {
+    system.speedUpWaits(10);
+    const int before = system.calls(Call::Usleep);
+    during([&] { // the first one takes until the second one waits
+        becomes([&] { return system.calls(Call::Usleep) > before; });
+    });
+    int results[] = {-9, -9};
+    std::thread requests[2];
+    for (int i = 0; i < 2; ++i)
+        requests[i] = std::thread([&, i] {
+            results[i] = fsInitProvider(&cInfo);
+            if (results[i] == 0)
+                fsLeaveProvider();
+        });
+    for (std::thread &thread : requests)
+        thread.join();
+    EXPECT_THAT(results, ElementsAre(0, 0));
+    EXPECT_EQ(trace.countOf("fsInitInstance()"), 1);
+    EXPECT_EQ(trace.countOf("_OUT_ Already Initialize."), 1);
+    EXPECT_EQ(fsGetFirstProc()->load(), OXT_FS_INITIALISED);
+}
+
+TEST_F(Life, RequestsGiveUpOnAnInitialisationThatDoesNotEnd) {
+    system.speedUpWaits(100);
+    gfs_first.store(OXT_FS_IN_PROGRESS);
+    EXPECT_EQ(fsInitProvider(&cInfo), -1);
+    EXPECT_EQ(system.calls(Call::Usleep), 30);
+    EXPECT_THAT(trace.failures(), ElementsAre("_OUT_ gfs_first Failure!!"));
+    EXPECT_EQ(gfs_first.load(), OXT_FS_IN_PROGRESS);
+}
+
+TEST_F(Life, CleanUpInEachState) {
+    enum { BUILT = 1, THREAD = 2, NO_DATA = 4, TERMINATING = 8, INSIDE = 16 };
+    const struct {
+        int mode, given;
+        CMPIrc rc;
+        const char *message;
+        int state;
+        size_t segments;
+        bool saved;
+        const char *line;
+    } rows[] = {
+        {0, 0, CMPI_RC_OK, "", 0, 0, false, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp."},
+        {0, BUILT, CMPI_RC_OK, "", 0, 0, true, "pthread_mutex_destroy(instMutexFs)"},
+        {0, BUILT | TERMINATING, CMPI_RC_OK, "", 0, 0, true, "fsFreeInstance()"},
+        {0, BUILT | NO_DATA, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!", 2, 3, false, "fsSetInstance Failure!!"},
+        {0, BUILT | INSIDE, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!", 2, 3, false, "fsSetInstance Failure!!"},
+        {1, 0, CMPI_RC_OK, "", 0, 0, false, "ServiceMode but Non-Thread."},
+        {1, BUILT, CMPI_RC_OK, "", 2, 0, false, "ServiceMode but Non-Thread."},
+        {1, BUILT | TERMINATING, CMPI_RC_OK, "", 2, 0, false, "_OUT_ rc=[CMPI_RC_OK]"},
+        {1, BUILT | INSIDE, CMPI_RC_DO_NOT_UNLOAD, "", 2, 3, false, "fsFreeInstance() Failure!!"},
+        {1, BUILT | THREAD, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!", 2, 3, true, "CleanUp TimeOut."},
+        {1, BUILT | THREAD | TERMINATING, CMPI_RC_OK, "", 0, 0, true, "CleanUp Exit SFCB."},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.mode << "/" << row.given);
+        g_srvmod.store(row.mode);
+        gfs_first.store(OXT_FS_UNINITIALISED);
+        system.speedUpWaits(1000);
+        emptyAgentDirectory();
+        if ((row.given & BUILT) != 0)
+            initialise();
+        if ((row.given & THREAD) != 0) {
+            startThread();
+            ASSERT_TRUE(passes(1));
+        }
+        if ((row.given & NO_DATA) != 0)
+            std::filesystem::remove_all(agentPath("data"));
+        if ((row.given & INSIDE) != 0) {
+            EXPECT_EQ(fsInitProvider(&cInfo), 0); // a request that does not end
+        }
+        const CMPIStatus status = fsCleanUpProvider(&cInfo, (row.given & TERMINATING) != 0);
+        EXPECT_EQ(status.rc, row.rc);
+        EXPECT_EQ(message(status), row.message);
+        EXPECT_EQ(gfs_first.load(), row.state);
+        EXPECT_EQ(system.segments().size(), row.segments);
+        EXPECT_EQ(std::filesystem::exists(savePath()), row.saved);
+        EXPECT_TRUE(trace.contains(row.line));
+        if ((row.given & INSIDE) != 0)
+            fsLeaveProvider();
+        if (gfs_thid.load() != 0)
+            fsExitThread(&cInfo, FS_FROM_CLEANUP);
+        std::filesystem::create_directories(agentPath("data"));
+        g_srvmod.store(0);
+        if (row.segments != 0) {
+            EXPECT_EQ(fsCleanUpProvider(&cInfo, false).rc, CMPI_RC_OK) << "a later clean-up tries again";
+            EXPECT_THAT(system.segments(), IsEmpty());
+        }
+    }
+    EXPECT_EQ(fsCleanUpProvider(nullptr, false).rc, CMPI_RC_ERR_FAILED);
+}
+
+TEST_F(Life, ARefusedStopDropsTheStore) {
+    initialise();
+    system.speedUpWaits(1000);
+    ASSERT_EQ(fsInitProvider(&cInfo), 0);
+    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_CLEANUP), FS_DROP_BUSY);
+    EXPECT_EQ(system.segments().size(), 3U);
+    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_REQUEST), FS_DROPPED) << "the request itself is not waited for";
+    fsLeaveProvider();
+    EXPECT_EQ(gfs_first.load(), OXT_FS_INITIALISED);
+    EXPECT_THAT(system.segments(), IsEmpty());
+    EXPECT_EQ(get<FsConf>(OXT_CID_FS_CONF, -1).size(), 0U) << "initialised, and empty";
+    EXPECT_EQ(fsSetInstance(&cInfo), -1);
+    gfs_first.store(OXT_FS_UNINITIALISED);
+    initialise();
+    startThread();
+    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_CLEANUP), FS_DROP_WATCHED);
+    EXPECT_EQ(system.segments().size(), 3U);
+}
+
+TEST_F(Life, WithTheThreadRequestsReadSharedMemory) {
+    initialise();
+    startThread();
+    ASSERT_TRUE(becomes([&] { return system.sleeps().size() == 1; }));
+    const int before = system.calls(Call::Setmntent);
+    system.setFree("/data", 1);
+    EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(1)._AvailableSpace, 500);
+    EXPECT_EQ(get<FsTnum>(OXT_CID_FS_TNUM).at(0).FileSystemTotalNumber, 2);
+    EXPECT_EQ(system.calls(Call::Setmntent), before) << "no pass of their own";
+    ShmInfo &segment = shmFs[OXT_CID_FS_PROV];
+    segment.content = OXT_SHM_EMPTY; // made and not filled yet: its zeros are no records
+    EXPECT_THAT(get<FsProv>(OXT_CID_FS_PROV), IsEmpty());
+    segment.content = OXT_SHM_CURRENT;
+    system.inject(Call::Shmat, 3, EACCES);
+    stored(1).WarningThreshold = 123;
+    EXPECT_EQ(fsPublishToShm("test", &cInfo), 0);
+    EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(1).WarningThreshold, 123U) << "the segment is the older of the two";
+    const int records = std::exchange(segment.shmNum, 0);
+    EXPECT_THAT(get<FsProv>(OXT_CID_FS_PROV), IsEmpty()) << "no segment, no records";
+    segment.shmNum = records;
+    // Once it has stopped, a request in service mode runs a pass, which sends alerts like the thread's.
+    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    initialise();
+    system.setFree("/", 100);
+    EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(0).FreeSpaceStatus, 2);
+    EXPECT_THAT(trace.alertIds(), testing::Contains(WARN));
+}
+
+TEST_F(Life, TheThreadMonitorsCycleAfterCycle) {
+    initialise();
+    system.speedUpWaits(1000);
+    startThread();
+    EXPECT_EQ(getThreadSts(fsGetThreadID()), 1);
+    ASSERT_TRUE(passes(2));
+    EXPECT_THAT(trace.alertIds(), IsEmpty());
+    system.setFree("/data", 100);
+    system.addFileSystem("/dev/sdb1", 8, "/b", "ext4", 1000, 10);
+    ASSERT_TRUE(passes(3));
+    EXPECT_EQ(trace.alertIds(), (Ids{WARN, 0xC00403E8, 0x400407D0})) << "each once";
+    system.setMissing(true, false);
+    ASSERT_TRUE(passes(2));
+    EXPECT_TRUE(trace.contains("fsCheckConfigChange() Failure!!"));
+    system.setMissing(false, false);
+    system.removeFileSystem("/b");
+    const FsConf conf = get<FsConf>(OXT_CID_FS_CONF).at(0);
+    for (const unsigned cycle : {7U, 0U}) { // a cycle of 0 still rests
+        const FsEdit edit = {OXT_CID_FS_CONF, 0, &conf, offsetof(FsConf, MonitorCycle), 2, cycle};
+        EXPECT_EQ(fsSetInstance(&cInfo, &edit), 0);
+        ASSERT_TRUE(passes(2));
+        EXPECT_EQ(system.sleeps().back(), cycle == 0 ? 1U : cycle);
+    }
+    EXPECT_EQ(trace.alertIds().back(), 0x400407D0U);
+    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    EXPECT_EQ(gfs_first.load(), OXT_FS_UNINITIALISED);
+    EXPECT_EQ(readFile(savePath()).size(), 30U + 2 * 1840);
+    EXPECT_EQ(readFile(savePath()).substr(18, 2), std::string(2, '\0'));
+}
+
+TEST_F(Life, AStopEndsTheSleepAndWaitsForThePass) {
+    initialise();
+    startThread();
+    ASSERT_TRUE(becomes([&] { return !system.sleeps().empty(); }));
+    const auto begin = std::chrono::steady_clock::now();
+    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << "of a sleep of 60";
+    EXPECT_EQ(gfs_thid.load(), 0U);
+
+    std::atomic<bool> measuring{false}, release{false}, stopped{false};
+    initialise();
+    during([&] {
+        measuring = true;
+        becomes([&] { return release.load(); });
+    });
+    startThread();
+    ASSERT_TRUE(becomes([&] { return measuring.load(); }));
+    std::thread stop([&] {
+        fsExitThread(&cInfo, FS_FROM_CLEANUP);
+        stopped = true;
+    });
+    ASSERT_TRUE(becomes([&] { return trace.contains("pthread_join()"); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_FALSE(stopped) << "a pass is never cut";
+    release = true;
+    stop.join();
+    EXPECT_TRUE(trace.contains("fsCheckConfigChange - after -"));
+    EXPECT_EQ(gfs_thid.load(), 0U);
+    EXPECT_THAT(system.segments(), IsEmpty());
+    EXPECT_EQ(readFile(savePath()).size(), 30U + 2 * 1840);
+}
+
+TEST_F(Life, AStopWithoutAThreadSavesAndFrees) {
+    initialise();
+    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    EXPECT_FALSE(trace.contains("pthread_join()"));
+    EXPECT_EQ(gfs_first.load(), OXT_FS_UNINITIALISED);
+    EXPECT_THAT(system.segments(), IsEmpty());
+    EXPECT_EQ(readFile(savePath()).size(), 30U + 2 * 1840);
+}
+
+TEST_F(Life, AThreadThatEndedLeavesNothing) {
+    initialise();
+    const long contexts = broker->registry.live().contexts;
+    EXPECT_EQ(fsCreateThread(nullptr), -1);
+    broker->plan.set("prepareAttachThread", 1);
+    EXPECT_EQ(fsCreateThread(&cInfo), -1);
+    EXPECT_EQ(broker->registry.live().contexts, contexts);
+    for (int i = 0; i < 3; ++i) {
+        startThread();
+        ASSERT_TRUE(becomes([&] { return system.sleeps().size() == static_cast<size_t>(i + 1); }));
+        EXPECT_EQ(oxtThreadCancel(fsGetThreadID()), 0);
+        EXPECT_TRUE(becomes([&] { return getThreadSts(&gfs_thid) == 0; }));
+        EXPECT_EQ(gfs_thid.load(), 0U);
+        EXPECT_EQ(broker->registry.live().contexts, contexts + 1) << "the next start releases it";
+    }
+    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    EXPECT_EQ(broker->registry.live().contexts, contexts);
+}
+
+} // namespace

@@ -1,0 +1,371 @@
+// Every read of the provider, in both manners of hosting: what is shown, what is refused, and what a refusal leaves
+// untouched.
+#include "providerTest.h"
+
+#include <dlfcn.h>
+#include <filesystem>
+#include <functional>
+
+#include "agentDirectory.h"
+#include "oxtHostBroker.h"
+
+using namespace oxthost;
+
+namespace {
+
+constexpr Flavour kFlavours[] = {Flavour::Standard, Flavour::Sfcb};
+constexpr char kGeneric[] = "1 'Generic Failure!!'";
+
+class Requests : public ProviderTest {};
+
+// The line of a file system, by what differs between them.
+struct Shown {
+    int index;
+    const char *name;
+    int drive, monitor, warning, fatal, status;
+    const char *root;
+    int size, available;
+    const char *type;
+};
+
+std::string lineOf(const Shown &fs, const std::string &keys) {
+    const auto n = [](int value, const char *type) { return std::to_string(value) + ":" + type; };
+    const std::string index = "Index='" + std::to_string(fs.index) + "'";
+    return "OXT_FileSystem." + (keys.empty() ? "" : index) + " " + index +
+           " CSCreationClassName='' CSName='' CreationClassName='' Name='" + fs.name +
+           "' DriveType=" + n(fs.drive, "s16") + " DeviceID='' MonitorThreshold=" + n(fs.monitor, "u16") +
+           " WarningThreshold=" + n(fs.warning, "u32") + " WarningThresholdDefault=" + n(fs.warning, "u32") +
+           " FatalThreshold=" + n(fs.fatal, "u32") + " FatalThresholdDefault=" + n(fs.fatal, "u32") +
+           " FreeSpaceStatus=" + n(fs.status, "s16") + " Root='" + fs.root + "' FileSystemSize=" + n(fs.size, "u32") +
+           " AvailableSpace=" + n(fs.available, "u32") + " FileSystemType='" + fs.type + "'\n";
+}
+
+constexpr Shown kMachine[] = {
+    {1, "/dev/mapper/root", 0, 1, 1000, 100, 1, "/", 10000, 5000, "ext4"},
+    {2, "/dev/sda1", 0, 0, 1, 1, 0, "/boot", 99, 50, "ext2"},
+    {3, "/dev/sda2", 0, 1, 10, 1, 1, "/data", 100, 100, "xfs"},
+    {4, "/dev/fd0", 1, 0, 1, 1, 0, "/floppy", 0, 0, "others"},
+    {5, "/dev/sr0", 2, 0, 1, 1, 0, "/cdrom", 0, 0, "others"},
+    {6, "/dev/ram0", 3, 0, 1, 1, 0, "/ram", 200, 100, "ext4"},
+    {7, "/dev/loop0", -1, 0, 1, 1, 0, "/image", 0, 0, "ext3"},
+    {8, "/dev/sda3", 0, 0, 1, 1, 0, "/vfat", 400, 300, "others"},
+};
+
+TEST_F(Requests, EveryInstanceIsShown) {
+    for (const Flavour flavour : kFlavours) {
+        ASSERT_TRUE(emptyAgentDirectory());
+        load(ServiceMode::off(), flavour);
+        if (flavour == kFlavours[0])
+            mountMachine();
+        std::string all;
+        for (const Shown &fs : kMachine)
+            all += lineOf(fs, flavour == Flavour::Sfcb ? "Index" : "");
+        const struct {
+            const char *cls;
+            std::string lines;
+        } rows[] = {
+            {kConfig, "OXT_FileSystemConfig. MonitorCycle=60:u16 MonitorCycleMin=10:u16 MonitorCycleMax=3600:u16 "
+                      "MonitorCycleDefault=60:u16\n"},
+            {kTotal, "OXT_FileSystemTotalNumber. FileSystemTotalNumber=8:u16\n"},
+            {kThread, "OXT_FileSystemThread. ThreadRunning=0:u16\n"},
+            {kFs, all},
+        };
+        for (const auto &row : rows) {
+            const Reply reply = enumerate(row.cls);
+            EXPECT_EQ(showStatus(reply), "0 ''") << row.cls;
+            EXPECT_TRUE(reply.done) << row.cls;
+            EXPECT_EQ(showInstances(reply), row.lines);
+            EXPECT_EQ(reply.instances.at(0).nameSpace, "root/TAVRIN/AS");
+            if (row.cls != std::string(kFs)) {
+                EXPECT_EQ(showInstances(get(row.cls)), row.lines);
+            }
+        }
+        for (const Shown &fs : kMachine)
+            EXPECT_EQ(showInstances(get(kFs, {{"Index", text(std::to_string(fs.index))}})),
+                      lineOf(fs, flavour == Flavour::Sfcb ? "Index" : ""));
+        cleanUp(true);
+    }
+}
+
+TEST_F(Requests, AnInstanceIsFoundByItsKey) {
+    const std::string failed = "1 'getKeyIndex() FAILED'", unknown = "4 'NotFound Index'";
+    const struct {
+        std::vector<NamedValue> keys;
+        std::string shown; // the instance's Index, or the status
+    } rows[] = {
+        {{{"Index", text("3")}}, "'3'"},
+        {{{"Index", text(" 3 of 8")}}, "'3'"},
+        {{{"Other", text("1")}, {"Index", text("8")}}, "'8'"},
+        {{{"Index", number(CMPI_uint16, 3)}}, "'3'"},
+        {{{"Index", number(CMPI_uint64, 3)}}, "'3'"},
+        {{{"Index", number(CMPI_uint64, 65536 + 3)}}, "'3'"}, // the low 16 bits count
+        {{{"Index", text("65539")}}, "'3'"},
+        {{{"Index", text("9")}}, unknown},
+        {{{"Index", text("70000")}}, unknown},
+        {{{"Index", text("-1")}}, unknown}, // 65535
+        {{{"Index", number(CMPI_sint64, -1)}}, unknown},
+        {{{"Index", text("99999999999999999999")}}, unknown},
+        {{{"Index", text("-99999999999999999999")}}, failed}, // the lowest int ends in 16 zero bits
+        {{{"Index", text("0")}}, failed},
+        {{{"Index", text("65536")}}, failed},
+        {{{"Index", text("")}}, failed},
+        {{{"Index", text("three")}}, failed},
+        {{{"Index", number(CMPI_uint16, 0)}}, failed},
+        {{{"Index", number(CMPI_uint64, 0)}}, failed},
+        {{{"Index", Value::nullOf(CMPI_string)}}, failed},
+        {{{"Index", Value::nullOf(CMPI_uint16)}}, failed},
+        {{{"Indexes", text("3")}}, failed},
+        {{}, failed},
+    };
+    mountMachine();
+    for (const Flavour flavour : kFlavours) {
+        load(ServiceMode::off(), flavour);
+        for (const auto &row : rows) {
+            const Reply reply = get(kFs, row.keys);
+            const bool found = reply.ok() && reply.instances.size() == 1;
+            EXPECT_EQ(found ? show(*reply.instances[0].find("Index")) : showStatus(reply), row.shown) << show(row.keys);
+            EXPECT_EQ(reply.done, found) << show(row.keys);
+        }
+        cleanUp(true);
+    }
+}
+
+TEST_F(Requests, AFilterLeavesOutWhatItDoesNotName) {
+    const std::vector<std::string> none, single = {"Root"}, cased = {"fileSYSTEMsize", "name"}, unknown = {"Nothing"},
+                                         withKey = {"DriveType", "Index"}, cycle = {"MonitorCycle"};
+    const struct {
+        const char *cls;
+        const std::vector<std::string> &filter;
+        const char *keys, *properties; // in the manner that builds the path from the properties
+    } rows[] = {
+        {kFs, none, "", ""},
+        {kFs, single, "", "Root='/boot'"},
+        {kFs, cased, "", "Name='/dev/sda1' FileSystemSize=99:u32"},
+        {kFs, unknown, "", ""},
+        {kFs, withKey, "Index='2'", "Index='2' DriveType=0:s16"},
+        {kConfig, cycle, "", "MonitorCycle=60:u16"},
+        {kConfig, none, "", ""},
+        {kTotal, cycle, "", ""},
+        {kThread, cycle, "", ""},
+    };
+    mountMachine();
+    for (const Flavour flavour : kFlavours) {
+        load(ServiceMode::off(), flavour);
+        for (const auto &row : rows) {
+            const Reply one = get(row.cls, {{"Index", text("2")}}, &row.filter), all = enumerate(row.cls, &row.filter);
+            ASSERT_TRUE(one.ok() && one.instances.size() == 1) << showStatus(one);
+            ASSERT_TRUE(all.ok() && all.instances.size() == (row.cls == std::string(kFs) ? 8u : 1u));
+            for (const Instance &instance : {one.instances[0], all.instances[all.instances.size() > 1 ? 1 : 0]}) {
+                EXPECT_EQ(show(instance.properties), row.properties) << row.cls;
+                EXPECT_EQ(show(instance.keys), flavour == Flavour::Sfcb ? row.keys : "") << row.cls;
+            }
+        }
+        cleanUp(true);
+    }
+}
+
+TEST_F(Requests, NamesAreComparedExactly) {
+    mountMachine();
+    for (const Flavour flavour : kFlavours) {
+        load(ServiceMode::off(), flavour);
+        for (const char *cls : {"OXT_Nothing", "oxt_filesystem", "OXT_FILESYSTEMCONFIG", "OXT_FileSystemthread",
+                                "OXT_FileSystem ", "OXT_FileSyste"}) {
+            EXPECT_EQ(showStatus(get(cls)), kGeneric) << cls;
+            const Reply enumerated = enumerate(cls), called = call(cls, "SetMonitorCycle");
+            EXPECT_EQ(showStatus(enumerated), kGeneric) << cls;
+            EXPECT_FALSE(enumerated.done);
+            EXPECT_EQ(showStatus(called), kGeneric) << cls;
+            EXPECT_TRUE(called.done);
+        }
+        cleanUp(true);
+    }
+}
+
+TEST_F(Requests, RefusedOperationsDoNothing) {
+    const struct {
+        const char *name;
+        std::function<Reply(const std::string &)> ask;
+    } rows[] = {
+        {"EnumInstanceNames", [&](const std::string &cls) { return host->enumInstanceNames(cls); }},
+        {"CreateInstance", [&](const std::string &cls) { return host->createInstance(cls); }},
+        {"ModifyInstance", [&](const std::string &cls) { return host->modifyInstance(cls); }},
+        {"DeleteInstance", [&](const std::string &cls) { return host->deleteInstance(cls); }},
+        {"ExecQuery", [&](const std::string &cls) { return host->execQuery(cls, "SELECT * FROM x", "WQL"); }},
+    };
+    mountMachine();
+    for (const Flavour flavour : kFlavours) {
+        load(ServiceMode::off(), flavour);
+        for (const char *cls : {kFs, kConfig, "OXT_Nothing"}) {
+            for (const auto &row : rows) {
+                const Reply reply = checked(row.ask(cls));
+                EXPECT_EQ(showStatus(reply), "7 'NOT_SUPPORTED'") << row.name;
+                EXPECT_FALSE(reply.done) << row.name;
+            }
+        }
+        EXPECT_EQ(system.calls(Call::Setmntent) + system.calls(Call::Shmget), 0);
+        EXPECT_TRUE(std::filesystem::is_empty(agentPath("data")) && std::filesystem::is_empty(agentPath("work")));
+    }
+}
+
+TEST_F(Requests, AMachineWithoutFileSystems) {
+    load();
+    for (const char *cls : {kFs, kConfig, kTotal, kThread, "OXT_Nothing"}) {
+        EXPECT_EQ(showStatus(enumerate(cls)), "1 'fsInitProvider() Failure!!'") << cls;
+        const Reply called = call(cls, "SetMonitorCycle");
+        EXPECT_EQ(showStatus(called), "1 'fsInitProvider() Failure!!'") << cls;
+        EXPECT_TRUE(called.done);
+    }
+    EXPECT_FALSE(std::filesystem::exists(savePath()));
+    mountMachine(); // the next request tries again
+    EXPECT_EQ(enumerate(kFs).instances.size(), 8u);
+
+    for (const Shown &fs : kMachine)
+        system.removeFileSystem(fs.root);
+    EXPECT_EQ(showStatus(enumerate(kFs)), "1 'fsGetInstance() FAILED'");
+    EXPECT_EQ(showStatus(get(kTotal)), "1 'fsGetInstance() FAILED'");
+    EXPECT_TRUE(get(kConfig).ok());
+    EXPECT_EQ(saved(26, 2), 8) << "the last known records are kept";
+    system.addFileSystem("/dev/sdb1", 8, "/new", "vfat", 500, 400);
+    EXPECT_EQ(property("1", "FreeSpaceStatus"), "-1:s16") << "seen for the first time and not classified";
+    EXPECT_EQ(property("1", "FreeSpaceStatus"), "0:s16");
+    EXPECT_EQ(showInstances(get(kTotal)), "OXT_FileSystemTotalNumber. FileSystemTotalNumber=1:u16\n");
+}
+
+TEST_F(Requests, TextsOfAnyBytesAreShownAsUtf8) {
+    const std::string halves = "/" + std::string(253, 'x') + "\xC3\xA9"; // cut inside the last character
+    const struct {
+        std::string dir, shown;
+    } rows[] = {
+        {"/d\xE9j\xE0", "/d\uFFFDj\uFFFD"},
+        {"/ctl\x01\x7F\x1F", "/ctl\uFFFD\x7F\uFFFD"},
+        {"/tab\tline\nspace back\\", "/tab\tline\nspace back\\"},
+        {"/é\u30C7\U0001F600", "/é\u30C7\U0001F600"},
+        {"/over\xC0\xAF\xE0\x80\x80", "/over\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {"/surrogate\xED\xA0\x80", "/surrogate\uFFFD\uFFFD\uFFFD"},
+        {"/none\xEF\xBF\xBE\xF4\x90\x80\x80", "/none\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {"/cut\xE2\x82", "/cut\uFFFD\uFFFD"},
+        {halves, halves.substr(0, 254)},
+        {"/" + std::string(253, '\xFF'), "/" + std::string(253, '?')},
+    };
+    for (const auto &row : rows)
+        system.addFileSystem("/dev/sda1", 8, row.dir, "vfat", 500, 400);
+    load();
+    const Reply all = enumerate(kFs);
+    ASSERT_EQ(all.instances.size(), std::size(rows)) << showStatus(all);
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        std::string shown = rows[i].shown;
+        for (std::size_t at = 0; (at = shown.find('?')) != std::string::npos;)
+            shown.replace(at, 1, "\uFFFD");
+        EXPECT_EQ(all.instances[i].find("Root")->text, shown) << rows[i].dir;
+        const std::string kept = fileContent(savePath()).substr(30 + 1840 * i + 1312, 255).c_str();
+        EXPECT_EQ(kept, rows[i].dir.substr(0, 254)) << "the record keeps the bytes";
+    }
+}
+
+TEST_F(Requests, AServiceOfTheHostThatFails) {
+    const std::string build = "1 'OXT_FSSetPropInst() FAILED'";
+    const struct {
+        const char *service;
+        std::string status;
+    } rows[] = {{"newObjectPath", build},
+                {"newInstance", build},
+                {"setPropertyFilter", build},
+                {"getNameSpace", build},
+                {"setProperty", "0 ''"},
+                {"addKey", "0 ''"},
+                {"getKey", "1 'getKeyIndex() FAILED'"},
+                {"getClassName", "1 'getClassName() Failure!!'"},
+                {"returnInstance", "1 'CMReturnInstance() FAILED'"}};
+    const std::vector<NamedValue> setting = {{"Index", text("1")}, {"WarningThreshold", text("500")}};
+    const std::function<Reply()> asked[] = {
+        [&] {
+            return host->getInstance(kFs, {{"Index", text("1")}});
+        },
+        [&] { return host->enumInstances(kFs); },
+        [&] { return host->getInstance(kConfig); },
+        [&] { return host->getInstance(kTotal); },
+        [&] { return host->getInstance(kThread); },
+        [&] { return host->invokeMethod(kFs, "SetWarningThreshold", setting); },
+        [&] { return host->invokeMethod(kFs, "Unknown", {}); },
+        [&] { return host->invokeMethod(kThread, "StartMonitoringThread", {}); },
+    };
+    system.addFileSystem("/dev/sda1", 8, "/", "ext4", 1000, 900);
+    system.addFileSystem("/dev/sda2", 8, "/data", "xfs", 1000, 900);
+    for (const Flavour flavour : kFlavours) {
+        load(ServiceMode::off(), flavour);
+        EXPECT_TRUE(enumerate(kFs).ok());
+        for (const auto &row : rows) {
+            host->failBrokerCall(row.service, 1);
+            EXPECT_EQ(showStatus(checked(asked[0]())), row.status) << row.service;
+        }
+        for (const auto &ask : asked) {
+            host->failBrokerCall("*", 0);
+            const Reply whole = checked(ask());
+            const long calls = host->failBrokerCall("*", 0);
+            EXPECT_GT(calls, 0);
+            for (long n = 1; n <= calls; ++n) {
+                host->failBrokerCall("*", n);
+                const Reply reply = checked(ask());
+                EXPECT_TRUE(reply.rc == whole.rc || reply.rc == CMPI_RC_ERR_FAILED) << n << " " << showStatus(reply);
+            }
+            host->failBrokerCall("", 0);
+            EXPECT_EQ(showStatus(checked(ask())), showStatus(whole));
+        }
+        cleanUp(true);
+    }
+}
+
+// Calls that no well-kept host makes, past the host's own arguments.
+TEST_F(Requests, NullArgumentsAreAnswered) {
+    mountMachine();
+    load();
+    EXPECT_TRUE(enumerate(kConfig).ok());
+    void *library = dlopen(OXT_TEST_PROVIDER, RTLD_NOW);
+    ASSERT_NE(library, nullptr);
+    using Factory = CMPIMethodMI *(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
+    using SetInstance = CMPIStatus(CMPIInstanceMI *, const CMPIContext *, const CMPIResult *, const CMPIObjectPath *,
+                                   const CMPIInstance *, const char **);
+    const auto create = reinterpret_cast<Factory *>(dlsym(library, "OXTFileSystemProvider_Create_MethodMI"));
+    const auto set = reinterpret_cast<SetInstance *>(dlsym(library, "OXT_FileSystemProviderSetInstance"));
+    const auto init = reinterpret_cast<int (*)()>(dlsym(library, "OXT_FileSystemProviderInitProcess"));
+    ASSERT_TRUE(create != nullptr && set != nullptr && init != nullptr);
+
+    auto broker = std::make_shared<Broker>(Options{});
+    {
+        const RequestScope scope(*broker);
+        CMPIMethodMI *mi = create(&broker->face, nullptr, nullptr);
+        EXPECT_EQ(std::string(mi->ft->miName) + " " + std::to_string(mi->ft->ftVersion) + " " +
+                      std::to_string(mi->ft->miVersion),
+                  "methodOXTFileSystemProvider 200 200");
+        EXPECT_EQ(init(), 0);
+        EXPECT_EQ(set(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr).rc, CMPI_RC_ERR_NOT_SUPPORTED);
+        const struct {
+            const char *cls, *method, *status;
+        } rows[] = {
+            {kConfig, "SetMonitorCycle", "1 'getArgToInt(MonitorCycle) FAILED'"},
+            {kFs, "SetFatalThreshold", "1 'getArgToInt(Index) FAILED'"},
+            {kFs, nullptr, kGeneric},
+            {kThread, nullptr, "0 'Generic Failure!!'"},
+            {nullptr, "SetMonitorCycle", "1 'getClassName() Failure!!'"},
+        };
+        for (const auto &row : rows) {
+            auto pathBody = std::make_shared<PathBody>();
+            pathBody->className = row.cls != nullptr ? row.cls : "";
+            auto resultBody = std::make_shared<ResultBody>();
+            resultBody->expects = ResultBody::Expects::Value;
+            const CMPIStatus status = mi->ft->invokeMethod(
+                mi, broker->make(std::make_shared<ContextBody>()), broker->make(resultBody),
+                row.cls != nullptr ? broker->make(pathBody) : nullptr, row.method, nullptr, nullptr);
+            ASSERT_NE(status.msg, nullptr);
+            EXPECT_EQ(std::to_string(status.rc) + " '" + broker->use<StringBody>(status.msg, "test")->text + "'",
+                      row.status);
+            EXPECT_TRUE(resultBody->done);
+        }
+    }
+    EXPECT_EQ(broker->registry.misuses(), std::vector<std::string>());
+    EXPECT_EQ(broker->registry.live().total(), 0);
+    host->callFactoriesAgain(); // the provider serves the broker that it saw last
+    dlclose(library);
+}
+
+} // namespace

@@ -22,15 +22,22 @@ install_packages() {
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
 
-# build_preset NAME [TARGET...]: quiet unless it fails.
-build_preset() {
-    local preset=$1 report
-    shift
+# quietly COMMAND...: its output shows only when it fails.
+quietly() {
+    local report
     report=$(mktemp)
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$report" 2>&1; then
+    if ! "$@" >"$report" 2>&1; then
         tail -n 60 "$report" >&2
         rm -f "$report"
         return 1
     fi
     rm -f "$report"
+}
+
+# build_preset NAME [TARGET...]
+build_preset() {
+    local preset=$1
+    shift
+    quietly cmake --preset "$preset"
+    quietly cmake --build --preset "$preset" ${1:+--target "$@"}
 }

@@ -38,8 +38,7 @@ class ToolFiles : public ::testing::Test {
     std::string root_;
 };
 
-template <class Function>
-Exit exitOf(Function function) {
+template <class Function> Exit exitOf(Function function) {
     try {
         function();
     } catch (const Failure &failure) {

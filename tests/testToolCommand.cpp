@@ -136,7 +136,7 @@ class ToolCommand : public ::testing::Test {
         close(fd);
     }
     static bool waitForOutput(const std::string &output, const std::string &text) {
-        for (int i = 0; i < 300; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+        for (int i = 0; i < 1200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(50)))
             if (contentOf(base_ + "/" + output + ".out").find(text) != std::string::npos)
                 return true;
         return false;

@@ -20,18 +20,6 @@ namespace oxttool {
 namespace {
 
 constexpr int kKeyFiles = 3;
-constexpr int kKeyProject = 69; // what the provider gives ftok beside the key file
-
-bool isAlive(pid_t pid) {
-    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
-}
-
-std::string processName(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
-    std::string name;
-    std::getline(file, name);
-    return printable(name);
-}
 
 std::optional<ProviderAtWork> lookAtSegment(const std::string &keyFile) {
     const key_t key = ftok(keyFile.c_str(), kKeyProject);
@@ -57,6 +45,21 @@ std::optional<ProviderAtWork> lookAtSegment(const std::string &keyFile) {
 
 std::string agentDirectory() {
     return OXT_AGENT_DIR;
+}
+
+std::string keyFileOf(const std::string &root, int digit) {
+    return root + "work/oxtfsshm.key" + std::to_string(digit);
+}
+
+bool isAlive(pid_t pid) {
+    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
+}
+
+std::string processName(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
+    std::string name;
+    std::getline(file, name);
+    return printable(name);
 }
 
 void checkAgentDirectory(const std::string &root) {
@@ -90,7 +93,7 @@ Fd lockWork(const std::string &root, std::chrono::milliseconds patience) {
 
 std::optional<ProviderAtWork> findProviderAtWork(const std::string &root) {
     for (int digit = 0; digit < kKeyFiles; ++digit)
-        if (auto found = lookAtSegment(root + "work/oxtfsshm.key" + std::to_string(digit)))
+        if (auto found = lookAtSegment(keyFileOf(root, digit)))
             return found;
     return std::nullopt;
 }

@@ -20,6 +20,15 @@ std::string agentDirectory();
 
 inline constexpr const char *kSaveFileName = "oxtfssave.dat"; // in data/; every pass ends by writing it
 inline constexpr const char *kAlertFileName = "svalert.json"; // in log/
+inline constexpr const char *kTraceFileName = "oxtfs.log";    // in log/
+
+// What finds a segment of the provider: the key file of a class, 0 to 2, and what is given to ftok beside it.
+std::string keyFileOf(const std::string &root, int digit);
+inline constexpr int kKeyProject = 69;
+
+bool isAlive(pid_t pid);
+// Printable; empty when it cannot be told.
+std::string processName(pid_t pid);
 
 // Throws an environment failure that says what to do unless data/, work/ and log/ of `root` can be written.
 void checkAgentDirectory(const std::string &root);

@@ -1,10 +1,6 @@
 #include "alertFile.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include <cstdlib>
 
 #include <nlohmann/json.hpp>
 
@@ -13,8 +9,6 @@ namespace oxttool {
 namespace {
 
 using nlohmann::json;
-
-constexpr std::size_t kLongestLine = 65536;
 
 struct Event {
     std::uint64_t id;
@@ -59,53 +53,13 @@ std::optional<Alert> parseAlert(const std::string &line) {
     return alert;
 }
 
-AlertFile::AlertFile(std::string path) : path_(std::move(path)) {
-    if (reopen())
-        offset_ = lseek(fd_.get(), 0, SEEK_END);
-}
-
-bool AlertFile::reopen() {
-    fd_ = Fd(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    offset_ = 0;
-    partial_.clear();
-    tooLong_ = false;
-    return static_cast<bool>(fd_);
-}
-
 std::vector<Alert> AlertFile::read() {
     std::vector<Alert> alerts;
-    struct stat named = {}, opened = {};
-    const bool there = stat(path_.c_str(), &named) == 0; // it is missing before the first alert and while it is renamed
-    const bool same =
-        fd_ && fstat(fd_.get(), &opened) == 0 && named.st_dev == opened.st_dev && named.st_ino == opened.st_ino;
-    readOn(alerts); // a file that was renamed is read to its end first
-    if (there && !same && reopen())
-        readOn(alerts);
+    lines_.read([&alerts](const std::string &line) {
+        if (auto alert = parseAlert(line))
+            alerts.push_back(std::move(*alert));
+    });
     return alerts;
-}
-
-void AlertFile::readOn(std::vector<Alert> &alerts) {
-    struct stat opened = {};
-    if (fd_ && fstat(fd_.get(), &opened) == 0 && opened.st_size < offset_) {
-        offset_ = 0; // truncated
-        partial_.clear();
-    }
-    char buffer[8192];
-    for (ssize_t got; fd_ && (got = pread(fd_.get(), buffer, sizeof buffer, offset_)) > 0; offset_ += got) {
-        for (ssize_t i = 0; i < got; ++i) {
-            if (buffer[i] != '\n') {
-                if (partial_.size() < kLongestLine)
-                    partial_ += buffer[i];
-                else
-                    tooLong_ = true;
-                continue;
-            }
-            if (auto alert = tooLong_ ? std::nullopt : parseAlert(partial_))
-                alerts.push_back(std::move(*alert));
-            partial_.clear();
-            tooLong_ = false;
-        }
-    }
 }
 
 } // namespace oxttool

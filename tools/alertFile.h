@@ -2,14 +2,12 @@
 #ifndef OXT_TOOL_ALERTFILE_H
 #define OXT_TOOL_ALERTFILE_H
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "fd.h"
+#include "lineFile.h"
 
 namespace oxttool {
 
@@ -22,22 +20,15 @@ struct Alert {
 // One line of the file; nothing when it is no JSON object. A member of another type than expected counts as missing.
 std::optional<Alert> parseAlert(const std::string &line);
 
-// Follows the file from where it ends now, through its being created, truncated, and renamed for a new one.
+// The alerts that are written from now on.
 class AlertFile {
   public:
-    explicit AlertFile(std::string path);
+    explicit AlertFile(std::string path) : lines_(std::move(path), LineFile::End) {}
     // The alerts of all lines completed since the last call. What is no alert is left out.
     std::vector<Alert> read();
 
   private:
-    bool reopen();
-    void readOn(std::vector<Alert> &alerts);
-
-    std::string path_;
-    Fd fd_;
-    off_t offset_ = 0;
-    std::string partial_;  // the beginning of a line whose end is not written yet
-    bool tooLong_ = false; // the present line is being skipped
+    LineFile lines_;
 };
 
 } // namespace oxttool

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
+
+#include "prometheus.h"
 
 namespace oxttool {
 
@@ -22,6 +25,11 @@ const char *onOff(const std::string &number) {
 std::string propertyText(const Instance &instance, const char *property) {
     const oxthost::Value *value = instance.find(property);
     return value ? textOf(*value) : "";
+}
+
+unsigned cycleOf(const Instance &config) {
+    const oxthost::Value *cycle = config.find("MonitorCycle");
+    return cycle ? static_cast<unsigned>(cycle->number) : 0;
 }
 
 Instance getByIndex(Session &session, const std::string &index) {
@@ -124,8 +132,17 @@ Exit listCommand(const Options &options) {
     std::vector<FileSystem> all;
     for (const Instance &instance : session.enumerate(kFileSystemClass))
         all.push_back(fileSystemOf(instance));
+    Metrics metrics;
+    metrics.updated = static_cast<double>(std::time(nullptr));
+    if (options.wantsMetrics())
+        metrics.cycleSeconds = cycleOf(session.get(kConfigClass));
     session.close();
-    printFileSystems(stdout, all, options.look);
+    if (options.wantsMetrics()) {
+        metrics.fileSystems = std::move(all);
+        std::fputs(prometheusText(metrics).c_str(), stdout);
+    } else {
+        printFileSystems(stdout, all, options.look);
+    }
     return Exit::Ok;
 }
 

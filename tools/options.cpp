@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "inspect.h"
+#include "log.h"
 #include "watch.h"
 
 namespace oxttool {
@@ -11,7 +13,7 @@ namespace {
 
 constexpr const char *kAbout =
     "Shows and sets what the file-system monitor keeps. Each call hosts the provider inside its own process,\n"
-    "asks it, and lets it save and clean up. No object manager takes part.";
+    "asks it, and lets it save and clean up; peek, save and log host none. No object manager takes part.";
 
 constexpr const char *kFooter = R"(Options may stand before or behind the command.
 
@@ -23,10 +25,13 @@ Examples:
   oxtfsctl monitor /scratch off
   oxtfsctl config --cycle 30
   oxtfsctl watch --for 600          monitor for ten minutes in service mode
+  oxtfsctl peek                     what a provider at work keeps
+  oxtfsctl save                     what was saved last
+  oxtfsctl log --follow --failures
   oxtfsctl call OXT_FileSystem SetWarningThreshold Index=3 WarningThreshold=512
 
 Exit codes: 0 done; 1 the provider refused or failed; 2 the command line is wrong; 3 the provider cannot be hosted here
-(library, agent directory, another provider at work) or the output cannot be written.)";
+(library, agent directory, another provider at work), there is nothing to look at, or the output cannot be written.)";
 
 void addGlobalOptions(CLI::App &app, Options &options) {
     app.add_flag("--json", options.look.json, "Write JSON; sizes are in MiB, or in bytes with --bytes");
@@ -68,8 +73,38 @@ void addTarget(CLI::App *sub, Options &options) {
         ->type_name("INDEX|MOUNTPOINT");
 }
 
+void addFormat(CLI::App *sub, Options &options) {
+    sub->add_option("--format", options.format,
+                    "A table, JSON as with --json, or metrics in bytes for the node exporter's textfile collector")
+        ->check(CLI::IsMember({"table", "json", "prometheus"}));
+}
+
+void checkFormat(Options &options) {
+    if (options.look.json && !options.format.empty() && options.format != "json")
+        throw Failure(Exit::Usage, "--json and --format " + options.format + " exclude each other.");
+    options.look.json |= options.format == "json";
+}
+
+// The commands that look without a provider of their own.
+void addInspection(CLI::App &app, Options &options) {
+    auto *peek = addCommand(app, options, "peek", "Show what a provider at work keeps, without asking it", peekCommand);
+    peek->footer("The records are read from its shared memory. 'oxtfsctl list' measures by itself instead, where no\n"
+                 "provider is at work.");
+    addFormat(peek, options);
+
+    auto *save = addCommand(app, options, "save", "Show a save file, and what is wrong with it", saveCommand);
+    save->add_option("file", options.file, "The file (default: the provider's)")->type_name("FILE");
+    save->footer("Exit codes: 0 the provider would load it; 1 it would reject it and start with a fresh inventory.");
+
+    auto *log = addCommand(app, options, "log", "Show the end of the trace log", logCommand);
+    log->add_flag("-f,--follow", options.follow, "Go on with what is written, until Ctrl-C");
+    log->add_option("-n,--lines", options.lines, "So many lines at first (default: 10)")->type_name("N");
+    log->add_flag("--failures", options.failuresOnly, "Failures alone");
+    log->footer("With --json each line is an object of its own.");
+}
+
 void addCommands(CLI::App &app, Options &options) {
-    addCommand(app, options, "list", "Show all file systems", listCommand);
+    addFormat(addCommand(app, options, "list", "Show all file systems", listCommand), options);
     addTarget(addCommand(app, options, "get", "Show every property of one file system", getCommand), options);
 
     addCommand(app, options, "config", "Show the monitoring cycle, or set it", configCommand)
@@ -124,6 +159,7 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
     app.require_subcommand(1);
     addGlobalOptions(app, options);
     addCommands(app, options);
+    addInspection(app, options);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {
@@ -132,6 +168,7 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
         app.exit(problem);
         return std::nullopt;
     }
+    checkFormat(options);
     return options;
 }
 

@@ -16,6 +16,7 @@ struct Options {
     Look look;
     Hosting hosting;
     Exit (*command)(const Options &) = nullptr;
+    bool wantsMetrics() const { return format == "prometheus"; }
     // What the command was given; empty where it takes no such thing.
     std::string target; // an index or a mount point
     std::string value;
@@ -23,6 +24,10 @@ struct Options {
     std::vector<std::string> arguments; // of call: name=text
     std::string cycle;                  // seconds
     std::string seconds;                // that watch runs
+    std::string format;                 // "table", "json" or "prometheus"
+    std::string file;                   // of save
+    std::string lines;                  // of log
+    bool follow = false, failuresOnly = false;
 };
 
 // Nothing when only help or the version was asked for, which is printed then. Throws a usage failure.

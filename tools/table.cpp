@@ -10,8 +10,6 @@
 #include <memory>
 #include <new>
 
-#include <nlohmann/json.hpp>
-
 namespace oxttool {
 
 namespace {
@@ -42,12 +40,6 @@ void addColumn(libscols_table *table, const std::string &name, int flags, int js
     if (!column)
         throw std::bad_alloc();
     check(scols_column_set_json_type(column, jsonType));
-}
-
-// Names come as bytes; a JSON text is UTF-8.
-std::string asUtf8(const std::string &text) {
-    using nlohmann::json;
-    return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
 }
 
 void setCell(libscols_line *line, std::size_t column, const std::string &text, const Look &look,

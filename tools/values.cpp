@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <iterator>
 
+#include <nlohmann/json.hpp>
+
 #include "failure.h"
 
 namespace oxttool {
@@ -129,6 +131,14 @@ std::string formatSpace(std::uint64_t mib, Unit unit) {
     return text + kSuffixes[step].letter;
 }
 
+std::string utcTime(std::time_t time) {
+    std::tm parts = {};
+    char text[32];
+    gmtime_r(&time, &parts);
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
 const char *driveName(std::int64_t driveType) {
     constexpr const char *names[] = {"fixed", "removable", "optical", "ramdisk"};
     return driveType >= 0 && driveType < 4 ? names[driveType] : "unknown";
@@ -139,11 +149,22 @@ const char *statusName(std::int64_t freeSpaceStatus) {
     return freeSpaceStatus >= 0 && freeSpaceStatus < 4 ? names[freeSpaceStatus] : "unknown";
 }
 
-std::string printable(std::string text) {
-    for (char &c : text)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            c = '?';
-    return text;
+std::string asUtf8(const std::string &text) {
+    using nlohmann::json;
+    return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
+}
+
+std::string printable(const std::string &text) {
+    const std::string utf8 = asUtf8(text);
+    std::string safe;
+    for (std::size_t i = 0; i < utf8.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(utf8[i]);
+        // U+0080 to U+009F steer terminals too.
+        const bool wide = byte == 0xC2 && static_cast<unsigned char>(utf8[i + 1]) < 0xA0;
+        safe += wide || byte < 0x20 || byte == 0x7F ? '?' : utf8[i];
+        i += wide ? 1 : 0;
+    }
+    return safe;
 }
 
 } // namespace oxttool

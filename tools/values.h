@@ -1,8 +1,9 @@
-// Values as users write and read them: amounts of space, indexes, codes. All pure.
+// Values as users write and read them: amounts of space, indexes, codes, texts. All pure.
 #ifndef OXT_TOOL_VALUES_H
 #define OXT_TOOL_VALUES_H
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "oxtHost.h"
@@ -33,12 +34,18 @@ oxthost::ServiceMode parseServiceMode(const std::string &text);
 
 std::string formatSpace(std::uint64_t mib, Unit unit);
 
+// As 2031-01-05T07:08:09Z.
+std::string utcTime(std::time_t time);
+
 // The words for the provider's codes; "unknown" for any code without one.
 const char *driveName(std::int64_t driveType);
 const char *statusName(std::int64_t freeSpaceStatus);
 
-// The text with every control character replaced, safe to write to a terminal.
-std::string printable(std::string text);
+// The bytes as UTF-8, each sequence that is none replaced by U+FFFD.
+std::string asUtf8(const std::string &text);
+
+// The same with every control character replaced by "?", safe to write to a terminal.
+std::string printable(const std::string &text);
 
 } // namespace oxttool
 

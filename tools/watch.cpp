@@ -31,12 +31,7 @@ constexpr std::size_t kRecentLines = 10;
 constexpr unsigned kLongestWatch = 30 * 24 * 3600;
 
 std::string now() {
-    const std::time_t time = std::time(nullptr);
-    std::tm parts = {};
-    char text[32];
-    gmtime_r(&time, &parts);
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
+    return utcTime(std::time(nullptr));
 }
 
 std::string spaceOf(const std::string &mib, Unit unit) {

@@ -1,0 +1,399 @@
+// What oxtfsctl shows without a provider of its own: records in shared memory, save files, metrics, the trace log.
+//
+// Records and files are made by the provider's own code, which is also the judge of what it would load.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/mount.h>
+#include <sys/shm.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "agentDir.h"
+#include "failure.h"
+#include "lineFile.h"
+#include "oxtFsSave.h"
+#include "oxtShm.h"
+#include "prometheus.h"
+#include "saveFile.h"
+#include "segments.h"
+#include "traceLine.h"
+
+namespace {
+
+using namespace oxttool;
+using nlohmann::json;
+using std::chrono::milliseconds;
+using ::testing::HasSubstr;
+using Texts = std::vector<std::string>;
+
+constexpr FsConf kConf = {60, 10, 3600, 60};
+
+FsProv record(int position, char mark = 'a') {
+    FsProv prov = {};
+    prov.Index = static_cast<uint16_t>(position + 1);
+    memset(prov.Name, mark, 200);
+    memset(prov._root, mark, 250);
+    prov._root[0] = '/';
+    prov.MonitorThreshold = 1;
+    prov.WarningThreshold = prov.WarningThresholdDefault = 100;
+    prov.FatalThreshold = prov.FatalThresholdDefault = 10;
+    prov.FreeSpaceStatus = 1;
+    prov._FileSystemSize = 1000;
+    prov._AvailableSpace = 500 + mark;
+    strcpy(prov._FileSystemType, "ext4");
+    return prov;
+}
+
+template <class Record> std::string bytesOf(const Record &record) {
+    return {reinterpret_cast<const char *>(&record), sizeof record};
+}
+
+// The bytes of all three classes.
+struct Image {
+    explicit Image(int count, char mark = 'a') : conf(bytesOf(kConf)) {
+        total = bytesOf(FsTnum{static_cast<uint16_t>(count), 0});
+        for (int i = 0; i < count; ++i)
+            provs += bytesOf(record(i, mark));
+    }
+    FsProv &prov(std::size_t i) { return reinterpret_cast<FsProv *>(provs.data())[i]; }
+    Segments parse() const { return parseSegments(conf, total, provs); }
+    std::string file() const { return OXT_DAT_FS_VERNAME + conf + total + provs; }
+    std::string conf, total, provs;
+};
+
+class Peek : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char name[] = "/tmp/oxtpeekXXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        root_ = std::string(name) + "/";
+        std::filesystem::create_directory(root_ + "work");
+    }
+    void TearDown() override {
+        removeSegments();
+        std::filesystem::remove_all(root_);
+    }
+    void removeSegments() const {
+        for (int digit = 0; digit < 3; ++digit)
+            if (const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), 0, 0); id > 0)
+                shmctl(id, IPC_RMID, nullptr);
+    }
+    int makeSegment(int digit, const std::string &bytes) const {
+        std::ofstream(keyFileOf(root_, digit)).close();
+        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), bytes.size(), IPC_CREAT | IPC_EXCL | 0600);
+        void *at = shmat(id, nullptr, 0);
+        EXPECT_NE(at, reinterpret_cast<void *>(-1));
+        memcpy(at, bytes.data(), bytes.size());
+        shmdt(at);
+        return id;
+    }
+    // What the reading fails with; empty when it does not.
+    std::string failure(milliseconds patience = milliseconds(20)) const {
+        try {
+            readSegments(root_, patience);
+        } catch (const Failure &problem) {
+            EXPECT_EQ(problem.exitCode, Exit::Environment);
+            return problem.what();
+        }
+        return "";
+    }
+    std::string root_;
+};
+
+TEST_F(Peek, segmentsAreJudgedTogether) {
+    const struct {
+        const char *what;
+        std::function<void(Image &)> damage;
+        Segments::State state;
+    } rows[] = {
+        {"sound", [](Image &) {}, Segments::Complete},
+        {"no file system", [](Image &i) { i = Image(0); }, Segments::Complete},
+        {"a cycle that makes no sense is shown",
+         [](Image &i) {
+             i.conf = bytesOf(FsConf{1, 2, 3, 4});
+         },
+         Segments::Complete},
+        {"empty", [](Image &i) { i.conf = i.total = i.provs = ""; }, Segments::WrongSize},
+        {"short configuration", [](Image &i) { i.conf.pop_back(); }, Segments::WrongSize},
+        {"two configurations", [](Image &i) { i.conf += i.conf; }, Segments::WrongSize},
+        {"a page of total number", [](Image &i) { i.total.resize(4096); }, Segments::WrongSize},
+        {"half a record", [](Image &i) { i.provs.resize(1840 + 920); }, Segments::WrongSize},
+        {"one byte", [](Image &i) { i.provs = "x"; }, Segments::WrongSize},
+        {"more than the total number can say", [](Image &i) { i.provs.resize(65536UL * 1840, 'x'); },
+         Segments::WrongSize},
+        {"all new", [](Image &i) { i.conf.assign(8, 0), i.total.assign(4, 0), i.provs.assign(3 * 1840, 0); },
+         Segments::NoDataYet},
+        {"new configuration", [](Image &i) { i.conf.assign(8, 0); }, Segments::NoDataYet},
+        {"new records", [](Image &i) { i.provs.assign(3 * 1840, 0); }, Segments::NoDataYet},
+        {"filled up to the last", [](Image &i) { i.prov(2) = {}; }, Segments::NoDataYet},
+        {"counts more", [](Image &i) { i.total = Image(4).total; }, Segments::Disagreeing},
+        {"counts fewer", [](Image &i) { i.total = Image(2).total; }, Segments::Disagreeing},
+        {"counts and keeps none", [](Image &i) { i.provs = ""; }, Segments::Disagreeing},
+    };
+    for (const auto &row : rows) {
+        Image image(3);
+        row.damage(image);
+        const Segments parsed = image.parse();
+        EXPECT_EQ(parsed.state, row.state) << row.what << ": " << parsed.problem;
+        EXPECT_EQ(parsed.problem.empty(), row.state == Segments::Complete) << row.what;
+    }
+}
+
+TEST_F(Peek, recordsThatMakeNoSenseStayInsideTheirFields) {
+    Image image(1);
+    FsProv &prov = image.prov(0);
+    prov.Index = 65535;
+    memset(prov.Name, 'n', sizeof prov.Name);
+    memset(prov._root, '\xff', sizeof prov._root);
+    memset(prov._FileSystemType, 't', sizeof prov._FileSystemType); // the record's last bytes
+    prov.DriveType = prov.FreeSpaceStatus = -32768;
+    prov.MonitorThreshold = 65535;
+    prov.WarningThreshold = prov.FatalThreshold = 4294967295;
+    prov._FileSystemSize = -1;
+    prov._AvailableSpace = INT64_MAX;
+    const Segments parsed = image.parse();
+    ASSERT_EQ(parsed.state, Segments::Complete);
+    const FileSystem &fs = parsed.fileSystems.at(0);
+    EXPECT_EQ(fs.index, "65535");
+    EXPECT_EQ(fs.device, std::string(255, 'n'));
+    EXPECT_EQ(fs.mountPoint, std::string(255, '\xff'));
+    EXPECT_EQ(fs.type, std::string(255, 't'));
+    EXPECT_STREQ(driveName(fs.driveType), "unknown");
+    EXPECT_STREQ(statusName(fs.status), "unknown");
+    EXPECT_EQ(fs.sizeMiB, 0U);
+    EXPECT_EQ(fs.freeMiB, 0U);
+    EXPECT_EQ(fs.warningMiB, 4294967295);
+    EXPECT_EQ(printable("a\033\x80\n\u009b1m\u00e9\xe2\x82"), "a?\ufffd??1m\u00e9\ufffd");
+}
+
+bool providerLoads(std::string bytes) {
+    const std::unique_ptr<FILE, decltype(&std::fclose)> file(fmemopen(bytes.data(), bytes.size(), "r"), &std::fclose);
+    DatInfo areas[OXT_CID_FS_COUNT];
+    fsInitDatInfo(areas);
+    areas[0].datAdr = memalloc(sizeof(FsConf));
+    areas[1].datAdr = memalloc(sizeof(FsTnum));
+    const bool loads = fsGetBinFile(file.get(), areas) == 0;
+    for (DatInfo &area : areas)
+        free(area.datAdr);
+    return loads;
+}
+
+TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
+    const struct {
+        std::function<void(Image &)> damage;
+        std::string finding; // the one there is; empty for none
+    } rows[] = {
+        {[](Image &) {}, ""},
+        {[](Image &i) { i.prov(1)._FileSystemSize = 0; }, ""},
+        {[](Image &i) { i.total = Image(3).total; }, "counts 3 file systems and ends after 2 whole records"},
+        {[](Image &i) { i.total = Image(65535).total; }, "counts 65535 file systems and ends after 2"},
+        {[](Image &i) { i.provs.pop_back(); }, "counts 2 file systems and ends after 1 whole records"},
+        {[](Image &i) { i.total = Image(1).total; }, "bytes follow the last record, from 1870 on"},
+        {[](Image &i) { i.total[2] = 1; }, "reserved is 1, not 0"},
+        {[](Image &i) {
+             i.conf = bytesOf(FsConf{9, 10, 3600, 60});
+         },
+         "MonitorCycle is 9, which is none of 10 to 3600"},
+        {[](Image &i) {
+             i.conf = bytesOf(FsConf{3601, 10, 3600, 60});
+         },
+         "MonitorCycle is 3601"},
+        {[](Image &i) {
+             i.conf = bytesOf(FsConf{60, 0, 3600, 60});
+         },
+         "MonitorCycleMin is 0, not 10"},
+        {[](Image &i) { i.prov(1).Index = 0; }, "record 2: Index is 0, which is none of 1 to 65535"},
+        {[](Image &i) { i.prov(1).Index = 1; }, "record 2: Index is 1, not the position"},
+        {[](Image &i) { i.prov(0).DriveType = 4; }, "record 1: DriveType is 4, which is none of -1 to 3"},
+        {[](Image &i) { i.prov(0).MonitorThreshold = 2; }, "MonitorThreshold is 2"},
+        {[](Image &i) { i.prov(1).FreeSpaceStatus = -2; }, "record 2: FreeSpaceStatus is -2"},
+        {[](Image &i) { i.prov(0).WarningThreshold = 1001; },
+         "WarningThreshold is 1001 MiB, above the size of 1000 MiB"},
+        {[](Image &i) { i.prov(0).FatalThreshold = 0; }, "FatalThreshold is 0"},
+        {[](Image &i) { i.prov(0)._AvailableSpace = 1001; }, "_AvailableSpace is 1001 MiB of 1000"},
+        {[](Image &i) { i.prov(0)._FileSystemSize = -1; }, "_FileSystemSize is -1"},
+        {[](Image &i) { memset(i.prov(0).Name, 'x', 256); }, "record 1: Name has no end"},
+        {[](Image &i) { i.prov(0)._root[0] = '\0'; }, "_root is empty"},
+        {[](Image &i) { strcpy(i.prov(0).CSName, "a\033b"); }, "CSName is \"a?b\", not empty"},
+        {[](Image &i) { strcpy(i.prov(0)._FileSystemType, "btrfs"); }, "_FileSystemType is \"btrfs\""},
+    };
+    for (const auto &row : rows) {
+        Image image(2);
+        row.damage(image);
+        const SaveFile file = parseSaveFile(image.file());
+        EXPECT_EQ(file.loads(), providerLoads(image.file())) << row.finding;
+        ASSERT_EQ(file.findings.size(), row.finding.empty() ? 0U : 1U) << row.finding;
+        if (!row.finding.empty()) {
+            EXPECT_THAT(file.findings[0].text, HasSubstr(row.finding));
+        }
+    }
+    std::string older = Image(2).file();
+    older[10] = '2';
+    EXPECT_THAT(parseSaveFile(older).findings.at(0).text, HasSubstr("version line"));
+    EXPECT_TRUE(parseSaveFile(older).loads());
+}
+
+TEST_F(Peek, noBytesBreakTheReading) {
+    const std::string sound = Image(2).file();
+    for (std::size_t length = 1; length <= sound.size(); length += length < 60 ? 1 : 97) // fmemopen takes no 0
+        EXPECT_EQ(parseSaveFile(sound.substr(0, length)).loads(), providerLoads(sound.substr(0, length))) << length;
+    EXPECT_FALSE(parseSaveFile("").loads());
+    std::mt19937 random(5);
+    for (int round = 0; round < 300; ++round) {
+        std::string bytes(random() % 6000, '\0');
+        for (char &byte : bytes)
+            byte = static_cast<char>(random());
+        const SaveFile file = parseSaveFile(bytes);
+        EXPECT_LE(file.fileSystems.size() * 1840 + 30, std::max<std::size_t>(bytes.size(), 30));
+        const std::size_t records = random() % 4 * 1840;
+        bytes.resize(12 + records, 'r');
+        parseSegments(bytes.substr(0, 8), bytes.substr(8, 4), bytes.substr(12));
+    }
+}
+
+TEST_F(Peek, saveFilesOnTheDisk) {
+    const std::string path = root_ + "save";
+    EXPECT_THROW(readSaveFile(path), Failure);
+    EXPECT_THROW(readSaveFile(path + "/x"), Failure);
+    std::ofstream(path) << Image(3).file();
+    EXPECT_TRUE(readSaveFile(path).loads());
+    EXPECT_EQ(readSaveFile(path).fileSystems.size(), 3U);
+    std::filesystem::create_symlink(path, root_ + "link");
+    EXPECT_FALSE(readSaveFile(root_ + "link").loads());
+    EXPECT_EQ(readSaveFile(root_ + "link").fileSystems.size(), 3U);
+    ASSERT_EQ(mkfifo((root_ + "pipe").c_str(), 0600), 0);
+    EXPECT_FALSE(readSaveFile(root_ + "pipe").loads());
+    EXPECT_FALSE(readSaveFile(root_).loads());
+    // Found in the middle of being written: it is read again.
+    std::filesystem::resize_file(path, 40);
+    std::thread writer([&path] {
+        std::this_thread::sleep_for(milliseconds(25));
+        std::ofstream(path) << Image(3).file();
+    });
+    EXPECT_TRUE(readSaveFile(path).loads());
+    writer.join();
+}
+
+TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
+    EXPECT_THAT(failure(), HasSubstr("no provider is at work"));
+    const Image image(2);
+    makeSegment(0, image.conf);
+    EXPECT_THAT(failure(), HasSubstr("total number is missing"));
+    makeSegment(1, image.total);
+    EXPECT_THAT(failure(), HasSubstr("counts 2 file systems and keeps 0"));
+    int id = makeSegment(2, std::string(image.provs.size(), '\0'));
+    EXPECT_THAT(failure(), HasSubstr("not filled"));
+    shmctl(id, IPC_RMID, nullptr);
+    id = makeSegment(2, image.provs + "x");
+    EXPECT_THAT(failure(), HasSubstr("3681 bytes"));
+    shmctl(id, IPC_RMID, nullptr);
+    id = makeSegment(2, image.provs);
+    const LiveRecords live = readSegments(root_);
+    EXPECT_EQ(live.fileSystems.size(), 2U);
+    EXPECT_EQ(live.pid, getpid());
+    // Somebody keeps it attached: perhaps in the middle of a copy, so it takes time to believe it.
+    void *at = shmat(id, nullptr, 0);
+    EXPECT_THAT(failure(), HasSubstr("written all the time"));
+    EXPECT_EQ(failure(milliseconds(3000)), "");
+    shmdt(at);
+    shmid_ds about = {};
+    shmctl(id, IPC_STAT, &about);
+    EXPECT_EQ(about.shm_nattch, 0U);
+    EXPECT_EQ(about.shm_perm.mode, 0600U);
+}
+
+// A provider's segments, rewritten by its own functions without a pause, in turn as two images.
+[[noreturn]] void rewriteForEver(const std::string &root, Image *images) {
+    const OxtCInfo cInfo = {};
+    g_srvmod.store(0);
+    DatInfo areas[OXT_CID_FS_COUNT];
+    fsInitDatInfo(areas);
+    ShmInfo shm[] = {{-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
+                     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
+                     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false}};
+    const std::string base = root + "work/oxtfsshm.key";
+    for (std::size_t round = 0;; ++round) {
+        Image &image = images[round % 2];
+        std::string *bytes[] = {&image.conf, &image.total, &image.provs};
+        const int count = static_cast<int>(image.provs.size() / sizeof(FsProv));
+        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+            areas[cid].datAdr = bytes[cid]->data();
+        areas[2].datAdr = nullptr; // the resize's own block
+        areas[2].datNum = count;
+        if (round == 0 && shmNew(&cInfo, 2, base.c_str(), areas, shm) != 0)
+            _exit(1);
+        if (shm[2].shmNum != count && reallocDatArea(&cInfo, base.c_str(), 2, &areas[2], &shm[2]) != 0)
+            _exit(1);
+        free(areas[2].datAdr);
+        areas[2].datAdr = image.provs.data();
+        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+            setInstToShm(&cInfo, &areas[cid], &shm[cid]);
+    }
+}
+
+// The mark of the image that the records are from, all of them and wholly; 0 for a mixture.
+char markOf(const std::vector<FileSystem> &all) {
+    const char mark = all.empty() ? '\0' : all[0].device[0];
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const bool same = all[i].index == std::to_string(i + 1) && all[i].device == std::string(200, mark) &&
+                          all[i].mountPoint == "/" + std::string(249, mark) && all[i].sizeMiB == 1000 &&
+                          all[i].freeMiB == 500U + static_cast<unsigned>(mark);
+        if (!same)
+            return '\0';
+    }
+    return mark;
+}
+
+TEST_F(Peek, nothingTornIsReadFromAProviderThatWritesAllTheTime) {
+    const struct { int countA, countB; } rows[] = {{40, 40}, {40, 25}, {1, 2}};
+    for (const auto &row : rows) {
+        Image images[] = {Image(row.countA, 'a'), Image(row.countB, 'b')};
+        const pid_t writer = fork();
+        if (writer == 0)
+            rewriteForEver(root_, images);
+        int seen[2] = {}, busy = 0;
+        std::string problem;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while ((seen[0] < 50 || seen[1] < 50) && std::chrono::steady_clock::now() < end) {
+            try {
+                const LiveRecords live = readSegments(root_);
+                const char mark = markOf(live.fileSystems);
+                ASSERT_TRUE(mark == 'a' || mark == 'b') << "torn";
+                ASSERT_EQ(live.fileSystems.size(), static_cast<std::size_t>(mark == 'a' ? row.countA : row.countB));
+                ASSERT_EQ(live.cycle.seconds, 60U);
+                ASSERT_EQ(live.pid, writer);
+                ++seen[mark - 'a'];
+            } catch (const Failure &failure) { // before the first round, or never a gap between two writes
+                problem = failure.what();
+                ++busy;
+            }
+        }
+        EXPECT_EQ(waitpid(writer, nullptr, WNOHANG), 0) << "the writer ended by itself";
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+        std::printf("%d/%d: %d %d busy %d %s\n", row.countA, row.countB, seen[0], seen[1], busy, problem.c_str());
+        EXPECT_GE(std::min(seen[0], seen[1]), 50) << busy << " times busy: " << problem;
+        EXPECT_THAT(failure(), HasSubstr("no provider is at work")) << "its maker is dead";
+        removeSegments();
+    }
+}
+
+} // namespace

@@ -33,8 +33,9 @@ def show(value):
 
 
 def line(title, size, value, beside, base, aim):
+    size = f"{size:,}" if size else ""
     ratio = "-" if not value or not base else f"{value / base:.2f}"
-    print(f"| {title} | {size:,} | {show(value)} | {beside} | {show(base)} | {ratio} | {aim} |")
+    print(f"| {title} | {size} | {show(value)} | {beside} | {show(base)} | {ratio} | {aim} |")
 
 
 def heading(title):

@@ -65,6 +65,15 @@ class Room : public testing::Test {
         fsLeaveProvider();
         trace.clear();
     }
+    // Runs with nobody listening to the trace: the rooms then take shorter ways to the same results.
+    template <class Action> auto silently(Action action) {
+        const void *setFilePath = g_Func[OXT_FUNC_SETFILEPATH].exchange(nullptr);
+        const void *traceLog = g_Func[OXT_FUNC_TRACELOG].exchange(nullptr);
+        const auto result = action();
+        g_Func[OXT_FUNC_SETFILEPATH].store(setFilePath);
+        g_Func[OXT_FUNC_TRACELOG].store(traceLog);
+        return result;
+    }
     FsProv &stored(int i) { return fsProv(&instFs[OXT_CID_FS_PROV])[i]; }
     // What another pass finds in the store: the change goes to the segment too.
     template <class Change> void storeChange(int i, Change change) {

@@ -26,13 +26,21 @@ class Mount : public Room {
         list.inside = std::count(buffer.end() - GUARD, buffer.end(), '#') == GUARD;
         return list;
     }
-    // The snapshot's records, or nothing when it failed.
+    // The snapshot's records, or nothing when it failed; the same with and without a trace.
     std::vector<FsProv> snapshot(int result = 0) {
-        DatInfo area = {sizeof(FsProv), 0, nullptr};
-        EXPECT_EQ(fsGetCurrentInfo(&cInfo, &area), result);
-        const FsProv *first = fsProv(&area);
-        std::vector<FsProv> records(first, first + area.datNum);
-        fsReleaseInstance(&area);
+        const auto take = [&] {
+            DatInfo area = {sizeof(FsProv), 0, nullptr};
+            EXPECT_EQ(fsGetCurrentInfo(&cInfo, &area), result);
+            const FsProv *first = fsProv(&area);
+            std::vector<FsProv> records(first, first + area.datNum);
+            fsReleaseInstance(&area);
+            return records;
+        };
+        std::vector<FsProv> records = take();
+        const std::vector<FsProv> silent = silently(take);
+        EXPECT_EQ(records.size(), silent.size());
+        for (size_t i = 0; i < std::min(records.size(), silent.size()); ++i)
+            EXPECT_EQ(memcmp(&records[i], &silent[i], sizeof(FsProv)), 0) << i;
         return records;
     }
 };

@@ -54,8 +54,7 @@ TEST_F(Segments, StaleKeysAreSteppedAround) {
     EXPECT_GT(shm.shmId, 0);
     EXPECT_NE(shm.shmId, stale);
     EXPECT_TRUE(exists(stale)) << "its maker lives";
-    EXPECT_EQ(trace.failures().size(), 1U);
-    EXPECT_TRUE(trace.contains("shmget[2]=OK. shmId=[" + std::to_string(shm.shmId) + "]"));
+    EXPECT_THAT(trace.failures(), testing::Contains(testing::StartsWith("shmget[1]=retry. shmId=[-1]")));
     EXPECT_TRUE(trace.contains("unlink[" + base + "2.bak.1]"));
     EXPECT_THAT(workFiles(), ElementsAre("key2"));
     shmDestroy(&cInfo, &shm);

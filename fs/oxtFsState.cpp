@@ -110,7 +110,8 @@ int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo) {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
         if (shmFs[cid].shmNum <= 0)
             fsReleaseInstance(&instFs[cid]);
-        else if (shmFs[cid].content == OXT_SHM_CURRENT && fsRefreshClass(function, cInfo, cid) != 0) // else the private copy is the newer
+        else if (shmFs[cid].content == OXT_SHM_CURRENT &&
+                 fsRefreshClass(function, cInfo, cid) != 0) // else the private copy is the newer
             return -1;
     }
     return 0;

@@ -78,8 +78,8 @@ bool watchKeepsCurrent(const OxtCInfo *cInfo) {
     return getServiceMode(cInfo) == 1 && getThreadSts(&gfs_thid) == 1;
 }
 
-// While the watch thread runs: the class as its segment has it, or as the private copy has it when the segment is older.
-// A segment that was made and could not be filled since is no data yet.
+// While the watch thread runs: the class as its segment has it, or as the private copy has it when the segment is
+// older. A segment that was made and could not be filled since is no data yet.
 int refreshFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *shown) {
     ShmInfo *shm = &shmFs[classId];
     if (shm->shmNum > 0 && shm->content != OXT_SHM_EMPTY) {

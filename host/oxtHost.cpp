@@ -46,8 +46,7 @@ struct Call {
         result = lend(answer);
     }
 
-    template <class B>
-    typename B::Face *lend(std::shared_ptr<B> body) {
+    template <class B> typename B::Face *lend(std::shared_ptr<B> body) {
         return broker.make(std::move(body), scopeOfThread(broker), true);
     }
     CMPIObjectPath *path(const std::string &className, const std::vector<NamedValue> &keys = {}) {
@@ -125,8 +124,7 @@ struct Host::Impl {
         keepForever(broker); // a thread of the provider still runs in the library: both must stay
     }
 
-    template <class MI>
-    MI *callFactory(const std::string &kind) {
+    template <class MI> MI *callFactory(const std::string &kind) {
         const std::string name = broker->options.providerName + "_Create_" + kind + "MI";
         const std::string generic = "_Generic_Create_" + kind + "MI";
         Call call(*broker, Expects::Nothing, ContextBody::Use::Request);
@@ -165,8 +163,7 @@ struct Host::Impl {
         return call.reply((table->*slot)(args...));
     }
 
-    template <class Slot, class... Args>
-    Reply instanceCall(Call &call, Slot slot, CMPIObjectPath *op, Args... args) {
+    template <class Slot, class... Args> Reply instanceCall(Call &call, Slot slot, CMPIObjectPath *op, Args... args) {
         CMPIInstanceMI *mi = instances;
         return invoke(call, mi->ft, slot, mi, call.context, call.result, op, args...);
     }

@@ -65,15 +65,12 @@ struct Broker : std::enable_shared_from_this<Broker> {
     void setServiceMode(ServiceMode mode);
 
     // A new object in the calling thread's scope, or in the one given.
-    template <class B>
-    typename B::Face *make(std::shared_ptr<B> body);
-    template <class B>
-    typename B::Face *make(std::shared_ptr<B> body, ScopeId scope, bool lent = false);
+    template <class B> typename B::Face *make(std::shared_ptr<B> body);
+    template <class B> typename B::Face *make(std::shared_ptr<B> body, ScopeId scope, bool lent = false);
     CMPIString *makeString(const std::string &text) { return make(std::make_shared<StringBody>(text, false)); }
     CMPIString *makeNullString() { return make(std::make_shared<StringBody>(std::string(), true)); }
 
-    template <class B>
-    std::shared_ptr<B> use(const typename B::Face *object, const char *slot) {
+    template <class B> std::shared_ptr<B> use(const typename B::Face *object, const char *slot) {
         return std::static_pointer_cast<B>(registry.use(object, B::ownKind, slot));
     }
 
@@ -112,13 +109,11 @@ class RequestScope {
     Broker &broker_;
 };
 
-template <class B>
-typename B::Face *Broker::make(std::shared_ptr<B> body) {
+template <class B> typename B::Face *Broker::make(std::shared_ptr<B> body) {
     return make(std::move(body), scopeOfThread(*this));
 }
 
-template <class B>
-typename B::Face *Broker::make(std::shared_ptr<B> body, ScopeId scope, bool lent) {
+template <class B> typename B::Face *Broker::make(std::shared_ptr<B> body, ScopeId scope, bool lent) {
     auto shell = std::make_shared<Shell<typename B::Face>>();
     shell->face.hdl = shell.get(); // only its being NULL or not means anything
     if constexpr (B::ownKind == Kind::String)

@@ -50,13 +50,11 @@ std::int64_t widen(const CMPIValue &value, const Scalar &scalar) {
     return scalar.isSigned ? static_cast<std::int64_t>(high) >> unused : static_cast<std::int64_t>(high >> unused);
 }
 
-template <class B>
-Datum copyOf(Broker &broker, const typename B::Face *object, CMPIType type, const char *slot) {
+template <class B> Datum copyOf(Broker &broker, const typename B::Face *object, CMPIType type, const char *slot) {
     return object == nullptr ? nullDatum(type) : datumOf(broker.use<B>(object, slot)->copy(), type);
 }
 
-template <class B>
-typename B::Face *makeFrom(Broker &broker, const Datum &datum) {
+template <class B> typename B::Face *makeFrom(Broker &broker, const Datum &datum) {
     return broker.make(std::static_pointer_cast<B>(datum.object->copy()));
 }
 

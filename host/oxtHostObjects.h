@@ -24,8 +24,7 @@ struct Broker;
 enum class Kind { String, Array, Enumeration, Instance, Path, Args, Context, Result, DateTime };
 constexpr int kindCount = 9;
 
-template <class FaceT>
-struct Shell {
+template <class FaceT> struct Shell {
     FaceT face;
     Broker *broker;
 };
@@ -39,8 +38,7 @@ struct Body {
     Kind kind;
 };
 
-template <class Self, class FaceT, class TableT, Kind K>
-struct BodyOf : Body {
+template <class Self, class FaceT, class TableT, Kind K> struct BodyOf : Body {
     using Face = FaceT;
     using Table = TableT;
     static constexpr Kind ownKind = K;

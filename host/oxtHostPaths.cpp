@@ -7,8 +7,7 @@
 namespace oxthost {
 namespace {
 
-template <std::string PathBody::*Member>
-CMPIStatus setText(const char *slot, CMPIObjectPath *self, const char *text) {
+template <std::string PathBody::*Member> CMPIStatus setText(const char *slot, CMPIObjectPath *self, const char *text) {
     return onObject<PathBody>(slot, self, nullptr, [text](Broker &, PathBody &path) { path.*Member = orEmpty(text); });
 }
 
@@ -72,8 +71,7 @@ void fillKeys(CMPIObjectPathFT &ft) {
 }
 
 // Qualifier getters may be NULL; where they are not, this host has no qualifiers to give.
-template <class... Names>
-CMPIData noQualifier(const CMPIObjectPath *self, Names..., CMPIStatus *rc) {
+template <class... Names> CMPIData noQualifier(const CMPIObjectPath *self, Names..., CMPIStatus *rc) {
     return onObject<PathBody>("getQualifier", self, rc, [](Broker &, PathBody &) -> CMPIData {
         throw Refusal{CMPI_RC_ERR_NOT_SUPPORTED, CMPI_notFound};
     });

@@ -9,14 +9,12 @@ namespace oxthost {
 inline CMPIStatus *statusIn(CMPIStatus *rc) {
     return rc;
 }
-template <class Other>
-CMPIStatus *statusIn(Other) {
+template <class Other> CMPIStatus *statusIn(Other) {
     return nullptr;
 }
 
 // Fills a broker's slot with a function that answers CMPI_RC_ERR_NOT_SUPPORTED in the slot's own way.
-template <const char *Name, class R, class... Rest>
-void fillRefused(R (*&slot)(const CMPIBroker *, Rest...)) {
+template <const char *Name, class R, class... Rest> void fillRefused(R (*&slot)(const CMPIBroker *, Rest...)) {
     slot = [](const CMPIBroker *mb, Rest... rest) -> R {
         CMPIStatus *rc = nullptr;
         ((rc = statusIn(rest) != nullptr ? statusIn(rest) : rc), ...);

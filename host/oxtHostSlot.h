@@ -16,8 +16,7 @@ inline void answer(CMPIStatus *rc, CMPIrc code) {
         *rc = CMPIStatus{code, nullptr};
 }
 
-template <class R>
-R failureOf(const Refusal &refusal) {
+template <class R> R failureOf(const Refusal &refusal) {
     if constexpr (std::is_same_v<R, CMPIStatus>)
         return CMPIStatus{refusal.rc, nullptr};
     else if constexpr (std::is_same_v<R, CMPIData>)
@@ -27,8 +26,7 @@ R failureOf(const Refusal &refusal) {
 }
 
 // Work that returns nothing makes a slot that answers a CMPIStatus.
-template <class Work>
-auto fenced(CMPIStatus *rc, Work &&work) {
+template <class Work> auto fenced(CMPIStatus *rc, Work &&work) {
     using Result = decltype(work());
     using R = std::conditional_t<std::is_void_v<Result>, CMPIStatus, Result>;
     Refusal refusal = {CMPI_RC_ERR_FAILED};
@@ -64,8 +62,7 @@ auto onObject(const char *slot, const typename B::Face *self, CMPIStatus *rc, co
     });
 }
 
-template <class Work>
-auto onBroker(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Work &work) {
+template <class Work> auto onBroker(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Work &work) {
     return fenced(rc, [&] {
         if (mb == nullptr || mb->hdl == nullptr)
             throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
@@ -76,8 +73,7 @@ auto onBroker(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Work
 }
 
 // As onBroker(), for a slot that makes an object.
-template <class Work>
-auto onFactory(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Work &work) {
+template <class Work> auto onFactory(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Work &work) {
     return onBroker(slot, mb, rc, [&](Broker &broker) {
         if (!threadMayMake(broker))
             broker.registry.misuse(std::string(slot) + ": called in a thread that is not attached");
@@ -85,21 +81,18 @@ auto onFactory(const char *slot, const CMPIBroker *mb, CMPIStatus *rc, const Wor
     });
 }
 
-template <class B>
-CMPIStatus releaseObject(typename B::Face *self) {
+template <class B> CMPIStatus releaseObject(typename B::Face *self) {
     return onObject<B>("release", self, nullptr,
                        [self](Broker &broker, B &) { broker.registry.release(self, B::ownKind, "release"); });
 }
 
-template <class B>
-typename B::Face *cloneObject(const typename B::Face *self, CMPIStatus *rc) {
+template <class B> typename B::Face *cloneObject(const typename B::Face *self, CMPIStatus *rc) {
     return onObject<B>("clone", self, rc, [](Broker &broker, B &body) {
         return broker.make(std::static_pointer_cast<B>(body.copy()), ownedByProvider);
     });
 }
 
-template <class B>
-void fillCommon(typename B::Table &table, const Broker &broker) {
+template <class B> void fillCommon(typename B::Table &table, const Broker &broker) {
     table.ftVersion = broker.ftVersion();
     table.release = releaseObject<B>;
     table.clone = cloneObject<B>;

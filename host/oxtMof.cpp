@@ -7,8 +7,7 @@
 namespace oxthost {
 namespace {
 
-template <class T>
-const T *named(const std::vector<T> &items, const std::string &name) {
+template <class T> const T *named(const std::vector<T> &items, const std::string &name) {
     const auto item = std::find_if(items.begin(), items.end(), [&](const T &i) { return sameName(i.name, name); });
     return item != items.end() ? &*item : nullptr;
 }

@@ -200,8 +200,8 @@ extern "C" int open(const char *file, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    // The agent's files only: a sanitizer opens others in the midst of a report, which may be about our own lock.
-    if (strncmp(file, OXT_AGENT_DIR, sizeof OXT_AGENT_DIR - 1) != 0)
+    // Data of the agent only: a sanitizer opens programs in the midst of a report, and a second one would wait for it.
+    if (strncmp(file, OXT_AGENT_DIR "data/", sizeof OXT_AGENT_DIR "data/" - 1) != 0)
         return real(file, flags, mode);
     return struck(Call::Open) ? -1 : real(redirected(file).c_str(), flags, mode);
 }

@@ -365,7 +365,7 @@ struct Writer {
 };
 
 TEST_F(Peek, nothingTornIsReadFromAProviderThatWritesAllTheTime) {
-    constexpr int kEnough = 100;
+    constexpr int kEnough = 50;
     const struct { int countA, countB; } rows[] = {{40, 40}, {40, 25}, {1, 2}};
     for (const auto &row : rows) {
         Image images[] = {Image(row.countA, 'a'), Image(row.countB, 'b')};

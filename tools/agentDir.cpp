@@ -103,8 +103,8 @@ std::string describe(const ProviderAtWork &found) {
                                            : "in process " + std::to_string(found.pid) +
                                                  (found.process.empty() ? "" : " (" + found.process + ")");
     return "a provider " + who + " is at work here: it keeps its records in shared memory under " + found.keyFile +
-           ".\nAsk it through its object manager, or end it first. If you know that it is none, --force goes on; two "
-           "providers at once would overwrite each other's settings.";
+           ".\n'oxtfsctl peek' shows them. Ask it through its object manager, or end it first. If you know that it is "
+           "none, --force goes on; two providers at once would overwrite each other's settings.";
 }
 
 } // namespace oxttool

@@ -78,9 +78,7 @@ void ProviderTest::TearDown() {
     host->cleanupInstance(true);
     EXPECT_EQ(host->live().total(), 0);
     EXPECT_EQ(host->misuses(), std::vector<std::string>());
-    if (!segmentsMayStay) {
-        EXPECT_EQ(system.segments(), std::vector<int>());
-    }
+    EXPECT_EQ(system.segments(), std::vector<int>());
     unload();
 }
 

@@ -70,7 +70,6 @@ class ProviderTest : public testing::Test {
     std::vector<std::string> alerts();
 
     bool startedThread = false; // the provider then holds the thread's context
-    bool segmentsMayStay = false;
     FakeSystem system;
     std::unique_ptr<oxthost::Host> host;
 

@@ -307,7 +307,8 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
 }
 
 // A provider's segments, rewritten by its own functions in turn as two images: at full speed, with a breath now and
-// then, for readers find hardly a gap at all otherwise.
+// then, for readers find hardly a gap at all otherwise. The breaths grow, so that a reader on a slow or busy machine
+// or under a sanitizer finds its gap, too.
 [[noreturn]] void rewriteForEver(const std::string &root, Image *images) {
     const OxtCInfo cInfo = {};
     g_srvmod.store(0);
@@ -334,7 +335,7 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
         for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
             setInstToShm(&cInfo, &areas[cid], &shm[cid]);
         if (round % 7 == 0)
-            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            std::this_thread::sleep_for(std::chrono::microseconds(100 + round / 10));
     }
 }
 

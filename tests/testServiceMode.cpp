@@ -163,6 +163,17 @@ TEST_F(Service, AStopWaitsForThePassAndEndsTheSleep) {
     EXPECT_EQ(showStatus(stop()), kDone);
     EXPECT_LT(Clock::now() - begin, milliseconds(20000)) << "the sleep lasts a minute";
     EXPECT_EQ(showStatus(enumerate(kFs)), kNoThread);
+
+    // What could not be saved when it was set is saved by the stop.
+    EXPECT_EQ(showStatus(start()), kDone);
+    while (system.sleeps().size() < 3)
+        std::this_thread::sleep_for(milliseconds(1));
+    system.redirectOpen(savePath(), "/nowhere/oxtfssave.dat");
+    EXPECT_EQ(showStatus(call(kConfig, "SetMonitorCycle", {{"MonitorCycle", text("77")}})),
+              "1 'FileSystem-Update FAILED'");
+    system.redirectOpen(savePath(), savePath());
+    EXPECT_EQ(showStatus(stop()), kDone);
+    EXPECT_EQ(saved(18, 2), 77);
 }
 
 // Two file systems that belong to one client each and whose free space always tells the same number of the pass, and

@@ -84,6 +84,10 @@ TEST_F(Store, TheSaveFilesBytes) {
     struct stat st = {};
     ASSERT_EQ(::stat(savePath().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600U);
+    FILE *full = fopen("/dev/full", "wb"); // shows only when the buffer is flushed
+    const DatInfo small[] = {instFs[OXT_CID_FS_CONF], instFs[OXT_CID_FS_TNUM], {sizeof(FsProv), 0, nullptr}};
+    EXPECT_EQ(fsPutBinFile(full, small), -1);
+    fclose(full);
 }
 
 TEST_F(Store, DamagedAndForeignSaveFiles) {
@@ -164,7 +168,11 @@ TEST_F(Store, InitialisationThatFailsIsTriedAgain) {
     system.inject(Call::Shmget, 1, 0, 0);
     EXPECT_EQ(fsInitProvider(&cInfo), 0);
     fsLeaveProvider();
-    EXPECT_EQ(system.segments().size(), 3U) << "what failed tries had made is gone";
+    EXPECT_EQ(system.segments().size(), 3U);
+    gfs_first.store(OXT_FS_UNINITIALISED); // as a try that failed at its last step leaves it
+    EXPECT_EQ(fsInitProvider(&cInfo), 0);
+    fsLeaveProvider();
+    EXPECT_EQ(system.segments().size(), 3U) << "what an earlier try had made is gone";
     EXPECT_EQ(fsInitProvider(&cInfo), 0);
     fsLeaveProvider();
     EXPECT_TRUE(trace.contains("_OUT_ Already Initialize."));

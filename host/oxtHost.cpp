@@ -74,7 +74,7 @@ struct Call {
         }
         if (broker.sfcb() && all.ok() && answer->expects == Expects::OneInstance && answer->instances.empty())
             all.rc = CMPI_RC_ERR_NOT_FOUND;
-        all.instances = answer->instances;
+        all.instances = std::move(answer->instances);
         all.returned = answer->returned;
         all.done = answer->done;
         return all;

@@ -10,6 +10,8 @@
 namespace oxthost {
 namespace {
 
+constexpr std::size_t kUsualProperties = 24;
+
 std::vector<std::string> namesOf(const char **list) {
     std::vector<std::string> names;
     for (; list != nullptr && *list != nullptr; ++list)
@@ -34,9 +36,10 @@ void checkType(Broker &broker, const InstanceBody &instance, const std::string &
         throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
 }
 
-void setProperty(Broker &broker, InstanceBody &instance, const char *name, const CMPIValue *value, CMPIType type) {
-    if (name == nullptr)
+void setProperty(Broker &broker, InstanceBody &instance, const char *given, const CMPIValue *value, CMPIType type) {
+    if (given == nullptr)
         throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
+    std::string name = given;
     if (!passesFilter(instance, name))
         return;
     Datum datum = toDatum(broker, value, type, "setProperty");
@@ -48,7 +51,7 @@ void setProperty(Broker &broker, InstanceBody &instance, const char *name, const
     }
     if (present != nullptr) // the provider's own order counts
         instance.properties.erase(instance.properties.begin() + (present - instance.properties.data()));
-    instance.properties.push_back({name, std::move(datum)});
+    instance.properties.push_back({std::move(name), std::move(datum)});
 }
 
 void addKeyProperties(InstanceBody &instance, const PathBody &path) {
@@ -134,6 +137,7 @@ void fillProperties(CMPIInstanceFT &ft) {
 std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &path) {
     auto instance = std::make_shared<InstanceBody>();
     instance->path = path;
+    instance->properties.reserve(kUsualProperties);
     for (const NamedDatum &key : path.keys)
         instance->keyNames.push_back(key.name);
     if (broker.schema) {
@@ -152,6 +156,7 @@ std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &pa
 
 Instance toInstance(const Broker &broker, const InstanceBody &body) {
     Instance plain = toInstance(pathOf(broker, body));
+    plain.properties.reserve(body.properties.size());
     for (const NamedDatum &item : body.properties) {
         const bool presetOnly = !item.set && item.datum.isNull();
         if (!presetOnly && (!body.filter || contains(*body.filter, item.name)))

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -124,7 +125,7 @@ struct ResultBody : BodyOf<ResultBody, CMPIResult, CMPIResultFT, Kind::Result> {
 };
 
 // Names in CMPI are compared without case.
-bool sameName(const std::string &a, const std::string &b);
+bool sameName(std::string_view a, std::string_view b);
 bool contains(const std::vector<std::string> &names, const std::string &name);
 NamedDatum *find(std::vector<NamedDatum> &items, const std::string &name); // nullptr when it is not there
 // Adds the item or replaces the one of that name.

@@ -78,9 +78,9 @@ std::shared_ptr<DateTimeBody> parseDateTime(const std::string &text, bool strict
     return date;
 }
 
-bool sameName(const std::string &a, const std::string &b) {
+bool sameName(std::string_view a, std::string_view b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](unsigned char x, unsigned char y) {
-               return std::tolower(x) == std::tolower(y);
+               return x == y || std::tolower(x) == std::tolower(y);
            });
 }
 

@@ -31,7 +31,7 @@ const MofClass *Mof::findClass(const std::string &name) const {
 }
 
 const MofProperty *Mof::findProperty(const std::string &className, const std::string &property) const {
-    for (const MofClass *c : lineage(*this, className))
+    for (const MofClass *c = findClass(className); c != nullptr; c = findClass(c->superClass))
         if (const MofProperty *found = named(c->properties, property))
             return found;
     return nullptr;

@@ -63,6 +63,6 @@ inline const FsSystem *fsSystemFor(const FsSystem *given, FsSystem *own, FsReadi
 #define OXT_READ_SYSTEM(system)                                                                                        \
     FsSystem oxtOwnSystem_;                                                                                            \
     FsReading oxtReading_;                                                                                             \
-    system = fsSystemFor(system, &oxtOwnSystem_, &oxtReading_)
+    (system) = fsSystemFor((system), &oxtOwnSystem_, &oxtReading_)
 
 #endif

@@ -98,7 +98,9 @@ int refreshFromWatch(const char *function, const OxtCInfo *cInfo, int classId, D
 
 // The configuration without a running thread: nothing changes it but clients, so no pass is needed.
 int refreshConfig(const char *function, const OxtCInfo *cInfo) {
-    if (fsRefreshClass(function, cInfo, OXT_CID_FS_CONF) != 0)
+    const ShmInfo *shm = &shmFs[OXT_CID_FS_CONF];
+    const bool isOlder = shm->shmNum > 0 && shm->content != OXT_SHM_CURRENT; // than the private copy
+    if (!isOlder && fsRefreshClass(function, cInfo, OXT_CID_FS_CONF) != 0)
         return -1;
     OXT_TRACE_AS(function, "- return Config -");
     fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);

@@ -91,13 +91,18 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
     return -1;
 }
 
+// From the last to the first: a process that dies in between leaves a row that the next one finds from its beginning.
 void removeBackups(const char *function, const char *keyFile) {
-    for (int n = 1; n < TRY_LIMIT; ++n) {
-        char backup[NAME_SIZE + 16];
+    char backup[NAME_SIZE + 16];
+    int last = 0;
+    for (int n = 1; n < TRY_LIMIT; last = n++) {
         snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         if (!exists(backup))
-            return;
+            break;
         OXT_TRACE_AS(function, "unlink[%s]", backup);
+    }
+    for (int n = last; n > 0; --n) {
+        snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         unlink(backup);
     }
 }

@@ -159,6 +159,8 @@ int resize(const char *function, const OxtCInfo *cInfo, int count) {
     if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0)
         return 0;
     area->datNum = area->datAdr != nullptr ? held : 0; // never a count that the block does not hold
+    if (shmFs[OXT_CID_FS_PROV].shmNum == 0 && area->datNum > 0)
+        shmFs[OXT_CID_FS_PROV].content = OXT_SHM_MISSING; // the next pass starts from these records
     OXT_TRACE_FAIL_AS(function, "reallocDatArea() Failure!!");
     return -1;
 }
@@ -180,7 +182,9 @@ int install(const char *function, DatInfo *current) {
 // segment that was resized and not yet filled. Frees the current block on every path.
 int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
     keepLateSettings(current, before);
-    if (current->datNum != instFs[OXT_CID_FS_PROV].datNum && resize(function, cInfo, current->datNum) != 0) {
+    const bool fits = current->datNum == instFs[OXT_CID_FS_PROV].datNum &&
+                      current->datNum == shmFs[OXT_CID_FS_PROV].shmNum; // not after a resize that failed
+    if (!fits && resize(function, cInfo, current->datNum) != 0) {
         OXT_MEMFREE_IN(function, current->datAdr);
         OXT_TRACE_AS(function, "_OUT_");
         return -1;

@@ -108,6 +108,8 @@ int fsRefreshClass(const char *function, const OxtCInfo *cInfo, int cid) {
 int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo) {
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shmFs[cid].shmNum);
+        if (shmFs[cid].content == OXT_SHM_MISSING)
+            continue;
         if (shmFs[cid].shmNum <= 0)
             fsReleaseInstance(&instFs[cid]);
         else if (shmFs[cid].content == OXT_SHM_CURRENT &&

@@ -47,7 +47,8 @@ unsigned fsEditCount();
 
 // Refreshes one class from its segment. 0 or -1.
 int fsRefreshClass(const char *function, const OxtCInfo *cInfo, int cid);
-// Refreshes the classes from their segments; a class without one becomes empty. 0 or -1.
+// Refreshes the classes from their segments; a class without one becomes empty, but for one whose segment could not be
+// made. 0 or -1.
 int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo);
 // Copies every class that has records to its segment. 0 or -1.
 int fsPublishToShm(const char *function, const OxtCInfo *cInfo);

@@ -1,5 +1,6 @@
 #include "oxtFsPass.h"
 
+#include <cstring>
 #include <utility>
 
 #include "oxtFsSnapshot.h"
@@ -150,14 +151,20 @@ void keepLateSettings(const DatInfo *current, const Before *before) {
     oxtIndexFree(&byKeys);
 }
 
-// Gives the file-system area and its segment the new count. 0, or -1 with the area left usable as it was.
-int resize(const char *function, const OxtCInfo *cInfo, int count) {
+// Gives the file-system area and its segment the new count. 0, or -1 with the area left usable as it was: without
+// memory its block is gone, and the pass's copy of the records, brought up to date, takes its place.
+int resize(const char *function, const OxtCInfo *cInfo, int count, DatInfo *copy) {
     DatInfo *area = &instFs[OXT_CID_FS_PROV];
     const int held = area->datAdr != nullptr ? area->datNum : 0;
+    const bool isCopy = held > 0 && held == copy->datNum;
+    if (isCopy)
+        memcpy(copy->datAdr, area->datAdr, static_cast<size_t>(oxtAreaSize(area)));
     area->datNum = count;
     OXT_TRACE_AS(function, "reallocDatArea(%s,%d,instFs,shmFs)", OXT_PATH_SHMKEY, OXT_CID_FS_PROV);
     if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0)
         return 0;
+    if (area->datAdr == nullptr && isCopy)
+        std::swap(area->datAdr, copy->datAdr);
     area->datNum = area->datAdr != nullptr ? held : 0; // never a count that the block does not hold
     if (shmFs[OXT_CID_FS_PROV].shmNum == 0 && area->datNum > 0)
         shmFs[OXT_CID_FS_PROV].content = OXT_SHM_MISSING; // the next pass starts from these records
@@ -180,11 +187,11 @@ int install(const char *function, DatInfo *current) {
 
 // From the new count to the segments, with the store lock held: a reader sees the old records or the new ones, never a
 // segment that was resized and not yet filled. Frees the current block on every path.
-int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
+int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, Before *before) {
     keepLateSettings(current, before);
     const bool fits = current->datNum == instFs[OXT_CID_FS_PROV].datNum &&
                       current->datNum == shmFs[OXT_CID_FS_PROV].shmNum; // not after a resize that failed
-    if (!fits && resize(function, cInfo, current->datNum) != 0) {
+    if (!fits && resize(function, cInfo, current->datNum, &before->areas[OXT_CID_FS_PROV]) != 0) {
         OXT_MEMFREE_IN(function, current->datAdr);
         OXT_TRACE_AS(function, "_OUT_");
         return -1;
@@ -198,7 +205,7 @@ int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current,
     return fsPublishToShm(function, cInfo);
 }
 
-int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
+int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, Before *before) {
     const int stored = before->areas[OXT_CID_FS_PROV].datNum;
     OXT_TRACE_AS(function, "curNum[%d] instNum[%d]", current->datNum, stored);
     if (current->datNum != stored && getServiceMode(cInfo) == 1)

@@ -245,6 +245,8 @@ extern "C" int statfs(const char *path, struct statfs *st) noexcept {
         errno = volume.error;
         return -1;
     }
+    if (volume.freeMiB)
+        volume.available = volume.freeMiB() * 1024 * 1024 / static_cast<unsigned long>(volume.blockSize);
     *st = {};
     st->f_type = volume.type;
     st->f_bsize = volume.blockSize;

@@ -32,6 +32,7 @@ struct FakeVolume {
     long nameLength = 255;
     int error = 0;                // not 0: statfs fails with it
     std::function<void()> during; // runs inside each statfs, without any lock held: a delay, or another client
+    std::function<unsigned long()> freeMiB; // likewise: what this call answers, in place of `available`
 };
 
 enum class Call { Setmntent, Fopen, Open, Stat, Statfs, Shmget, Shmat, Shmdt, Shmctl, Usleep, Sleep, Count };

@@ -88,6 +88,13 @@ TEST_F(Store, TheSaveFilesBytes) {
     const DatInfo small[] = {instFs[OXT_CID_FS_CONF], instFs[OXT_CID_FS_TNUM], {sizeof(FsProv), 0, nullptr}};
     EXPECT_EQ(fsPutBinFile(full, small), -1);
     fclose(full);
+
+    // A link that somebody put in its place leads nowhere.
+    const std::string other = agentPath("data/other");
+    std::filesystem::rename(savePath(), other);
+    std::filesystem::create_symlink(other, savePath());
+    EXPECT_EQ(fsSetInstance(&cInfo), -1);
+    EXPECT_EQ(readFile(other), bytes);
 }
 
 TEST_F(Store, DamagedAndForeignSaveFiles) {

@@ -1,5 +1,7 @@
 #include "failingCalls.h"
 
+#include "svalert.h"
+
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -106,16 +108,9 @@ void *fromTheStart(void *argument) {
 }
 
 // The agent's libraries.
-struct Alert {
-    int version, method;
-    const char *source;
-    unsigned event;
-    int type, count;
-    char **strings;
-};
-int sendIndication(Alert alert) {
-    std::string text = std::to_string(alert.event);
-    for (int i = 0; i < alert.count; ++i)
+int sendIndication(Info alert) {
+    std::string text = std::to_string(alert.eventID);
+    for (int i = 0; i < alert.numOfStrings; ++i)
         text += std::string(" ") + alert.strings[i];
     const std::lock_guard<std::mutex> guard(lock);
     alerts.insert(text);
@@ -323,7 +318,17 @@ int failingThreadCreate(pthread_t *id, const pthread_attr_t *attributes, void *(
         return EAGAIN;
     stand = GONE;
     threadBody = body;
-    return pthread_create(id, attributes, fromTheStart, argument);
+    const int ret = pthread_create(id, attributes, fromTheStart, argument);
+    if (ret == 0)
+        keep("thread", reinterpret_cast<void *>(*id));
+    return ret;
+}
+
+int __wrap_pthread_tryjoin_np(pthread_t id, void **value) {
+    const int ret = pthread_tryjoin_np(id, value);
+    if (ret == 0)
+        drop(reinterpret_cast<void *>(id));
+    return ret;
 }
 
 unsigned __wrap_sleep(unsigned) {

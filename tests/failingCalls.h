@@ -27,7 +27,7 @@ Struck disarm();
 void begin(bool agentOffered);
 
 // What the provider took and has not given back, by the function that took it: blocks, streams, descriptors, attached
-// segments, locks.
+// segments, locks, threads.
 std::multiset<std::string> held();
 
 // The watch thread stands still at its start and in each sleep. Lets it go for one pass; false when it does not.

@@ -15,12 +15,16 @@
 
 #include <sys/types.h>
 
-#if defined(__SANITIZE_THREAD__)
-#define OXT_UNDER_TSAN
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
+#if defined(__has_feature) // clang
+#define OXT_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define OXT_HAS_FEATURE(feature) 0
+#endif
+#if defined(__SANITIZE_THREAD__) || OXT_HAS_FEATURE(thread_sanitizer)
 #define OXT_UNDER_TSAN
 #endif
+#if defined(__SANITIZE_ADDRESS__) || OXT_HAS_FEATURE(address_sanitizer)
+#define OXT_UNDER_ASAN
 #endif
 
 // What statfs(2) says of a mount point. The defaults are an empty ext file system of 1 KiB blocks.

@@ -260,7 +260,7 @@ class Kill : public testing::Test {
 TEST_F(Kill, AtEachSystemCall) {
     const bool all = getenv("OXT_LONG") != nullptr;
     const bool slow = dlsym(RTLD_DEFAULT, "__asan_init") != nullptr; // a process is long in beginning
-    const long step = all ? 1 : slow ? 25 : 3;
+    const long step = all ? 1 : slow ? 25 : 2;
     long tornRounds = 0;
     do {
         for (const Operation &operation : kOperations) {

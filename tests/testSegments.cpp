@@ -23,8 +23,14 @@ class Segments : public Room {
         return names;
     }
     static int makeUnderKey(const std::string &keyFile) {
-        std::ofstream(keyFile).close();
-        return shmget(ftok(keyFile.c_str(), 69), 100, IPC_CREAT | IPC_EXCL | 0600);
+        int id = -1;
+        for (int n = 0; id == -1 && n < 20; ++n) { // another program may have the key of a file's inode
+            if (n > 0)
+                std::filesystem::rename(keyFile, agentPath("data/taken") + std::to_string(n));
+            std::ofstream(keyFile).close();
+            id = shmget(ftok(keyFile.c_str(), 69), 100, IPC_CREAT | IPC_EXCL | 0600);
+        }
+        return id;
     }
     static bool exists(int id) {
         struct shmid_ds ds = {};

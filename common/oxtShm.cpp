@@ -19,7 +19,7 @@ namespace {
 constexpr int KEY_PROJECT = 69; // ftok(3)'s second argument, known to readers of the segments
 constexpr int TRY_LIMIT = 65536;
 constexpr size_t NAME_SIZE = 512;
-constexpr size_t POPULATE_FROM = 64 * 1024; // bytes
+constexpr size_t POPULATE_FROM = 8 * 1024; // bytes
 
 bool exists(const char *name) {
     struct stat st = {};
@@ -131,7 +131,7 @@ size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
     return records > 0 ? static_cast<size_t>(records) * static_cast<size_t>(ins->datSize) : 0;
 }
 
-// Asks for the pages of a large copy in one call instead of one fault each. An older kernel than 5.14 refuses.
+// Asks for the pages of a copy of several in one call instead of one fault each. An older kernel than 5.14 refuses.
 void populate(void *address, size_t bytes, int advice) {
     const int error = errno;
     if (bytes >= POPULATE_FROM)

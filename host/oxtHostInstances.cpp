@@ -30,9 +30,8 @@ void checkType(Broker &broker, const InstanceBody &instance, const std::string &
     const MofProperty *declared = broker.schema->findProperty(instance.path.className, name);
     if (declared == nullptr)
         return;
-    const CMPIType type = typeOfName(declared->type, declared->isArray);
-    const bool exact = !broker.sfcb() || (type & (CMPI_ARRAY | CMPI_ENC)) != 0;
-    if (exact && datum.type != type)
+    const bool exact = !broker.sfcb() || (declared->typeCode & (CMPI_ARRAY | CMPI_ENC)) != 0;
+    if (exact && datum.type != declared->typeCode)
         throw Refusal{CMPI_RC_ERR_TYPE_MISMATCH};
 }
 
@@ -145,8 +144,7 @@ std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &pa
             if (declared->isKey && !contains(instance->keyNames, declared->name))
                 instance->keyNames.push_back(declared->name);
             if (broker.sfcb())
-                instance->properties.push_back(
-                    {declared->name, nullDatum(typeOfName(declared->type, declared->isArray)), false});
+                instance->properties.push_back({declared->name, nullDatum(declared->typeCode), false});
         }
     }
     if (broker.sfcb())

@@ -21,6 +21,7 @@ struct MofProperty {
     bool isArray = false;
     std::string defaultText; // empty without one
     MofTexts qualifiers;
+    unsigned short typeCode = 0; // what CMPI calls the type; 0 for one that it does not know
 };
 
 struct MofParameter {

@@ -1,3 +1,4 @@
+#include "oxtHostData.h"
 #include "oxtHostObjects.h"
 #include "oxtMof.h"
 #include "oxtMofLexer.h"
@@ -194,6 +195,7 @@ void Reader::feature(MofClass &into) {
         MofProperty property{featureName, featureType, isTrue(qualifiers, "Key", false), arraySuffix(), "", qualifiers};
         if (accept('='))
             property.defaultText = value();
+        property.typeCode = typeOfName(property.type, property.isArray);
         into.properties.push_back(std::move(property));
     }
     expect(';', "at the end of a property or method");

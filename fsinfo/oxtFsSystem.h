@@ -40,8 +40,8 @@ struct FsSystem {
 // The next entry mounted on a directory behind position `after` (-1 for the first), or -1: in file order.
 int fsNextMountOn(const FsSystem *system, const char *dir, int after);
 
-// statfs(2) of a mount point; system may be null. While nobody traces, the steps that ask about the same one in a row
-// share one answer, so that type and amounts belong together. -1 with errno on a failure.
+// statfs(2) of a mount point; system may be null. The steps that ask about the same one in a row share one answer, so
+// that type and amounts belong together. -1 with errno on a failure.
 int fsStatfs(const FsSystem *system, const char *path, struct statfs *st);
 
 // Reads both files. What cannot be read is marked so, and whoever needs it reports it. Freed with fsSystemFree.

@@ -56,17 +56,29 @@ void pass(benchmark::State &state) {
         check(state, fsCheckConfigChange(&g_cInfo) == 0, "pass");
 }
 
-void floorOf(benchmark::State &state, bench::Questions questions) {
+template <typename Step> void measureFloor(benchmark::State &state, Step step) {
     const Store store(state);
     bench::Floor floor(instFs, shmFs);
     for (auto _ : state)
-        check(state, floor.run(questions), "floor");
+        check(state, step(floor), "floor");
 }
 void floorBySteps(benchmark::State &state) {
-    floorOf(state, bench::kByTheSteps);
+    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kByTheSteps); });
 }
 void floorOnce(benchmark::State &state) {
-    floorOf(state, bench::kOnce);
+    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kOnce); });
+}
+void partFiles(benchmark::State &state) {
+    measureFloor(state, [](bench::Floor &floor) { return floor.readFiles(); });
+}
+void partQuestions(benchmark::State &state) {
+    measureFloor(state, [](bench::Floor &floor) { return floor.ask(bench::kOnce); });
+}
+void partSegments(benchmark::State &state) {
+    measureFloor(state, [](bench::Floor &floor) { return floor.copySegments(); });
+}
+void partSave(benchmark::State &state) {
+    measureFloor(state, [](bench::Floor &floor) { return floor.save(); });
 }
 
 // The agent's libraries, bound for as long as it lives. With normal lines, or as the settings file switches them off.
@@ -219,6 +231,10 @@ int main(int argc, char **argv) {
     } all[] = {{"pass", pass},
                {"floorBySteps", floorBySteps},
                {"floorOnce", floorOnce},
+               {"partFiles", partFiles},
+               {"partQuestions", partQuestions},
+               {"partSegments", partSegments},
+               {"partSave", partSave},
                {"passTraced", passTraced},
                {"passNormalOff", passNormalOff},
                {"bareWrites", bareWrites},

@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kReadSize = 4096; // a page: what the kernel makes of its own tables at a time
 
-constexpr size_t kManyPages = 64 * 1024; // bytes from which one call for all pages is cheaper than a fault each
+constexpr size_t kManyPages = 8 * 1024; // bytes from which one call for all pages is cheaper than a fault each
 
 bool readThrough(const char *path) {
     char piece[kReadSize];
@@ -72,7 +72,18 @@ Floor::~Floor() {
 }
 
 bool Floor::run(Questions questions) {
-    bool good = readThrough(mountTablePath().c_str()) && readThrough(driverListPath().c_str());
+    bool good = readFiles();
+    good = ask(questions) && good;
+    good = copySegments() && good;
+    return save() && good;
+}
+
+bool Floor::readFiles() {
+    return readThrough(mountTablePath().c_str()) && readThrough(driverListPath().c_str());
+}
+
+bool Floor::ask(Questions questions) {
+    bool good = true;
     for (const Mount &mount : mounts_) {
         struct stat device = {};
         struct statfs space = {};
@@ -81,11 +92,16 @@ bool Floor::run(Questions questions) {
         for (int i = 0; i < questions.statfs + (mount.open && questions.statfs > 1 ? 1 : 0); ++i)
             good = statfs(mount.directory.c_str(), &space) == 0 && good;
     }
+    return good;
+}
+
+bool Floor::copySegments() {
+    bool good = true;
     for (size_t i = 0; i < areas_.size(); ++i)
         good = copySegment(segments_[i], areas_[i], false) && good;
     for (size_t i = 0; i < areas_.size(); ++i)
         good = copySegment(segments_[i], areas_[i], true) && good;
-    return save() && good;
+    return good;
 }
 
 bool Floor::save() {

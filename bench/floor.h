@@ -27,12 +27,14 @@ class Floor {
     ~Floor();
     Floor(const Floor &) = delete;
     Floor &operator=(const Floor &) = delete;
-    // One pass. False when a call failed.
+    // One pass. This and each of its parts: false when a call failed.
     bool run(Questions questions);
-
-  private:
+    bool readFiles();
+    bool ask(Questions questions);
+    bool copySegments();
     bool save();
 
+  private:
     struct Mount {
         std::string device, directory;
         bool open; // the kind of disk

@@ -14,7 +14,7 @@ for i in $(seq -f %04.0f "$count"); do
 done
 
 options=(--benchmark_repetitions="${REPETITIONS:-9}" --benchmark_enable_random_interleaving=true --benchmark_out_format=json)
-"$build/bench/benchPass" --real="$count" --benchmark_filter='^(pass|floorBySteps|floorOnce)/' --benchmark_min_time=0.03 \
+"$build/bench/benchPass" --real="$count" --benchmark_filter='^(pass|floor.*|part.*)/' --benchmark_min_time=0.03 \
     "${options[@]}" --benchmark_out="$out/real-pass-$count.json" >/dev/null
 "$build/bench/benchProcess" --benchmark_min_time=0.01 "${options[@]}" \
     --benchmark_out="$out/real-process-$count.json" >/dev/null

@@ -1,6 +1,6 @@
 """Prints the results of bench/run: each figure beside its floor or its peer of the same run.
 
-table.py DIRECTORY [--growth]; with --growth the columns of the plot instead."""
+table.py DIRECTORY [--growth|--parts]; with one of these the columns of a plot instead."""
 import collections
 import glob
 import json
@@ -127,11 +127,23 @@ def growth(directory):
         print(n, *("-" if value is None else f"{value / n:.2f}" for value in columns))
 
 
+def parts(directory):
+    """What a pass over bind mounts (a fixture without them) is made of, per file system; the rest is its own work."""
+    print('size "both files" "stat, statfs" "segments" "save" "own work"')
+    for n in SIZES[1:]:
+        results = read(f"{directory}/real-pass-{n}.json") or read(f"{directory}/pass.json")
+        values = [us(results, f"part{name}/{n}") for name in ("Files", "Questions", "Segments", "Save")]
+        total = us(results, f"pass/{n}")
+        if total and None not in values:
+            print(f'"{n:,}"', *(f"{value / n:.2f}" for value in values + [max(0, total - sum(values))]))
+
+
 def main():
     directory = sys.argv[1]
-    if "--growth" in sys.argv:
-        growth(directory)
-        return
+    for option, print_columns in (("--growth", growth), ("--parts", parts)):
+        if option in sys.argv:
+            print_columns(directory)
+            return
     fixtures(directory)
     writer(directory)
     host(directory)

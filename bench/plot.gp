@@ -4,6 +4,7 @@ set output out
 set multiplot layout 1,2
 set datafile missing "-"
 set grid ytics
+set bmargin 7
 
 set title "What a file system costs"
 set logscale xy

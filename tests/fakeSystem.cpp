@@ -195,8 +195,6 @@ extern "C" FILE *fopen(const char *file, const char *mode) {
                           missing = s.driversMissing;
                           text = s.drivers;
                       });
-    if (struck(Call::Fopen))
-        return nullptr;
     return fake ? openText(text, missing) : real(redirected(file).c_str(), mode);
 }
 
@@ -215,8 +213,6 @@ extern "C" int open(const char *file, int flags, ...) {
 extern "C" int stat(const char *path, struct stat *st) noexcept {
     static const auto real = realFunction<int(const char *, struct stat *)>("stat");
     bool found = false;
-    if (struck(Call::Stat))
-        return -1;
     withFake([&](const FakeState &s) {
         const auto device = s.devices.find(path);
         found = device != s.devices.end();
@@ -238,8 +234,6 @@ extern "C" int statfs(const char *path, struct statfs *st) noexcept {
         found = known != s.volumes.end();
         volume = found ? known->second : FakeVolume{};
     };
-    if (struck(Call::Statfs))
-        return -1;
     withFake(look);
     if (volume.during) {
         volume.during();
@@ -307,7 +301,6 @@ extern "C" int usleep(useconds_t microseconds) {
 }
 
 extern "C" unsigned sleep(unsigned seconds) {
-    struck(Call::Sleep);
     withFake([&](FakeState &s) { s.sleeps.push_back(seconds); });
     wait(seconds * 1'000'000'000ULL);
     return 0;
@@ -321,24 +314,24 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int priority, int flag, 
 
 namespace {
 
-__attribute__((format(printf, 1, 0))) void keepLog(const char *format, va_list arguments) {
-    char text[1024];
+__attribute__((format(printf, 2, 0))) void keepLog(int priority, const char *format, va_list arguments) {
+    char text[4096];
     vsnprintf(text, sizeof text, format, arguments);
-    withFake([&](FakeState &s) { s.systemLog.emplace_back(text); });
+    withFake([&](FakeState &s) { s.systemLog.push_back(std::to_string(priority) + " " + text); });
 }
 
 } // namespace
 
-void syslog(int, const char *format, ...) {
+void syslog(int priority, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keepLog(format, arguments);
+    keepLog(priority, format, arguments);
     va_end(arguments);
 }
 
-void __syslog_chk(int, int, const char *format, ...) {
+void __syslog_chk(int priority, int, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    keepLog(format, arguments);
+    keepLog(priority, format, arguments);
     va_end(arguments);
 }

@@ -39,7 +39,7 @@ struct FakeVolume {
     std::function<unsigned long()> freeMiB; // likewise: what this call answers, in place of `available`
 };
 
-enum class Call { Setmntent, Fopen, Open, Stat, Statfs, Shmget, Shmat, Shmdt, Shmctl, Usleep, Sleep, Count };
+enum class Call { Setmntent, Open, Shmget, Shmat, Shmdt, Shmctl, Usleep, Count };
 
 // What the calls find; withFake() is the way to it.
 struct FakeState {
@@ -129,7 +129,7 @@ class FakeSystem {
     std::vector<int> segments() const { // made through shmget and not removed
         return read<std::vector<int>>([](const FakeState &s) { return s.segments; });
     }
-    std::vector<std::string> systemLog() const { // the messages of syslog(3)
+    std::vector<std::string> systemLog() const { // of syslog(3): "<facility and priority> <text>"
         return read<std::vector<std::string>>([](const FakeState &s) { return s.systemLog; });
     }
 

@@ -1,6 +1,8 @@
 // A provider that exists to try the in-process host: each of its methods does one thing to the broker, right or wrong,
 // and returns what it saw as text. Its instance operations hand out one instance under the request's filter.
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -56,13 +58,12 @@ std::string missing(const Request &r) {
 }
 
 std::string optional(const Request &r) {
-    const bool callable[] = {
-        r.op->ft->getClassQualifier != nullptr, newInstance(r)->ft->setPropertyWithOrigin != nullptr,
-        r.rslt->ft->returnError != nullptr,     broker->eft->newCMPIError != nullptr,
-        broker->xft->joinThread != nullptr,     broker->mft != nullptr};
     std::string seen;
-    for (const bool is : callable)
-        seen += is ? '1' : '0';
+    for (const bool callable :
+         {r.op->ft->getClassQualifier != nullptr, newInstance(r)->ft->setPropertyWithOrigin != nullptr,
+          r.rslt->ft->returnError != nullptr, broker->eft->newCMPIError != nullptr, broker->xft->joinThread != nullptr,
+          broker->mft != nullptr})
+        seen += callable ? '1' : '0';
     return seen;
 }
 
@@ -203,15 +204,9 @@ CMPIStatus invoke(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt
                   const char *method, const CMPIArgs *in, CMPIArgs *) {
     const Request request = {ctx, rslt, op, in};
     const std::string name = method;
-    std::string text;
-    bool known = false;
-    for (const auto &deed : deeds)
-        if (name == deed.name) {
-            text = deed.run(request);
-            known = true;
-        }
-    if (!known)
-        text = misuse(request, name);
+    const auto *deed =
+        std::find_if(std::begin(deeds), std::end(deeds), [&](const auto &one) { return one.name == name; });
+    const std::string text = deed != std::end(deeds) ? deed->run(request) : misuse(request, name);
     if (name == "doneTwice" || name == "dataAfterDone")
         CMReturnDone(rslt);
     const CMPIStatus rc = CMReturnData(rslt, text.c_str(), CMPI_chars);
@@ -223,18 +218,19 @@ CMPIStatus getInstance(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResul
                        const char **properties) {
     CMPIInstance *inst = newInstance({ctx, rslt, op, nullptr});
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
-    const CMPIUint32 number = 70000;
+    const CMPIUint32 seventyThousand = 70000;
     if (inst == nullptr)
         CMReturnWithChars(broker, CMPI_RC_ERR_FAILED, "no instance");
     const char *keys[] = {"Id", nullptr};
     CMGetKey(op, "Bare", &rc);
     rc = CMSetPropertyFilter(inst, properties, rc.rc == CMPI_RC_OK ? nullptr : keys);
-    if (rc.rc == CMPI_RC_OK)
-        rc = CMSetProperty(inst, "Text", "text", CMPI_chars);
-    if (rc.rc == CMPI_RC_OK)
-        rc = CMSetProperty(inst, "Id", "7", CMPI_chars);
-    if (rc.rc == CMPI_RC_OK)
-        rc = CMSetProperty(inst, "Number", &number, CMPI_uint32);
+    const auto set = [&](const char *name, const void *value, CMPIType type) {
+        if (rc.rc == CMPI_RC_OK)
+            rc = CMSetProperty(inst, name, value, type);
+    };
+    set("Text", "text", CMPI_chars);
+    set("Id", "7", CMPI_chars);
+    set("Number", &seventyThousand, CMPI_uint32);
     if (rc.rc == CMPI_RC_OK)
         rc = CMReturnInstance(rslt, inst);
     return rc.rc == CMPI_RC_OK ? CMReturnDone(rslt) : rc;

@@ -1,13 +1,9 @@
 #include "providerTest.h"
 
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
-
-#include "agentDirectory.h"
 
 using namespace oxthost;
 
@@ -17,14 +13,10 @@ constexpr char kVersion[] = "# Version=1.0.0.0\n";
 constexpr std::size_t kFirstRecord = 30, kRecordSize = 1840;
 
 std::string typeName(CMPIType type) {
-    const struct {
-        CMPIType type;
-        const char *name;
-    } names[] = {{CMPI_uint16, "u16"}, {CMPI_sint16, "s16"}, {CMPI_uint32, "u32"}};
-    for (const auto &row : names)
-        if (row.type == type)
-            return row.name;
-    return "type " + std::to_string(type);
+    return type == CMPI_uint16   ? "u16"
+           : type == CMPI_sint16 ? "s16"
+           : type == CMPI_uint32 ? "u32"
+                                 : "type " + std::to_string(type);
 }
 
 } // namespace
@@ -60,12 +52,6 @@ std::string showInstances(const Reply &reply) {
 std::string showStatus(const Reply &reply) {
     const std::string status = std::to_string(reply.rc) + " '" + reply.message + "'";
     return reply.returned ? status + " returned " + show(*reply.returned) : status;
-}
-
-std::string fileContent(const std::string &path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
 }
 
 void ProviderTest::SetUp() {
@@ -136,10 +122,6 @@ std::string ProviderTest::property(const std::string &index, const std::string &
     const Reply reply = get(kFs, {{"Index", text(index)}});
     const Value *value = reply.instances.empty() ? nullptr : reply.instances[0].find(name);
     return value != nullptr ? show(*value) : showStatus(reply);
-}
-
-std::string ProviderTest::savePath() {
-    return agentPath("data/oxtfssave.dat");
 }
 
 long long ProviderTest::saved(std::size_t offset, std::size_t width) {

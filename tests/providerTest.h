@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "agentDirectory.h"
 #include "fakeSystem.h"
 #include "oxtHost.h"
 
@@ -27,8 +28,6 @@ std::string show(const std::vector<oxthost::NamedValue> &values);
 std::string showInstances(const oxthost::Reply &reply);
 // "code 'message'", and what a method returned.
 std::string showStatus(const oxthost::Reply &reply);
-
-std::string fileContent(const std::string &path);
 
 class ProviderTest : public testing::Test {
   protected:
@@ -60,7 +59,6 @@ class ProviderTest : public testing::Test {
     // A number of the save file: little-endian, from the start of the file or of a record of OXT_FileSystem.
     static long long saved(std::size_t offset, std::size_t width);
     static long long savedOf(std::size_t position, std::size_t offset, std::size_t width);
-    static std::string savePath();
     // A save file without file systems, with this monitoring cycle.
     static void saveCycle(unsigned seconds);
 

@@ -3,10 +3,8 @@
 #ifndef OXT_ROOM_H
 #define OXT_ROOM_H
 
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -95,13 +93,6 @@ class Room : public testing::Test {
             dirs.emplace_back(stored(i)._root);
         return dirs;
     }
-    static std::string savePath() { return agentPath("data/oxtfssave.dat"); }
-    static std::string readFile(const std::string &path) {
-        std::ostringstream content;
-        content << std::ifstream(path, std::ios::binary).rdbuf();
-        return content.str();
-    }
-
     FakeSystem system;
     TraceLog trace;
     std::shared_ptr<oxthost::Broker> broker;

@@ -14,8 +14,6 @@
 
 #include <unistd.h>
 
-#include "agentDirectory.h"
-
 using namespace oxthost;
 
 namespace {
@@ -190,24 +188,19 @@ class LongLife : public ProviderTest {
     }
     void request(int number) {
         const std::string value = std::to_string(10 + number % 50);
-        switch (number % 5) {
-        case 0:
-            EXPECT_TRUE(enumerate(kFs).ok());
-            break;
-        case 1:
-            EXPECT_TRUE(get(kFs, {{"Index", text("1")}}).ok());
-            break;
-        case 2:
-            EXPECT_TRUE(
-                call(kFs, "SetWarningThreshold", {{"Index", text("1")}, {"WarningThreshold", text(value)}}).ok());
-            break;
-        case 3:
-            EXPECT_TRUE(get(kTotal).ok());
-            break;
-        case 4:
-            EXPECT_TRUE(call(kConfig, "SetMonitorCycle", {{"MonitorCycle", text(value)}}).ok());
-            break;
-        }
+        const std::function<Reply()> all[] = {
+            [&] { return enumerate(kFs); },
+            [&] {
+                return get(kFs, {{"Index", text("1")}});
+            },
+            [&] {
+                return call(kFs, "SetWarningThreshold", {{"Index", text("1")}, {"WarningThreshold", text(value)}});
+            },
+            [&] { return get(kTotal); },
+            [&] {
+                return call(kConfig, "SetMonitorCycle", {{"MonitorCycle", text(value)}});
+            }};
+        EXPECT_TRUE(all[number % 5]().ok());
     }
     // Lives of 250 requests each, from a start to a stop or a clean-up, with mounts that come and go.
     void live(ServiceMode mode) {

@@ -15,8 +15,6 @@
 
 #include <sys/shm.h>
 
-#include "agentDirectory.h"
-
 using namespace oxthost;
 
 namespace {

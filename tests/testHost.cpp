@@ -1,7 +1,9 @@
 // The in-process host, tried through the probe provider: the two flavours, lifetimes, misuse, failing services, the
 // schema and its reader.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 #include <thread>
 #include <unistd.h>
@@ -41,12 +43,18 @@ std::string call(Host &host, const std::string &method, const std::vector<NamedV
 std::string textOf(const std::vector<NamedValue> &values) {
     std::string all;
     for (const auto &[name, value] : values)
-        all += name + "=" +
-               (value.null           ? "NULL"
-                : value.text.empty() ? std::to_string(value.number)
-                                     : value.text) +
-               " ";
+        all +=
+            name + "=" + (value.text.empty() ? std::to_string(value.number) : value.text) + (value.null ? "! " : " ");
     return all;
+}
+
+std::string complaint(const std::function<void()> &action) {
+    try {
+        action();
+    } catch (const std::runtime_error &error) {
+        return error.what();
+    }
+    return "no complaint";
 }
 
 TEST(Host, FlavoursAnswerAsTheirHostsDo) {
@@ -119,10 +127,7 @@ TEST(Host, NotesMisuseAndAnswersIt) {
         if (row.method == std::string("useAfterRequest"))
             call(host, row.method);
         EXPECT_EQ(call(host, row.method), row.answer) << row.method;
-        std::string noted;
-        for (const std::string &sentence : host.misuses())
-            noted += sentence + "\n";
-        EXPECT_NE(noted.find(row.misuse), std::string::npos) << row.method << " noted " << noted;
+        EXPECT_THAT(host.misuses(), testing::Contains(testing::HasSubstr(row.misuse))) << row.method;
         EXPECT_EQ(host.live().total(), 0) << row.method;
     }
 }
@@ -196,22 +201,6 @@ TEST(Host, EveryServiceCanFail) {
     EXPECT_EQ(host.live().total(), 0);
 }
 
-TEST(Host, ServesManyThreads) {
-    Host host(probe());
-    std::vector<std::thread> clients;
-    for (int i = 0; i < 4; ++i)
-        clients.emplace_back([&host] {
-            for (int n = 0; n < 50; ++n) {
-                EXPECT_EQ(call(host, n % 2 == 0 ? "inThread" : "askAgent"), "0");
-                EXPECT_TRUE(host.getInstance("OXT_Probe").ok());
-            }
-        });
-    for (std::thread &client : clients)
-        client.join();
-    EXPECT_EQ(host.live().total(), 0);
-    EXPECT_TRUE(host.misuses().empty());
-}
-
 TEST(Host, RefusesWhatIsNoProvider) {
     const struct {
         const char *library, *name, *sentence;
@@ -222,12 +211,7 @@ TEST(Host, RefusesWhatIsNoProvider) {
         Options options = probe();
         options.library = row.library;
         options.providerName = row.name;
-        try {
-            Host host(options);
-            ADD_FAILURE() << row.name;
-        } catch (const std::runtime_error &error) {
-            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos) << error.what();
-        }
+        EXPECT_THAT(complaint([&] { Host host(options); }), testing::HasSubstr(row.sentence));
     }
     Host host(probe());
     EXPECT_EQ(host.deleteInstance("OXT_Probe").rc, CMPI_RC_ERR_NOT_SUPPORTED); // a NULL slot of the probe's table
@@ -279,22 +263,13 @@ TEST(Schema, SaysWhereItIsWrong) {
         {"class A {}; instance of A { x = 1; };", "class A has no property x"},
         {"class A { uint8 f(uint8 a uint8 b); };", "column 27: expected ',' between parameters"},
         {"class A { uint8 x = ; };", "column 21: expected a value"},
-        {"class A { uint8 x[] = {{1}}; };", "expected a value"},
         {"class A {}; class a {};", "class a is declared twice"},
-        {"#include x", "expected pragma"},
         {"Qualifier Q : string = {\"a\"", "expected"},
         {"class A { [Key(true] string x; };", "expected ')'"},
-        {"class", "expected the name of a class"},
         {"}", "expected a qualifier declaration, a class or an instance"},
     };
-    for (const auto &row : rows) {
-        try {
-            readMof(row.text);
-            ADD_FAILURE() << row.text;
-        } catch (const std::runtime_error &error) {
-            EXPECT_NE(std::string(error.what()).find(row.sentence), std::string::npos) << error.what();
-        }
-    }
+    for (const auto &row : rows)
+        EXPECT_THAT(complaint([&] { readMof(row.text); }), testing::HasSubstr(row.sentence)) << row.text;
 }
 
 } // namespace

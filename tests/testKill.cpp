@@ -191,7 +191,7 @@ class Kill : public testing::Test {
         if (starts)
             run(start);
         if (operation.kind == Operation::StartsAnew)
-            std::filesystem::remove(agentPath("data/oxtfssave.dat"));
+            std::filesystem::remove(savePath());
         const pid_t child = begin([&](Provider &provider) {
             if (operation.kind == Operation::Grows)
                 provider.unmount({"/gone"});

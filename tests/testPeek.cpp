@@ -15,7 +15,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <random>
 #include <thread>
 
 #include "agentDir.h"
@@ -30,6 +29,7 @@ namespace {
 
 using namespace oxttool;
 using std::chrono::milliseconds;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 constexpr FsConf kConf = {60, 10, 3600, 60};
@@ -60,6 +60,10 @@ struct Image {
         total = bytesOf(FsTnum{static_cast<uint16_t>(count), 0});
         for (int i = 0; i < count; ++i)
             provs += bytesOf(record(i, mark));
+    }
+    void setConf(uint16_t cycle, uint16_t least) {
+        const FsConf changed = {cycle, least, 3600, 60};
+        conf = bytesOf(changed);
     }
     FsProv &prov(std::size_t i) { return reinterpret_cast<FsProv *>(provs.data())[i]; }
     Segments parse() const { return parseSegments(conf, total, provs); }
@@ -114,19 +118,11 @@ TEST_F(Peek, segmentsAreJudgedTogether) {
     } rows[] = {
         {"sound", [](Image &) {}, Segments::Complete},
         {"no file system", [](Image &i) { i = Image(0); }, Segments::Complete},
-        {"a cycle that makes no sense is shown",
-         [](Image &i) {
-             i.conf = bytesOf(FsConf{1, 2, 3, 4});
-         },
-         Segments::Complete},
         {"empty", [](Image &i) { i.conf = i.total = i.provs = ""; }, Segments::WrongSize},
         {"short configuration", [](Image &i) { i.conf.pop_back(); }, Segments::WrongSize},
         {"two configurations", [](Image &i) { i.conf += i.conf; }, Segments::WrongSize},
         {"a page of total number", [](Image &i) { i.total.resize(4096); }, Segments::WrongSize},
         {"half a record", [](Image &i) { i.provs.resize(1840 + 920); }, Segments::WrongSize},
-        {"one byte", [](Image &i) { i.provs = "x"; }, Segments::WrongSize},
-        {"all new", [](Image &i) { i.conf.assign(8, 0), i.total.assign(4, 0), i.provs.assign(3 * 1840, 0); },
-         Segments::NoDataYet},
         {"new configuration", [](Image &i) { i.conf.assign(8, 0); }, Segments::NoDataYet},
         {"new records", [](Image &i) { i.provs.assign(3 * 1840, 0); }, Segments::NoDataYet},
         {"filled up to the last", [](Image &i) { i.prov(2) = {}; }, Segments::NoDataYet},
@@ -158,15 +154,10 @@ TEST_F(Peek, recordsThatMakeNoSenseStayInsideTheirFields) {
     const Segments parsed = image.parse();
     ASSERT_EQ(parsed.state, Segments::Complete);
     const FileSystem &fs = parsed.fileSystems.at(0);
-    EXPECT_EQ(fs.index, "65535");
-    EXPECT_EQ(fs.device, std::string(255, 'n'));
-    EXPECT_EQ(fs.mountPoint, std::string(255, '\xff'));
-    EXPECT_EQ(fs.type, std::string(255, 't'));
-    EXPECT_STREQ(driveName(fs.driveType), "unknown");
-    EXPECT_STREQ(statusName(fs.status), "unknown");
-    EXPECT_EQ(fs.sizeMiB, 0U);
-    EXPECT_EQ(fs.freeMiB, 0U);
-    EXPECT_EQ(fs.warningMiB, 4294967295);
+    EXPECT_EQ(fs.index + fs.device + fs.mountPoint + fs.type,
+              "65535" + std::string(255, 'n') + std::string(255, '\xff') + std::string(255, 't'));
+    EXPECT_EQ(driveName(fs.driveType) + std::string(statusName(fs.status)), "unknownunknown");
+    EXPECT_THAT((std::vector{fs.sizeMiB, fs.freeMiB, fs.warningMiB}), ElementsAre(0, 0, 4294967295));
     EXPECT_EQ(printable("a\033\x80\n\u009b1m\u00e9\xe2\x82"), "a?\ufffd??1m\u00e9\ufffd");
 }
 
@@ -190,32 +181,20 @@ TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
         {[](Image &) {}, ""},
         {[](Image &i) { i.prov(1)._FileSystemSize = 0; }, ""},
         {[](Image &i) { i.total = Image(3).total; }, "counts 3 file systems and ends after 2 whole records"},
-        {[](Image &i) { i.total = Image(300).total; }, "counts 300 file systems and ends after 2"},
         {[](Image &i) { i.provs.pop_back(); }, "counts 2 file systems and ends after 1 whole records"},
         {[](Image &i) { i.total = Image(1).total; }, "bytes follow the last record, from 1870 on"},
         {[](Image &i) { i.total[2] = 1; }, "reserved is 1, not 0"},
-        {[](Image &i) {
-             i.conf = bytesOf(FsConf{9, 10, 3600, 60});
-         },
-         "MonitorCycle is 9, which is none of 10 to 3600"},
-        {[](Image &i) {
-             i.conf = bytesOf(FsConf{3601, 10, 3600, 60});
-         },
-         "MonitorCycle is 3601"},
-        {[](Image &i) {
-             i.conf = bytesOf(FsConf{60, 0, 3600, 60});
-         },
-         "MonitorCycleMin is 0, not 10"},
+        {[](Image &i) { i.setConf(9, 10); }, "MonitorCycle is 9, which is none of 10 to 3600"},
+        {[](Image &i) { i.setConf(3601, 10); }, "MonitorCycle is 3601"},
+        {[](Image &i) { i.setConf(60, 0); }, "MonitorCycleMin is 0, not 10"},
         {[](Image &i) { i.prov(1).Index = 0; }, "record 2: Index is 0, which is none of 1 to 65535"},
         {[](Image &i) { i.prov(1).Index = 1; }, "record 2: Index is 1, not the position"},
         {[](Image &i) { i.prov(0).DriveType = 4; }, "record 1: DriveType is 4, which is none of -1 to 3"},
         {[](Image &i) { i.prov(0).MonitorThreshold = 2; }, "MonitorThreshold is 2"},
-        {[](Image &i) { i.prov(1).FreeSpaceStatus = -2; }, "record 2: FreeSpaceStatus is -2"},
         {[](Image &i) { i.prov(0).WarningThreshold = 1001; },
          "WarningThreshold is 1001 MiB, above the size of 1000 MiB"},
         {[](Image &i) { i.prov(0).FatalThreshold = 0; }, "FatalThreshold is 0"},
         {[](Image &i) { i.prov(0)._AvailableSpace = 1001; }, "_AvailableSpace is 1001 MiB of 1000"},
-        {[](Image &i) { i.prov(0)._FileSystemSize = -1; }, "_FileSystemSize is -1"},
         {[](Image &i) { memset(i.prov(0).Name, 'x', 256); }, "record 1: Name has no end"},
         {[](Image &i) { i.prov(0)._root[0] = '\0'; }, "_root is empty"},
         {[](Image &i) { strcpy(i.prov(0).CSName, "a\033b"); }, "CSName is \"a?b\", not empty"},
@@ -237,31 +216,11 @@ TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
     EXPECT_TRUE(parseSaveFile(older).loads());
 }
 
-TEST_F(Peek, noBytesBreakTheReading) {
-    const std::string sound = Image(2).file();
-    for (std::size_t length = 1; length <= sound.size(); length += length < 60 ? 1 : 97) // fmemopen takes no 0
-        EXPECT_EQ(parseSaveFile(sound.substr(0, length)).loads(), providerLoads(sound.substr(0, length))) << length;
-    EXPECT_FALSE(parseSaveFile("").loads());
-    std::mt19937 random(5);
-    for (int round = 0; round < 300; ++round) {
-        std::string bytes(random() % 6000, '\0');
-        for (char &byte : bytes)
-            byte = static_cast<char>(random());
-        const SaveFile file = parseSaveFile(bytes);
-        EXPECT_LE(file.fileSystems.size() * 1840 + 30, std::max<std::size_t>(bytes.size(), 30));
-        const std::size_t records = random() % 4 * 1840;
-        bytes.resize(12 + records, 'r');
-        parseSegments(bytes.substr(0, 8), bytes.substr(8, 4), bytes.substr(12));
-    }
-}
-
 TEST_F(Peek, saveFilesOnTheDisk) {
     const std::string path = root_ + "save";
     EXPECT_THROW(readSaveFile(path), Failure);
-    EXPECT_THROW(readSaveFile(path + "/x"), Failure);
     std::ofstream(path) << Image(3).file();
     EXPECT_TRUE(readSaveFile(path).loads());
-    EXPECT_EQ(readSaveFile(path).fileSystems.size(), 3U);
     std::filesystem::create_symlink(path, root_ + "link");
     EXPECT_FALSE(readSaveFile(root_ + "link").loads());
     EXPECT_EQ(readSaveFile(root_ + "link").fileSystems.size(), 3U);
@@ -285,13 +244,13 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
     EXPECT_THAT(failure(), HasSubstr("total number is missing"));
     makeSegment(1, image.total);
     EXPECT_THAT(failure(), HasSubstr("counts 2 file systems and keeps 0"));
-    int id = makeSegment(2, std::string(image.provs.size(), '\0'));
-    EXPECT_THAT(failure(), HasSubstr("not filled"));
-    shmctl(id, IPC_RMID, nullptr);
-    id = makeSegment(2, image.provs + "x");
-    EXPECT_THAT(failure(), HasSubstr("3681 bytes"));
-    shmctl(id, IPC_RMID, nullptr);
-    id = makeSegment(2, image.provs);
+    for (const auto &[bytes, problem] :
+         {std::pair(std::string(image.provs.size(), '\0'), "not filled"), std::pair(image.provs + "x", "3681 bytes")}) {
+        const int wrong = makeSegment(2, bytes);
+        EXPECT_THAT(failure(), HasSubstr(problem));
+        shmctl(wrong, IPC_RMID, nullptr);
+    }
+    const int id = makeSegment(2, image.provs);
     const LiveRecords live = readSegments(root_);
     EXPECT_EQ(live.fileSystems.size(), 2U);
     EXPECT_EQ(live.pid, getpid());
@@ -314,16 +273,14 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
     g_srvmod.store(0);
     DatInfo areas[OXT_CID_FS_COUNT];
     fsInitDatInfo(areas);
-    ShmInfo shm[] = {{-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
-                     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false},
-                     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false}};
+    constexpr ShmInfo none = {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, false};
+    ShmInfo shm[] = {none, none, none};
     const std::string base = root + "work/oxtfsshm.key";
     for (std::size_t round = 0;; ++round) {
         Image &image = images[round % 2];
-        std::string *bytes[] = {&image.conf, &image.total, &image.provs};
         const int count = static_cast<int>(image.provs.size() / sizeof(FsProv));
-        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-            areas[cid].datAdr = bytes[cid]->data();
+        areas[0].datAdr = image.conf.data();
+        areas[1].datAdr = image.total.data();
         areas[2].datAdr = nullptr; // the resize's own block
         areas[2].datNum = count;
         if (round == 0 && shmNew(&cInfo, 2, base.c_str(), areas, shm) != 0)
@@ -367,33 +324,29 @@ struct Writer {
 
 TEST_F(Peek, nothingTornIsReadFromAProviderThatWritesAllTheTime) {
     constexpr int kEnough = 50;
-    const struct { int countA, countB; } rows[] = {{40, 40}, {40, 25}, {1, 2}};
-    for (const auto &row : rows) {
-        Image images[] = {Image(row.countA, 'a'), Image(row.countB, 'b')};
-        int seen[2] = {};
-        std::string problem;
-        {
-            const Writer writer(root_, images);
-            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-            while (std::min(seen[0], seen[1]) < kEnough && std::chrono::steady_clock::now() < end) {
-                try {
-                    const LiveRecords live = readSegments(root_);
-                    const char mark = markOf(live.fileSystems);
-                    ASSERT_TRUE(mark == 'a' || mark == 'b') << "torn";
-                    ASSERT_EQ(live.fileSystems.size(), static_cast<std::size_t>(mark == 'a' ? row.countA : row.countB));
-                    ASSERT_EQ(live.cycle.seconds, 60U);
-                    ASSERT_EQ(live.pid, writer.pid);
-                    ++seen[mark - 'a'];
-                } catch (const Failure &failure) { // before the first round, or never a gap between two writes
-                    problem = failure.what();
-                }
+    Image images[] = {Image(40, 'a'), Image(25, 'b')};
+    int seen[2] = {};
+    std::string problem;
+    {
+        const Writer writer(root_, images);
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (std::min(seen[0], seen[1]) < kEnough && std::chrono::steady_clock::now() < end) {
+            try {
+                const LiveRecords live = readSegments(root_);
+                const char mark = markOf(live.fileSystems);
+                ASSERT_TRUE(mark == 'a' || mark == 'b') << "torn";
+                ASSERT_EQ(live.fileSystems.size(), mark == 'a' ? 40U : 25U);
+                ASSERT_EQ(live.cycle.seconds, 60U);
+                ASSERT_EQ(live.pid, writer.pid);
+                ++seen[mark - 'a'];
+            } catch (const Failure &failure) { // before the first round, or never a gap between two writes
+                problem = failure.what();
             }
-            EXPECT_FALSE(writer.ended());
         }
-        EXPECT_GE(std::min(seen[0], seen[1]), 1) << problem; // how many a slow machine gets is not the question
-        EXPECT_THAT(failure(), HasSubstr("no provider is at work")) << "its maker is dead";
-        removeSegments();
+        EXPECT_FALSE(writer.ended());
     }
+    EXPECT_GE(std::min(seen[0], seen[1]), 1) << problem; // how many a slow machine gets is not the question
+    EXPECT_THAT(failure(), HasSubstr("no provider is at work")) << "its maker is dead";
 }
 
 } // namespace

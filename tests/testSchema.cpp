@@ -1,26 +1,19 @@
 // The schema beside the provider that it describes: what is declared is what is published and read, by name, type and
 // key; and both registrations name the classes of the schema.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "providerTest.h"
 
-#include <fstream>
+#include <gmock/gmock.h>
+
 #include <map>
 #include <sstream>
 
-#include "agentDirectory.h"
-#include "fakeSystem.h"
-#include "oxtHost.h"
 #include "oxtMof.h"
 
-namespace {
-
-using oxthost::Host;
-using oxthost::Mof;
-using oxthost::NamedValue;
-using oxthost::Reply;
-using oxthost::ServiceMode;
+using namespace oxthost;
 using testing::ContainerEq;
 using testing::UnorderedElementsAreArray;
+
+namespace {
 
 const std::map<std::string, CMPIType> kTypes = {{"string", CMPI_string},
                                                 {"uint16", CMPI_uint16},
@@ -30,9 +23,7 @@ const std::map<std::string, CMPIType> kTypes = {{"string", CMPI_string},
 constexpr unsigned long kSizeMiB = 200000; // thresholds beyond 16 bits fit
 
 std::string packaged(const std::string &name) {
-    std::ostringstream text;
-    text << std::ifstream(OXT_TEST_SOURCE_DIR "../packaging/" + name).rdbuf();
-    return text.str();
+    return fileContent(OXT_TEST_SOURCE_DIR "../packaging/" + name);
 }
 
 // What an object manager of that kind has declared when it reads its registration.
@@ -54,27 +45,15 @@ std::vector<std::string> namesOfClasses(const Mof &mof) {
     return names;
 }
 
-class Schema : public testing::Test {
+class Schema : public ProviderTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(emptyAgentDirectory());
+        ProviderTest::SetUp();
         system.addFileSystem("/dev/sda1", 8, "/", "ext4", kSizeMiB, kSizeMiB / 2);
-        load(ServiceMode::off());
-    }
-    void TearDown() override {
-        if (host)
-            host->cleanupInstance(true);
-    }
-    void load(ServiceMode mode) {
-        oxthost::Options options;
-        options.library = OXT_TEST_PROVIDER;
-        options.serviceMode = mode;
-        options.schema = text;
-        host.reset();
-        host = std::make_unique<Host>(options);
+        load();
     }
     // A call as a client makes it that types nothing: the schema decides how each argument arrives.
-    Reply call(const std::string &cls, const oxthost::MofMethod &method, const std::string &without = "") {
+    Reply callAsDeclared(const std::string &cls, const MofMethod &method, const std::string &without = "") {
         std::vector<NamedValue> arguments;
         for (const auto &parameter : method.parameters)
             if (parameter.name != without)
@@ -90,41 +69,29 @@ class Schema : public testing::Test {
         {"WarningThreshold", {"150000", "OXT_FileSystem"}},
         {"FatalThreshold", {"199999", "OXT_FileSystem"}},
         {"MonitorCycle", {"3600", "OXT_FileSystemConfig"}}};
-    const std::string text = packaged("OXT_FileSystem.mof");
-    const Mof mof = oxthost::readMof(text);
-    FakeSystem system;
-    std::unique_ptr<Host> host;
+    const Mof mof = readMof(packaged("OXT_FileSystem.mof"));
 };
 
-TEST_F(Schema, declaresThePropertiesThatArePublished) {
+TEST_F(Schema, declaresThePropertiesThatArePublishedAndTheKeysThatAreRead) {
     ASSERT_FALSE(mof.classes.empty());
     for (const auto &cls : mof.classes) {
         SCOPED_TRACE(cls.name);
         std::map<std::string, CMPIType> declared, published;
+        std::vector<NamedValue> keys;
         for (const auto &property : cls.properties) {
             declared[property.name] = kTypes.at(property.type);
+            if (property.isKey)
+                keys.emplace_back(property.name, Value::string("1"));
         }
         const Reply reply = host->enumInstances(cls.name);
-        ASSERT_TRUE(reply.ok()) << reply.message;
-        ASSERT_EQ(reply.instances.size(), 1u);
+        ASSERT_EQ(reply.instances.size(), 1u) << reply.message;
         for (const auto &[name, value] : reply.instances[0].properties)
             published[name] = value.type;
         EXPECT_THAT(published, ContainerEq(declared));
-    }
-}
-
-TEST_F(Schema, declaresTheKeysThatAreRead) {
-    for (const auto &cls : mof.classes) {
-        SCOPED_TRACE(cls.name);
-        std::vector<NamedValue> keys;
-        for (const auto &property : cls.properties)
-            if (property.isKey)
-                keys.emplace_back(property.name, oxthost::Value::string("1"));
         EXPECT_TRUE(host->getInstance(cls.name, keys).ok());
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            std::vector<NamedValue> others = keys;
-            others.erase(others.begin() + static_cast<std::ptrdiff_t>(i));
-            EXPECT_EQ(host->getInstance(cls.name, others).message, "getKeyIndex() FAILED") << keys[i].first;
+        EXPECT_LE(keys.size(), 1u);
+        if (!keys.empty()) {
+            EXPECT_EQ(host->getInstance(cls.name).message, "getKeyIndex() FAILED");
         }
     }
 }
@@ -136,10 +103,10 @@ TEST_F(Schema, declaresTheParametersThatAreRead) {
             for (const auto &parameter : method.parameters) {
                 SCOPED_TRACE(cls.name + "." + method.name + "(" + parameter.name + ")");
                 EXPECT_TRUE(parameter.in && !parameter.out);
-                const Reply without = call(cls.name, method, parameter.name);
+                const Reply without = callAsDeclared(cls.name, method, parameter.name);
                 EXPECT_EQ(without.rc, CMPI_RC_ERR_FAILED);
                 EXPECT_EQ(without.message, "getArgToInt(" + parameter.name + ") FAILED");
-                const Reply with = call(cls.name, method);
+                const Reply with = callAsDeclared(cls.name, method);
                 EXPECT_TRUE(with.ok()) << with.message;
                 EXPECT_FALSE(with.returned) << "these methods answer by their status";
                 const auto &[value, shownBy] = kArguments.at(parameter.name);
@@ -154,13 +121,13 @@ TEST_F(Schema, declaresTheParametersThatAreRead) {
 }
 
 TEST_F(Schema, declaresWhatTheMethodsOfTheThreadReturn) {
-    host->cleanupInstance(true);
+    cleanUp(true);
     load(ServiceMode::on());
     const auto *cls = mof.findClass("OXT_FileSystemThread");
     ASSERT_TRUE(cls);
     ASSERT_EQ(cls->methods.size(), 2u);
     for (const auto &method : cls->methods) { // the schema has Start before Stop
-        const Reply reply = call(cls->name, method);
+        const Reply reply = callAsDeclared(cls->name, method);
         ASSERT_TRUE(reply.returned) << method.name;
         EXPECT_EQ(reply.returned->type, kTypes.at(method.returnType)) << method.name;
         EXPECT_EQ(reply.returned->number, 0) << method.name << ": " << reply.message;
@@ -175,7 +142,7 @@ TEST_F(Schema, isWhatBothRegistrationsName) {
             sections.push_back(line.substr(1, line.size() - 2));
     EXPECT_THAT(sections, UnorderedElementsAreArray(namesOfClasses(mof)));
 
-    const Mof pegasus = oxthost::readMof(kPegasusClasses + packaged("pegasus/OXT_FileSystemRegistration.mof"));
+    const Mof pegasus = readMof(kPegasusClasses + packaged("pegasus/OXT_FileSystemRegistration.mof"));
     for (const auto &instance : pegasus.instances)
         for (const auto &[name, value] : instance.values)
             if (name == "ClassName")
@@ -185,7 +152,7 @@ TEST_F(Schema, isWhatBothRegistrationsName) {
 
 // An object manager finds the instance by a path without keys only when its class has one.
 TEST_F(Schema, ofTheAgentAnswersForTheServiceMode) {
-    const Mof agent = oxthost::readMof(packaged("OXT_GeneralInformation.mof"));
+    const Mof agent = readMof(packaged("OXT_GeneralInformation.mof"));
     const auto *mode = agent.findProperty("OXT_GeneralInformation", "InstalledServiceMode");
     ASSERT_TRUE(mode);
     EXPECT_EQ(kTypes.at(mode->type), CMPI_boolean);

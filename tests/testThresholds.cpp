@@ -21,12 +21,6 @@ class Thresholds : public ProviderTest {
     std::string everything() { return showInstances(enumerate(kConfig)) + showInstances(enumerate(kFs)); }
 };
 
-struct Refused {
-    const char *cls, *method;
-    Args args;
-    const char *status;
-};
-
 Args index(const std::string &value) {
     return {{"Index", text(value)}};
 }
@@ -41,93 +35,59 @@ constexpr char kSetMonitor[] = "SetMonitorThreshold", kSetWarning[] = "SetWarnin
                kSetFatal[] = "SetFatalThreshold", kMonitor[] = "MonitorThreshold", kWarning[] = "WarningThreshold",
                kFatal[] = "FatalThreshold", kCycle[] = "MonitorCycle", kSetCycle[] = "SetMonitorCycle";
 
-constexpr char kNoIndex[] = "1 'getArgToInt(Index) FAILED'", kNoMonitor[] = "1 'getArgToInt(MonitorThreshold) FAILED'",
-               kBadMonitor[] = "1 'SetValue(MonitorThreshold) FAILED'",
-               kNoWarning[] = "1 'getArgToInt(WarningThreshold) FAILED'",
-               kBadWarning[] = "1 'SetValue(WarningThreshold) FAILED'",
-               kNoFatal[] = "1 'getArgToInt(FatalThreshold) FAILED'",
-               kBadFatal[] = "1 'SetValue(FatalThreshold) FAILED'", kNoCycle[] = "1 'getArgToInt(MonitorCycle) FAILED'",
-               kBadCycle[] = "1 'SetValue(MonitorCycle) FAILED'", kNotFixed[] = "1 'DriveType not Fixed FAILED'",
-               kSmall[] = "1 'FileSystemSize less 100MB FAILED'", kUnknown[] = "4 'NotFound Index'",
-               kGeneric[] = "1 'Generic Failure!!'";
-
-const Refused kRefused[] = {
-    {kConfig, kSetCycle, {{kCycle, text("9")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_uint16, 9)}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, text("3601")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_uint16, 3601)}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_uint16, 40000)}}, kBadCycle}, // negative as a signed 16-bit number
-    {kConfig, kSetCycle, {{kCycle, text("65566")}}, kBadCycle},              // its low 16 bits are 30
-    {kConfig, kSetCycle, {{kCycle, text("4294967326")}}, kBadCycle},         // its low 32 bits are 30
-    {kConfig, kSetCycle, {{kCycle, text("-4294967266")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, text("0")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, text("-2")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, text("")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, text("a minute")}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_boolean, 1)}}, kBadCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_uint64, 1LL << 32)}}, kBadCycle}, // its low 16 bits are 0
-    {kConfig, kSetCycle, {{kCycle, text("-1")}}, kNoCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_sint16, -1)}}, kNoCycle},
-    {kConfig, kSetCycle, {{kCycle, number(CMPI_uint16, 0)}}, kNoCycle},
-    {kConfig, kSetCycle, {{kCycle, Value::nullOf(CMPI_uint16)}}, kNoCycle},
-    {kConfig, kSetCycle, {{kCycle, Value::nullOf(CMPI_string)}}, kNoCycle},
-    {kConfig, kSetCycle, {{"Cycle", text("30")}}, kNoCycle},
-    {kConfig, kSetCycle, {}, kNoCycle},
-    {kConfig, "setmonitorcycle", {{kCycle, text("30")}}, kGeneric},
-    {kConfig, kSetWarning, setting(kWarning, "30"), kGeneric},
-    {kConfig, "", {{kCycle, text("30")}}, kGeneric},
-    {kTotal, kSetCycle, {{kCycle, text("30")}}, kGeneric},
-    {kFs, kSetCycle, {{kCycle, text("30")}, {"Index", text("1")}}, kGeneric},
-    {kFs, "setwarningthreshold", setting(kWarning, "30"), kGeneric},
-    {kFs, "SetWarningThresholds", setting(kWarning, "30"), kGeneric},
-    {kFs, kSetWarning, {{kWarning, text("30")}}, kNoIndex},
-    {kFs, kSetWarning, setting(kWarning, "30", "0"), kNoIndex},
-    {kFs, kSetWarning, setting(kWarning, "30", "-1"), kNoIndex},
-    {kFs, kSetWarning, setting(kWarning, "30", "-65535"), kNoIndex}, // a setting's index is not cut to 16 bits
-    {kFs, kSetWarning, setting(kWarning, "30", "root"), kNoIndex},
-    {kFs, kSetWarning, {{"Index", number(CMPI_uint16, 0)}, {kWarning, text("30")}}, kNoIndex},
-    {kFs, kSetWarning, {{"Index", number(CMPI_uint16, 65535)}, {kWarning, text("30")}}, kNoIndex},
-    {kFs, kSetWarning, setting(kWarning, "30", "9"), kUnknown},
-    {kFs, kSetWarning, setting(kWarning, "30", "65537"), kUnknown},
-    {kFs, kSetWarning, setting(kWarning, "30", "4294967297"), kUnknown},
-    {kFs, kSetMonitor, index("9"), kUnknown},
-    {kFs, kSetMonitor, index("4"), kNotFixed},
-    {kFs, kSetWarning, setting(kWarning, "1", "5"), kNotFixed},
-    {kFs, kSetFatal, setting(kFatal, "1", "6"), kNotFixed},
-    {kFs, kSetFatal, setting(kFatal, "1", "7"), kNotFixed},
-    {kFs, kSetMonitor, setting(kMonitor, "1", "2"), kSmall},
-    {kFs, kSetWarning, index("2"), kSmall},
-    {kFs, kSetMonitor, index("1"), kNoMonitor},
-    {kFs, kSetMonitor, setting(kMonitor, "-1"), kNoMonitor},
-    {kFs, kSetMonitor, setting(kMonitor, number(CMPI_uint16, 0)), kNoMonitor}, // off is sent as text
-    {kFs, kSetMonitor, setting(kMonitor, "2"), kBadMonitor},
-    {kFs, kSetMonitor, setting(kMonitor, "-2"), kBadMonitor},
-    {kFs, kSetMonitor, setting(kMonitor, "65536"), kBadMonitor},
-    {kFs, kSetWarning, index("3"), kNoWarning},
-    {kFs, kSetWarning, setting(kWarning, "-1", "3"), kNoWarning},
-    {kFs, kSetWarning, setting(kWarning, Value::nullOf(CMPI_string), "3"), kNoWarning},
-    {kFs, kSetWarning, setting(kWarning, "0", "3"), kBadWarning},
-    {kFs, kSetWarning, setting(kWarning, "", "3"), kBadWarning},
-    {kFs, kSetWarning, setting(kWarning, "101", "3"), kBadWarning},
-    {kFs, kSetWarning, setting(kWarning, "-2", "3"), kBadWarning},
-    {kFs, kSetWarning, setting(kWarning, "4294967396", "3"), kBadWarning}, // its low 32 bits are 100
-    {kFs, kSetWarning, setting(kWarning, "2147483648", "3"), kBadWarning},
-    {kFs, kSetWarning, setting(kWarning, number(CMPI_uint32, 32768)), kBadWarning},
-    {kFs, kSetFatal, index("3"), kNoFatal},
-    {kFs, kSetFatal, setting(kFatal, number(CMPI_sint16, -1), "3"), kNoFatal},
-    {kFs, kSetFatal, setting(kFatal, "0", "3"), kBadFatal},
-    {kFs, kSetFatal, setting(kFatal, "101", "3"), kBadFatal},
-    {kFs, kSetFatal, setting(kFatal, "18446744073709551617", "3"), kBadFatal},
-};
-
 TEST_F(Thresholds, ARefusalLeavesEverythingAsItWas) {
     const std::string before = everything(), file = fileContent(savePath());
-    for (const Refused &row : kRefused) {
-        const Reply reply = call(row.cls, row.method, row.args);
-        EXPECT_EQ(showStatus(reply), row.status) << row.method << " " << show(row.args);
-        EXPECT_TRUE(reply.done) << row.method;
-        EXPECT_EQ(fileContent(savePath()), file) << row.method << " " << show(row.args);
-    }
+    // Each of the values alone, as the argument of that name beside the others.
+    const auto refused = [&](const std::string &status, const char *cls, const char *method, const Args &others,
+                             const char *name, const std::vector<Value> &values) {
+        for (const Value &value : values) {
+            Args args = others;
+            args.emplace_back(name, value);
+            const Reply reply = call(cls, method, args);
+            EXPECT_EQ(showStatus(reply), status) << method << " " << show(args);
+            EXPECT_TRUE(reply.done) << method;
+            EXPECT_EQ(fileContent(savePath()), file) << method << " " << show(args);
+        }
+    };
+    const auto missing = [](const char *name) { return "1 'getArgToInt(" + std::string(name) + ") FAILED'"; };
+    const auto bad = [](const char *name) { return "1 'SetValue(" + std::string(name) + ") FAILED'"; };
+    const auto n = [](long long value) { return number(CMPI_uint16, value); };
+    const Value null = Value::nullOf(CMPI_string), minusOne = number(CMPI_sint16, -1);
+    const Args first = index("1"), third = index("3"), thirty = {{kWarning, text("30")}}; // 10000 and 100 MiB
+    const char generic[] = "1 'Generic Failure!!'", notFixed[] = "1 'DriveType not Fixed FAILED'",
+               small[] = "1 'FileSystemSize less 100MB FAILED'";
+
+    // Numbers are not cut to 16 or 32 bits: 65566 and 4294967326 would be 30, and 40000 negative.
+    refused(bad(kCycle), kConfig, kSetCycle, {}, kCycle,
+            {text("9"), n(3601), n(40000), text("65566"), text("4294967326"), text("0"), text("a minute"),
+             number(CMPI_boolean, 1), number(CMPI_uint64, 1LL << 32)});
+    refused(missing(kCycle), kConfig, kSetCycle, {}, kCycle,
+            {text("-1"), minusOne, n(0), Value::nullOf(CMPI_uint16), null});
+    refused(missing(kCycle), kConfig, kSetCycle, {}, "Cycle", {text("30")});
+    refused(generic, kConfig, "setmonitorcycle", {}, kCycle, {text("30")});
+    refused(generic, kConfig, kSetWarning, first, kWarning, {text("30")});
+    refused(generic, kTotal, kSetCycle, {}, kCycle, {text("30")});
+    refused(generic, kFs, kSetCycle, first, kCycle, {text("30")});
+    refused(generic, kFs, "setwarningthreshold", first, kWarning, {text("30")});
+    refused(missing("Index"), kFs, kSetWarning, {}, kWarning, {text("30")});
+    refused(missing("Index"), kFs, kSetWarning, thirty, "Index",
+            {text("0"), text("-1"), text("-65535"), text("root"), n(0), n(65535)});
+    refused("4 'NotFound Index'", kFs, kSetWarning, thirty, "Index", {text("9"), text("65537"), text("4294967297")});
+    // The drive is judged before the size, and both before the value.
+    refused(notFixed, kFs, kSetMonitor, {}, "Index", {text("4"), text("7")});
+    refused(notFixed, kFs, kSetWarning, thirty, "Index", {text("5")});
+    refused(notFixed, kFs, kSetFatal, {}, "Index", {text("6")});
+    refused(small, kFs, kSetMonitor, {{kMonitor, text("1")}}, "Index", {text("2")});
+    refused(small, kFs, kSetWarning, {}, "Index", {text("2")});
+    refused(missing(kMonitor), kFs, kSetMonitor, {}, "Index", {text("1")});
+    refused(missing(kMonitor), kFs, kSetMonitor, first, kMonitor, {text("-1"), n(0)}); // off is sent as text
+    refused(bad(kMonitor), kFs, kSetMonitor, first, kMonitor, {text("2"), text("-2"), text("65536")});
+    refused(missing(kWarning), kFs, kSetWarning, {}, "Index", {text("3")});
+    refused(missing(kWarning), kFs, kSetWarning, third, kWarning, {text("-1"), null});
+    refused(bad(kWarning), kFs, kSetWarning, third, kWarning,
+            {text("0"), text(""), text("101"), text("-2"), text("4294967396"), text("2147483648"), n(32768)});
+    refused(missing(kFatal), kFs, kSetFatal, third, kFatal, {minusOne, null});
+    refused(bad(kFatal), kFs, kSetFatal, third, kFatal, {text("0"), text("101"), text("18446744073709551617")});
     EXPECT_EQ(everything(), before);
 }
 

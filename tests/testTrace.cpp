@@ -14,11 +14,11 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <regex>
 #include <sched.h>
 #include <set>
 #include <string>
-#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -89,9 +89,8 @@ int writeFromThreads(const char *log, int process, int threads, int lines) {
             }
         });
     }
-    for (std::thread &writer : writers) {
+    for (std::thread &writer : writers)
         writer.join();
-    }
     return 0;
 }
 
@@ -100,9 +99,8 @@ std::map<pid_t, int> inProcesses(int count, const std::function<int(int)> &body)
     std::map<pid_t, int> codes;
     for (int i = 0; i < count; ++i) {
         const pid_t child = fork();
-        if (child == 0) {
+        if (child == 0)
             _exit(body(i));
-        }
         codes[child] = -1;
     }
     for (auto &[child, code] : codes) {
@@ -117,43 +115,34 @@ std::map<pid_t, int> inProcesses(int count, const std::function<int(int)> &body)
 
 class Trace : public testing::Test {
   protected:
-    // The log directory is this test's alone, also when the tests run side by side.
     void SetUp() override {
-        lock_ = open(OXT_AGENT_TEST_DIR "lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        ASSERT_EQ(flock(lock_, LOCK_EX), 0);
         fs::remove_all(kDirectory);
         fs::create_directories(kDirectory);
     }
-    void TearDown() override { close(lock_); }
-
-  private:
-    int lock_ = -1;
 };
 
 TEST_F(Trace, LinesOfManyThreadsAndProcessesStayWhole) {
     traceInto("many.log", 3, "before the forks");
     const auto codes = inProcesses(3, [](int i) { return writeFromThreads("many.log", i, 4, 500); });
     EXPECT_EQ(countWhole(bodiesOf(kDirectory / "many.log")), 3U * 4U * 500U);
-    std::map<int, std::set<int>> threads;
+    std::map<int, std::set<int>> threads; // of each process
     std::ifstream file(kDirectory / "many.log");
-    for (std::string line; std::getline(file, line);) {
-        int process = 0;
-        int thread = 0;
-        ASSERT_EQ(sscanf(line.c_str(), "%*s %d %d", &process, &thread), 2) << line;
+    for (std::string time, rest; file >> time;) {
+        int process = 0, thread = 0;
+        file >> process >> thread;
         threads[process].insert(thread);
+        std::getline(file, rest);
     }
-    for (const auto &[child, code] : codes) {
+    for (const auto &[child, code] : codes)
         EXPECT_EQ(threads[child].size(), 4U);
-    }
     EXPECT_EQ(threads[getpid()], std::set<int>{gettid()});
     EXPECT_EQ(fs::status(kDirectory / "many.log").permissions() & fs::perms(0137), fs::perms::none);
 }
 
 TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
     std::string umlauts;
-    for (int i = 0; i < 3000; ++i) {
+    while (umlauts.size() < 6000)
         umlauts += "\xC3\xBC";
-    }
     const struct {
         std::string text;
         std::string ending; // of the line
@@ -193,21 +182,17 @@ TEST_F(Trace, RefusedNamesLeaveTheSelection) {
                 traceInto(name, 3, name);
             }
             traceInto(nullptr, 3, "null");
-            for (int i = 0; i < 20; ++i) {
+            for (int i = 0; i < 20; ++i)
                 traceInto(std::to_string(i).c_str(), 3, "more names than a process may have");
-            }
         }).join();
         return 0;
     });
     EXPECT_EQ(bodiesOf(kDirectory / longest).size(), 10U);
-    std::size_t files = 0;
-    std::size_t lines = 0;
-    for (const auto &entry : fs::directory_iterator(kDirectory)) {
-        ++files;
-        lines += bodiesOf(entry.path()).size();
-    }
-    EXPECT_LE(files, 8U);
-    EXPECT_EQ(lines, 30U);
+    std::vector<std::size_t> lines; // of each file
+    for (const auto &entry : fs::directory_iterator(kDirectory))
+        lines.push_back(bodiesOf(entry.path()).size());
+    EXPECT_LE(lines.size(), 8U);
+    EXPECT_EQ(std::accumulate(lines.begin(), lines.end(), std::size_t{0}), 30U);
 }
 
 TEST_F(Trace, RotationIsBoundedAndHappensOncePerFullFile) {
@@ -246,12 +231,13 @@ TEST_F(Trace, SettingsAreNoticedWhileRunning) {
                   {"normal = maybe\n= off\nnormal\nnor#mal = off", true},
                   {"\t normal=off\r\n", false},
                   {"normal = off\nnormal = on", true}};
+    std::size_t lines = 0;
     for (const auto &step : kSteps) {
         configure(step.settings);
         traceInto("switch.log", 3, "failure");
-        const std::size_t before = bodiesOf(kDirectory / "switch.log").size();
         traceInto("switch.log", 0, "normal");
-        EXPECT_EQ(bodiesOf(kDirectory / "switch.log").size(), before + (step.normal ? 1 : 0)) << step.settings;
+        lines += step.normal ? 2 : 1;
+        EXPECT_EQ(bodiesOf(kDirectory / "switch.log").size(), lines) << step.settings;
     }
 }
 
@@ -269,19 +255,20 @@ TEST_F(Trace, FollowsWhatBecomesOfTheLog) {
     traceInto("fate.log", 3, "moved");
     EXPECT_EQ(bodiesOf(log), Lines{"test:1 moved"});
 
+    const auto lose = [] {
+        nextSecond();
+        traceInto("fate.log", 3, "lost");
+    };
     fs::remove(log);
     fs::create_symlink(kDirectory / "moved", log); // is not followed
-    nextSecond();
-    traceInto("fate.log", 3, "lost");
+    lose();
     EXPECT_EQ(bodiesOf(kDirectory / "moved"), Lines{"test:1 truncated"});
     fs::remove(log);
     ASSERT_EQ(mkfifo(log.c_str(), 0600), 0); // is not waited for
-    nextSecond();
-    traceInto("fate.log", 3, "lost");
+    lose();
     fs::remove(log);
     fs::rename(kDirectory, aside);
-    nextSecond();
-    traceInto("fate.log", 3, "lost");
+    lose();
     fs::rename(aside, kDirectory);
     nextSecond();
     traceInto("fate.log", 3, "back");
@@ -291,10 +278,8 @@ TEST_F(Trace, FollowsWhatBecomesOfTheLog) {
     const fs::path theirs = kDirectory / "theirs";
     const int file = open(theirs.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     int number = file;
-    for (std::error_code none;
-         number >= 0 && fs::read_symlink("/proc/self/fd/" + std::to_string(number), none) != log;) {
+    for (std::error_code none; number >= 0 && fs::read_symlink("/proc/self/fd/" + std::to_string(number), none) != log;)
         --number;
-    }
     ASSERT_EQ(dup2(file, number), number);
     nextSecond();
     traceInto("fate.log", 3, "ours");
@@ -307,9 +292,8 @@ TEST_F(Trace, FollowsWhatBecomesOfTheLog) {
 TEST_F(Trace, AFullDiskLosesLinesAndTellsHowMany) {
     const auto codes = inProcesses(1, [](int) {
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", kDirectory.c_str(), "tmpfs", 0, "size=64k") != 0) {
+            mount("none", kDirectory.c_str(), "tmpfs", 0, "size=64k") != 0)
             return kSkipped;
-        }
         const fs::path log = kDirectory / "full.log";
         std::ofstream(kDirectory / "filler") << std::string(16384, 'x');
         writeFromThreads("full.log", 0, 2, 1000); // 200 KB
@@ -335,9 +319,8 @@ TEST_F(Trace, AFullDiskLosesLinesAndTellsHowMany) {
         EXPECT_EQ(bodies.back(), "test:1 room again");
         return testing::Test::HasFailure() ? 1 : 0;
     });
-    if (codes.begin()->second == kSkipped) {
+    if (codes.begin()->second == kSkipped)
         GTEST_SKIP() << "needs the right to mount a small file system";
-    }
 }
 
 TEST_F(Trace, NeverTriesToPassTheHostsFileSizeLimit) {

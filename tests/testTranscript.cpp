@@ -1,21 +1,15 @@
 // Whole requests from the client's call to the answer, with the trace log between: compared with tests/golden/*.txt.
 //
-// To regenerate after an intended change, and to read the difference before it is kept:
-//     OXT_UPDATE_GOLDEN=1 ctest -R Transcript && git diff tests/golden
-//
 // In a file, "(function)" begins a function's lines, which are indented by the depth of the calls; "!" marks a line of
 // the failure level. What differs from run to run is replaced by a word: POINTER, KEY (of shared memory), ID, AGENT/.
+#include "golden.h"
 #include "providerTest.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <regex>
 #include <sstream>
 #include <thread>
-
-#include "agentDirectory.h"
 
 using namespace oxthost;
 
@@ -59,21 +53,6 @@ class Transcript : public ProviderTest {
         return all;
     }
 
-    static void compare(const std::string &name, const std::string &transcript) {
-        const std::string path = OXT_TEST_SOURCE_DIR "golden/" + name;
-        if (std::getenv("OXT_UPDATE_GOLDEN") != nullptr)
-            std::ofstream(path, std::ios::binary) << transcript;
-        const std::string golden = fileContent(path);
-        const auto [ours, theirs] = std::mismatch(transcript.begin(), transcript.end(), golden.begin(), golden.end());
-        const auto rest = [](const std::string &text, std::string::const_iterator at) {
-            return text.substr(text.rfind('\n', static_cast<std::size_t>(at - text.begin())) + 1, 300);
-        };
-        EXPECT_TRUE(transcript == golden)
-            << path << " differs in line " << 1 + std::count(transcript.begin(), ours, '\n') << "\n--- expected\n"
-            << rest(golden, theirs) << "\n--- is\n"
-            << rest(transcript, ours);
-    }
-
   private:
     static std::string normal(std::string text) {
         static const std::pair<std::regex, const char *> rules[] = {
@@ -98,12 +77,12 @@ TEST_F(Transcript, FirstRequestAndASetting) {
     const Reply all = enumerate(kFs);
     transcript +=
         "\nEnumInstances OXT_FileSystem\n\n" + trace() + "\nanswers " + showStatus(all) + "\n" + showInstances(all);
-    compare("firstRequest.txt", transcript);
+    expectGolden("firstRequest.txt", transcript);
 
     const Reply set = call(kFs, "SetWarningThreshold", {{"Index", text("1")}, {"WarningThreshold", text("800")}});
     transcript = "InvokeMethod OXT_FileSystem SetWarningThreshold Index='1' WarningThreshold='800'\n\n" + trace() +
                  "\nanswers " + showStatus(set) + "\n";
-    compare("setThreshold.txt", transcript);
+    expectGolden("setThreshold.txt", transcript);
 }
 
 } // namespace

@@ -20,31 +20,26 @@ void setFilePath(const char *) {}
 
 __attribute__((format(printf, 5, 6))) void traceLog(int level, const char *, const char *function, int,
                                                     const char *format, ...) {
-    va_list arguments, again;
+    va_list arguments;
     va_start(arguments, format);
-    va_copy(again, arguments);
-    const int length = vsnprintf(nullptr, 0, format, arguments);
-    std::string text(static_cast<size_t>(std::max(length, 0)), '\0');
-    vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
+    char *text = nullptr;
+    if (vasprintf(&text, format, arguments) < 0)
+        text = nullptr;
     va_end(arguments);
     const std::lock_guard<std::mutex> lock(logMutex);
-    keptLines.push_back({level, function, std::move(text)});
+    keptLines.push_back({level, function, text != nullptr ? text : ""});
+    free(text);
 }
 
 int sendIndication(Info info) {
     SentAlert alert = {info.eventID, info.eventType, info.method, info.sourceName, {}, true};
-    for (int i = 0; i < info.numOfStrings; ++i)
-        alert.strings.emplace_back(info.strings[i]);
-    if (info.strings != nullptr)
+    if (info.strings != nullptr) {
+        alert.strings.assign(info.strings, info.strings + info.numOfStrings);
         alert.closed = info.strings[info.numOfStrings] == nullptr;
+    }
     const std::lock_guard<std::mutex> lock(logMutex);
     keptAlerts.push_back(std::move(alert));
     return answer;
-}
-
-void bind(OxtFuncSlot slot, const void *value) {
-    g_Func[slot].store(value);
 }
 
 } // namespace
@@ -53,11 +48,11 @@ TraceLog::TraceLog() {
     clear();
     answerAlerts(0);
     // Handles that FinishProcess can close: a complete binding is not bound again.
-    bind(OXT_FUNC_TRACE_HANDLE, dlopen(nullptr, RTLD_LAZY));
-    bind(OXT_FUNC_ALERT_HANDLE, dlopen(nullptr, RTLD_LAZY));
-    bind(OXT_FUNC_SETFILEPATH, reinterpret_cast<const void *>(&setFilePath));
-    bind(OXT_FUNC_TRACELOG, reinterpret_cast<const void *>(&traceLog));
-    bind(OXT_FUNC_SENDINDICATION, reinterpret_cast<const void *>(&sendIndication));
+    for (const OxtFuncSlot handle : {OXT_FUNC_TRACE_HANDLE, OXT_FUNC_ALERT_HANDLE})
+        g_Func[handle].store(dlopen(nullptr, RTLD_LAZY));
+    g_Func[OXT_FUNC_SETFILEPATH].store(reinterpret_cast<const void *>(&setFilePath));
+    g_Func[OXT_FUNC_TRACELOG].store(reinterpret_cast<const void *>(&traceLog));
+    g_Func[OXT_FUNC_SENDINDICATION].store(reinterpret_cast<const void *>(&sendIndication));
 }
 
 TraceLog::~TraceLog() {
@@ -69,28 +64,23 @@ std::vector<TraceLine> TraceLog::lines() const {
     return keptLines;
 }
 
-bool TraceLog::contains(const std::string &text) const {
-    return countOf(text) > 0;
+std::vector<SentAlert> TraceLog::alerts() const {
+    const std::lock_guard<std::mutex> lock(logMutex);
+    return keptAlerts;
 }
 
 int TraceLog::countOf(const std::string &text) const {
-    const std::lock_guard<std::mutex> lock(logMutex);
+    const std::vector<TraceLine> all = lines();
     return static_cast<int>(
-        std::count_if(keptLines.begin(), keptLines.end(), [&](const TraceLine &line) { return line.text == text; }));
+        std::count_if(all.begin(), all.end(), [&](const TraceLine &line) { return line.text == text; }));
 }
 
 std::vector<std::string> TraceLog::failures() const {
     std::vector<std::string> texts;
-    const std::lock_guard<std::mutex> lock(logMutex);
-    for (const TraceLine &line : keptLines)
+    for (const TraceLine &line : lines())
         if (line.level == OXT_TRACE_FAILURE)
             texts.push_back(line.text);
     return texts;
-}
-
-std::vector<SentAlert> TraceLog::alerts() const {
-    const std::lock_guard<std::mutex> lock(logMutex);
-    return keptAlerts;
 }
 
 std::vector<unsigned> TraceLog::alertIds() const {

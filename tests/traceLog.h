@@ -29,9 +29,9 @@ class TraceLog {
     TraceLog &operator=(const TraceLog &) = delete;
 
     std::vector<TraceLine> lines() const;
-    bool contains(const std::string &text) const; // a line is exactly this
-    int countOf(const std::string &text) const;   // lines that are exactly this
-    std::vector<std::string> failures() const;    // the texts at the failure level
+    int countOf(const std::string &text) const; // lines that are exactly this
+    bool contains(const std::string &text) const { return countOf(text) > 0; }
+    std::vector<std::string> failures() const; // the texts at the failure level
     std::vector<SentAlert> alerts() const;
     std::vector<unsigned> alertIds() const;
     void clear();                  // lines and alerts

@@ -1,0 +1,31 @@
+// Texts that are compared with a file of tests/golden.
+#ifndef OXT_GOLDEN_H
+#define OXT_GOLDEN_H
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "agentDirectory.h"
+
+// To regenerate the files after an intended change, and to read the difference before it is kept:
+//     OXT_UPDATE_GOLDEN=1 ctest && git diff tests/golden
+inline void expectGolden(const std::string &name, const std::string &text) {
+    const std::string path = OXT_TEST_SOURCE_DIR "golden/" + name;
+    if (std::getenv("OXT_UPDATE_GOLDEN") != nullptr)
+        std::ofstream(path, std::ios::binary) << text;
+    const std::string golden = fileContent(path);
+    const auto [ours, theirs] = std::mismatch(text.begin(), text.end(), golden.begin(), golden.end());
+    const auto rest = [](const std::string &whole, std::string::const_iterator at) {
+        return whole.substr(whole.rfind('\n', static_cast<std::size_t>(at - whole.begin())) + 1, 300);
+    };
+    EXPECT_TRUE(text == golden) << path << " differs in line " << 1 + std::count(text.begin(), ours, '\n')
+                                << "\n--- expected\n"
+                                << rest(golden, theirs) << "\n--- is\n"
+                                << rest(text, ours);
+}
+
+#endif

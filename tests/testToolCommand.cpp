@@ -20,13 +20,14 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
 #include <nlohmann/json.hpp>
 
 #include "agentDir.h"
-#include "agentDirectory.h"
+#include "golden.h"
 
 namespace {
 
@@ -34,8 +35,6 @@ namespace filesystem = std::filesystem;
 using nlohmann::json;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-constexpr int kSizeMiB = 128;
 
 struct Ended {
     int exit = -1; // -1: ended by a signal
@@ -125,7 +124,6 @@ class ToolCommand : public ::testing::Test {
         const json value = json::parse(ended.out, nullptr, false);
         return value.is_object() && value.contains(name) ? value[name][0] : json("no JSON: " + ended.out + ended.err);
     }
-    static json get(const std::string &target) { return parsed("get " + target, "filesystem"); }
     static void fillBig(int mib) {
         const int fd = open((base_ + "/big/filler").c_str(), O_WRONLY | O_CREAT, 0600);
         EXPECT_EQ(posix_fallocate(fd, 0, static_cast<off_t>(mib) * 1048576), 0);
@@ -144,96 +142,30 @@ class ToolCommand : public ::testing::Test {
 std::string ToolCommand::base_;
 bool ToolCommand::isolated_ = false;
 
-TEST_F(ToolCommand, listAndGetShowWhatIsMounted) {
-    const json all = json::parse(run("list --json").out).at("filesystems");
-    ASSERT_EQ(all.size(), 3u);
-    EXPECT_EQ(all[0].at("device"), base_ + "/disk1");
-    EXPECT_EQ(all[0].at("type"), "others");
-    EXPECT_EQ(all[0].at("drive"), "fixed");
-    EXPECT_EQ(all[0].at("free"), kSizeMiB);
-    EXPECT_EQ(all[0].at("monitored"), false);
-    EXPECT_EQ(all[0].at("warning"), 1);
-    EXPECT_EQ(all[1].at("size"), 64);
-    EXPECT_EQ(all[2].at("drive"), "unknown");
-
-    const json byMount = get(base_ + "/big//");
-    EXPECT_EQ(byMount, get("1"));
-    EXPECT_EQ(byMount.size(), 17u);
-    EXPECT_EQ(byMount["root"], base_ + "/big");
-    EXPECT_EQ(byMount["filesystemsize"], kSizeMiB);
-    EXPECT_EQ(parsed("total", "total")["filesystemtotalnumber"], 3);
-    EXPECT_THAT(run("list -m").out, HasSubstr("/small"));
-}
-
-TEST_F(ToolCommand, changesAreShownAndSurvive) {
-    const struct {
-        const char *arguments;
-        json before, after;
-    } rows[] = {{"monitor 1 on", 0, 1}, {"warn 1 25%", 1, 32},   {"warn 1 0.1G", 32, 102}, {"fatal 1 128", 1, 128},
-                {"fatal 1 2M", 128, 2}, {"monitor 1 off", 1, 0}, {"monitor 1 off", 0, 0},  {"warn 1 100%", 102, 128}};
-    for (const auto &row : rows) {
-        const json shown = parsed(row.arguments, "change");
-        EXPECT_EQ(shown["old"], row.before) << row.arguments;
-        EXPECT_EQ(shown["new"], row.after) << row.arguments;
+// The golden file is the script, too: each line behind "$" is run, and told with what it wrote ("!" marks what went to
+// the other stream) and how it ended.
+TEST_F(ToolCommand, commandsInARow) {
+    std::istringstream script(fileContent(OXT_TEST_SOURCE_DIR "golden/commands.txt"));
+    std::string story;
+    bool answered = false;
+    for (std::string line; std::getline(script, line);) {
+        if (line.empty() || line[0] == '$')
+            answered = false;
+        if (!answered)
+            story += line + "\n";
+        if (line.empty() || line[0] != '$')
+            continue;
+        answered = true;
+        const Ended ended = run(std::regex_replace(line.substr(2), std::regex("BASE"), base_));
+        const json parsed = json::parse(ended.out, nullptr, false);
+        std::string told = parsed.is_discarded() ? ended.out : parsed.dump() + "\n";
+        told += std::regex_replace(ended.err, std::regex("(.+\n)"), "! $1");
+        told += ended.exit != 0 ? "exit " + std::to_string(ended.exit) + "\n" : "";
+        told = std::regex_replace(told, std::regex(base_), "BASE");
+        story += std::regex_replace(told, std::regex(oxttool::agentDirectory()), "AGENT/");
+        EXPECT_EQ(segments(), 0) << line;
     }
-    const json fs = get("1");
-    EXPECT_EQ(fs["warningthreshold"], 128);
-    EXPECT_EQ(fs["fatalthreshold"], 2);
-    EXPECT_EQ(fs["monitorthreshold"], 0);
-    EXPECT_EQ(run("warn " + base_ + "/big 64").out,
-              base_ + "/big (index 1): warning threshold 128M -> 64M, status not monitored\n");
-    EXPECT_EQ(run("monitor 1 on").out,
-              base_ + "/big (index 1): monitoring off -> on, status not monitored -> normal\n");
-
-    EXPECT_EQ(run("config --cycle 30").out, "MonitorCycle: 60 -> 30 seconds\n");
-    EXPECT_EQ(parsed("config", "config")["monitorcycle"], 30);
-}
-
-TEST_F(ToolCommand, theProvidersRefusalsAreShown) {
-    const struct {
-        const char *arguments, *message;
-    } rows[] = {{"get 9", "NotFound Index"},
-                {"get /nowhere", "no file system mounted on '/nowhere'"},
-                {"warn 1 0", "SetValue(WarningThreshold) FAILED"},
-                {"warn 1 129", "SetValue(WarningThreshold) FAILED"},
-                {"warn 1 70000", "SetValue(WarningThreshold) FAILED"},
-                {"fatal 1 1G", "SetValue(FatalThreshold) FAILED"},
-                {"monitor 2 on", "FileSystemSize less 100MB FAILED"},
-                {"warn 3 10", "DriveType not Fixed FAILED"},
-                {"config --cycle 3601", "SetValue(MonitorCycle) FAILED"},
-                {"config --cycle 0", "getArgToInt(MonitorCycle) FAILED"},
-                {"list --service-mode on", "ServiceMode But NonThread Failure!!"},
-                {"thread stop", "Thread is Already Pause FAILED"},
-                {"thread start --service-mode off", "ServiceMode is non-Service FAILED"},
-                {"watch --service-mode fail", "ServiceMode is non-Service FAILED"}};
-    for (const auto &row : rows) {
-        const Ended refused = run(row.arguments);
-        EXPECT_EQ(refused.exit, 1) << row.arguments;
-        EXPECT_THAT(refused.err, HasSubstr(row.message)) << row.arguments;
-        EXPECT_EQ(refused.out, "") << row.arguments;
-        EXPECT_EQ(segments(), 0) << row.arguments;
-    }
-}
-
-TEST_F(ToolCommand, callShowsTheAnswerAsItIs) {
-    const struct {
-        const char *arguments;
-        int exit;
-        json status, message, returned;
-    } rows[] = {{"OXT_FileSystem SetWarningThreshold Index=1 WarningThreshold=7", 0, 0, nullptr, nullptr},
-                {"OXT_FileSystem SetWarningThreshold Index=1", 1, 1, "getArgToInt(WarningThreshold) FAILED", nullptr},
-                {"OXT_FileSystem NoSuchMethod Index=1", 1, 1, "Generic Failure!!", nullptr},
-                {"oxt_filesystem SetWarningThreshold Index=1 WarningThreshold=7", 1, 1, "Generic Failure!!", nullptr},
-                {"OXT_FileSystemThread StartMonitoringThread", 1, 0, "ServiceMode is non-Service FAILED", 1},
-                {"OXT_FileSystemThread StartMonitoringThread --service-mode on", 0, 0, nullptr, 0}};
-    for (const auto &row : rows) {
-        const Ended call = run(std::string("call --json ") + row.arguments);
-        EXPECT_EQ(call.exit, row.exit) << row.arguments << call.err;
-        EXPECT_EQ(json::parse(call.out, nullptr, false)["call"][0],
-                  (json{{"status", row.status}, {"message", row.message}, {"returned", row.returned}}))
-            << row.arguments;
-    }
-    EXPECT_EQ(get("1")["warningthreshold"], 7);
+    expectGolden("commands.txt", story);
 }
 
 TEST_F(ToolCommand, wrongCommandLinesDoNothing) {
@@ -310,8 +242,6 @@ TEST_F(ToolCommand, watchEndsByItselfAndWhenNobodyReads) {
     EXPECT_THAT(run("watch --for 60 | head -1").out, HasSubstr("pass 1"));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
     EXPECT_EQ(segments(), 0);
-    EXPECT_EQ(run("thread start").exit, 0);
-    EXPECT_EQ(parsed("thread status", "thread")["threadrunning"], 0);
 }
 
 TEST_F(ToolCommand, aProviderAtWorkIsSeenAndNotDisturbed) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -26,6 +28,22 @@ inline void expectGolden(const std::string &name, const std::string &text) {
                                 << "\n--- expected\n"
                                 << rest(golden, theirs) << "\n--- is\n"
                                 << rest(text, ours);
+}
+
+// A golden file that is the script, too: each line behind "$ " is run, and the lines from there to the next one or to
+// an empty line are its answer. The rest are remarks.
+inline void expectReplay(const std::string &name, const std::function<std::string(const std::string &)> &run) {
+    std::istringstream script(fileContent(OXT_TEST_SOURCE_DIR "golden/" + name));
+    std::string all;
+    bool answered = false;
+    for (std::string line; std::getline(script, line);) {
+        const bool command = line.rfind("$ ", 0) == 0;
+        answered = answered && !command && !line.empty();
+        if (!answered)
+            all += line + "\n" + (command ? run(line.substr(2)) : "");
+        answered = answered || command;
+    }
+    expectGolden(name, all);
 }
 
 #endif

@@ -142,30 +142,18 @@ class ToolCommand : public ::testing::Test {
 std::string ToolCommand::base_;
 bool ToolCommand::isolated_ = false;
 
-// The golden file is the script, too: each line behind "$" is run, and told with what it wrote ("!" marks what went to
-// the other stream) and how it ended.
+// With what each command writes ("!" marks what goes to the other stream), and how it ends.
 TEST_F(ToolCommand, commandsInARow) {
-    std::istringstream script(fileContent(OXT_TEST_SOURCE_DIR "golden/commands.txt"));
-    std::string story;
-    bool answered = false;
-    for (std::string line; std::getline(script, line);) {
-        if (line.empty() || line[0] == '$')
-            answered = false;
-        if (!answered)
-            story += line + "\n";
-        if (line.empty() || line[0] != '$')
-            continue;
-        answered = true;
-        const Ended ended = run(std::regex_replace(line.substr(2), std::regex("BASE"), base_));
+    expectReplay("commands.txt", [&](const std::string &command) {
+        const Ended ended = run(std::regex_replace(command, std::regex("BASE"), base_));
         const json parsed = json::parse(ended.out, nullptr, false);
         std::string told = parsed.is_discarded() ? ended.out : parsed.dump() + "\n";
         told += std::regex_replace(ended.err, std::regex("(.+\n)"), "! $1");
         told += ended.exit != 0 ? "exit " + std::to_string(ended.exit) + "\n" : "";
         told = std::regex_replace(told, std::regex(base_), "BASE");
-        story += std::regex_replace(told, std::regex(oxttool::agentDirectory()), "AGENT/");
-        EXPECT_EQ(segments(), 0) << line;
-    }
-    expectGolden("commands.txt", story);
+        EXPECT_EQ(segments(), 0) << command;
+        return std::regex_replace(told, std::regex(oxttool::agentDirectory()), "AGENT/");
+    });
 }
 
 TEST_F(ToolCommand, wrongCommandLinesDoNothing) {

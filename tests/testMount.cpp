@@ -45,45 +45,6 @@ class Mount : public Room {
     }
 };
 
-TEST_F(Mount, TypesMatchAsPrefixes) {
-    for (const char *type :
-         {"ext4", "EXT3", "Ext2", "xfs", "vfat", "iso9660", "btrfs", "msdos", "ntfs", "udf", "e", ""})
-        EXPECT_TRUE(fsTypeAccepted(type)) << type;
-    for (const char *type : {"ext4dev", "ext5", "xfss", "tmpfs", "nfs", "fuseblk", "ntfs3", "vfat ", "zfs", "4", "xt4"})
-        EXPECT_FALSE(fsTypeAccepted(type)) << type;
-    for (const char *type : {"ecryptfs", "ECRYPT", "rootfs", "root", "r", ""})
-        EXPECT_TRUE(fsTypeLayered(type)) << type;
-    for (const char *type : {"rootfs2", "ext4", "overlay"})
-        EXPECT_FALSE(fsTypeLayered(type)) << type;
-}
-
-TEST_F(Mount, CandidatesAreListedOnceAndRepeatedOnesCancel) {
-    const struct {
-        std::string mounts;
-        std::vector<std::string> dirs;
-        long long count;
-    } rows[] = {
-        {"/dev/a / ext4 rw 0 0\n/dev/b /boot xfs\nproc /proc proc\ntmpfs /dev/shm tmpfs\n", {"/", "/boot"}, 6},
-        {"/dev/a /d ext4\n/dev/b /e ext4\n/dev/a /d ext4\n", {"/e"}, 2},
-        {"/dev/a /d ext4\n/dev/b /e ext4\n/dev/a /d xfs\n/dev/a /d vfat\n/dev/c /f ext4\n", {"/e", "/d", "/f"}, 6},
-        {"/dev/a /d ext4\n/dev/a /d ext4\n/dev/a /d ext4\n/dev/a /d ext4\n", {}, 0},
-        {"/dev/a /d ext4\ntmpfs /d tmpfs\n/dev/a /D ext4\n", {"/d", "/D"}, 4},
-        {"/dev/a /d/e ext4\n/dev/a /d ext4\n/dev/b /d/e ext4\n", {"/d"}, 2},
-        {"/dev/a /d ecryptfs\n/dev/a /d ext4\n/dev/b /e rootfs\n/dev/c /f r\n", {"/d", "/f"}, 4}, // r: reiserfs
-        {"/dev/a /mnt/a\\040b\\134 ext4\n", {"/mnt/a b\\"}, 9},
-        {"# /dev/a /d ext4\n\n   \n/dev/b\n/dev/c /e\n/dev/d /f ext4", {"/f"}, 2}, // no type, no line feed
-    };
-    for (const auto &row : rows) {
-        system.setMounts(row.mounts);
-        const List list = listOf(4096);
-        EXPECT_EQ(list.dirs, row.dirs) << row.mounts;
-        EXPECT_EQ(list.count, row.count) << row.mounts;
-    }
-    system.setMissing(true, false);
-    EXPECT_EQ(listOf(4096).count, 0);
-    EXPECT_TRUE(trace.contains("_OUT_ setmntent[/etc/mtab] Failure!!"));
-}
-
 TEST_F(Mount, AListWithoutRoomCountsOnAndStaysInside) {
     system.setMounts("/dev/a /aaa ext4\n/dev/b /bb ext4\n/dev/c /a/longer/one ext4\n/dev/d /d ext4\n");
     const std::vector<std::string> whole = listOf(4096).dirs;
@@ -119,38 +80,6 @@ TEST_F(Mount, LongTablesAndLongFields) {
     EXPECT_STREQ(records[1].Name, "/dev/sdb1");
 }
 
-TEST_F(Mount, FamilyNames) {
-    const struct {
-        long type;
-        const char *mounts;
-        int size, result;
-        const char *name; // "#": left as it was
-    } rows[] = {
-        {EXT, "/dev/a /m ext4\n", 5, 0, "EXT4"},
-        {EXT, "/dev/a /m ext4\n", 4, -1, "#"},
-        {EXT, "/dev/a /m ext2\n/dev/a /m ext3\n", 5, 0, "EXT3"}, // the last entry decides
-        {EXT, "/dev/a /m ext4\n/dev/a /m ecryptfs\n", 5, 0, "EXT4"},
-        {EXT, "/dev/a /m ext4dev\n", 10, 0, "OTHER"},
-        {EXT, "/dev/a /m ext\n", 3, 0, "OT"}, // cut to the buffer
-        {EXT, "/dev/a /n ext4\n", 10, 0, "#"},
-        {XFS, "/dev/a /m ext4\n", 4, 0, "XFS"},
-        {XFS, "", 3, -1, "#"},
-        {FAT, "/dev/a /m ext4\n", 6, 0, "OTHER"},
-        {FAT, "", 5, -1, "#"},
-        {FAT, "", -1, -1, "#"},
-    };
-    for (const auto &row : rows) {
-        char buffer[16] = "#";
-        system.setMounts(row.mounts);
-        EXPECT_EQ(GetFsName(static_cast<unsigned>(row.type), buffer, row.size, "/m"), row.result) << row.mounts;
-        EXPECT_STREQ(buffer, row.name) << row.mounts << row.size;
-    }
-    char buffer[16] = "#";
-    system.setMissing(true, false);
-    EXPECT_EQ(GetFsName(EXT, buffer, 10, "/m"), -1);
-    EXPECT_EQ(GetFsName(XFS, buffer, 10, "/m"), 0);
-}
-
 TEST_F(Mount, InformationAndFreeSpaceOfAMountPoint) {
     char device[OXT_DEVICE_SIZE], family[10] = "";
     int longest = -1;
@@ -176,25 +105,6 @@ TEST_F(Mount, InformationAndFreeSpaceOfAMountPoint) {
     EXPECT_EQ(GetMountPointFreeSpace("/m", &values[0], &values[1], &values[2]), -1);
     EXPECT_EQ(GetMountPointFreeSpace(nullptr, &values[0], &values[1], &values[2]), -1);
     EXPECT_THAT(values, ElementsAre(1024, 1200, 5000)) << "left as they were";
-}
-
-TEST_F(Mount, SizesAreWholeMiBOf512ByteUnits) {
-    const struct {
-        unsigned long blocks, blockSize, mib;
-    } rows[] = {
-        {2048, 512, 1},
-        {2047, 512, 0},
-        {1'000'000, 511, 0},
-        {2048, 1024, 2},
-        {25'855, 4096, 100},
-        {25'599, 4096, 99},
-        {16, 65'536, 1},
-        {0, 4096, 0},
-        {1UL << 42, 4096, 0}, // 32 bits
-        {(1UL << 40) - 1, 4096, 0xFFFFFFFF},
-    };
-    for (const auto &row : rows)
-        EXPECT_EQ(fsMiB(row.blocks, row.blockSize), row.mib) << row.blocks << " of " << row.blockSize;
 }
 
 TEST_F(Mount, RecordsOfASnapshot) {

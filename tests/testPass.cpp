@@ -182,39 +182,6 @@ TEST_F(Pass, WhatAnAlertSays) {
     EXPECT_EQ(fsPutAlert(CONFIG, nullptr), -1);
 }
 
-TEST_F(Pass, StatusOfARecord) {
-    const struct {
-        int64_t size, available;
-        int monitored;
-        uint32_t warning, fatal;
-        int status;
-    } rows[] = {
-        {1000, 101, 1, 100, 50, 1},
-        {1000, 100, 1, 100, 50, 2},
-        {1000, 50, 1, 100, 50, 3},
-        {1000, -1, 1, 100, 0, 3},
-        {1000, 150, 1, 100, 200, 3},
-        {1000, 250, 1, 100, 200, 1},
-        {0, 500, 0, 100, 50, -1},
-        {1000, 10, 0, 100, 50, 0},
-        {1000, 10, 2, 100, 50, -1},
-        {-5, 500, 1, 100, 50, 1},
-        {1, 0x100000000, 1, 0xFFFFFFFF, 0x80000000, 1},
-        {1, 0xFFFFFFFF, 1, 0xFFFFFFFF, 0x80000000, 2},
-        {1, 0x80000000, 1, 0xFFFFFFFF, 0x80000000, 3},
-    };
-    for (const auto &row : rows) {
-        FsProv record = {};
-        record._FileSystemSize = row.size;
-        record._AvailableSpace = row.available;
-        record.MonitorThreshold = static_cast<uint16_t>(row.monitored);
-        record.WarningThreshold = row.warning;
-        record.FatalThreshold = row.fatal;
-        EXPECT_EQ(fsGetFreeSpaceStatus(&record), row.status) << row.available << " " << row.warning << " " << row.fatal;
-    }
-    EXPECT_EQ(fsGetFreeSpaceStatus(nullptr), -1);
-}
-
 TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     FsConf conf = {10, 10, 3600, 60};
     FsProv copy = stored(1);

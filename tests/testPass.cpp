@@ -33,13 +33,22 @@ TEST_F(Pass, StatusAndAlertOfAKnownFileSystem) {
         int after;
         Ids alerts;
     } rows[] = {
-        {1, 1, 1000, 500, 1, {}},       {1, 1, 1000, 100, 2, {WARN}}, {1, 1, 1000, 10, 3, {FATAL}},
-        {2, 1, 1000, 100, 2, {}}, // once per change
-        {2, 1, 1000, 500, 1, {NORMAL}}, {3, 1, 1000, 11, 2, {WARN}},  {-1, 1, 1000, 500, 1, {NORMAL}},
-        {0, 1, 1000, 500, 1, {}}, // switched on: normal is no news
-        {0, 1, 1000, 100, 2, {WARN}},   {1, 0, 1000, 5, 0, {}},       {3, 0, 1000, 500, 0, {}},
-        {2, 2, 1000, 5, 0, {}},                                       // neither on nor off
-        {1, 1, 0, 0, -1, {}},           {1, 1, 2000, 200, 2, {WARN}}, // of another size: that size's own thresholds
+        // Once per change; switched on, normal is no news; 2 is neither on nor off.
+        {1, 1, 1000, 500, 1, {}},
+        {1, 1, 1000, 100, 2, {WARN}},
+        {1, 1, 1000, 10, 3, {FATAL}},
+        {2, 1, 1000, 100, 2, {}},
+        {2, 1, 1000, 500, 1, {NORMAL}},
+        {3, 1, 1000, 11, 2, {WARN}},
+        {-1, 1, 1000, 500, 1, {NORMAL}},
+        {0, 1, 1000, 500, 1, {}},
+        {0, 1, 1000, 100, 2, {WARN}},
+        {1, 0, 1000, 5, 0, {}},
+        {3, 0, 1000, 500, 0, {}},
+        {2, 2, 1000, 5, 0, {}},
+        // Another size, and so that size's own thresholds.
+        {1, 1, 0, 0, -1, {}},
+        {1, 1, 2000, 200, 2, {WARN}},
         {1, 1, 2000, 201, 1, {}},
     };
     for (const auto &row : rows) {

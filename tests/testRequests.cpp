@@ -1,8 +1,9 @@
-// Every read of the provider, in both manners of hosting: what is shown, what is refused, and what a refusal leaves
-// untouched.
+// Every request, in both manners of hosting: what is shown, what is refused, what a refusal leaves untouched, and what
+// a setting changes.
 #include "golden.h"
 #include "providerTest.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <filesystem>
 #include <functional>
@@ -30,6 +31,20 @@ NamedValue argument(const std::string &word) {
         return {name, text(value)};
     const CMPIType type = types.at(word.substr(colon + 1));
     return {name, value == "NULL" ? Value::nullOf(type) : number(type, std::stoll(value))};
+}
+
+// Of the save file: which bytes became what.
+std::string changes(const std::string &before, const std::string &after) {
+    constexpr std::size_t head = 30, record = 1840;
+    if (before.size() != after.size())
+        return ", saved anew";
+    std::string all;
+    for (std::size_t i = 0; i < after.size(); ++i)
+        if (before[i] != after[i])
+            all += (i < head ? " " : " record " + std::to_string((i - head) / record + 1) + " ") + "byte " +
+                   std::to_string(i < head ? i : (i - head) % record) + "=" +
+                   std::to_string(static_cast<unsigned char>(after[i]));
+    return all.empty() ? "" : ", saved" + all;
 }
 
 class Requests : public ProviderTest {
@@ -96,9 +111,14 @@ TEST_F(Requests, InARow) {
                 args.push_back(argument(word));
             const std::string file = fileContent(savePath());
             const int before = looks();
+            if (kind == "restart") {
+                cleanUp(true);
+                load(ServiceMode::off(), flavour);
+                return std::string();
+            }
             const Reply reply = ask(kind, cls, method, args);
             std::string told = showStatus(reply) + (reply.done ? ", done" : "") + (looks() > before ? ", looked" : "") +
-                               (fileContent(savePath()) != file ? ", saved" : "") + "\n";
+                               changes(file, fileContent(savePath())) + "\n";
             for (const Instance &instance : reply.instances) {
                 for (const char *name : {"Index", "Root", "MonitorThreshold", "WarningThreshold", "FatalThreshold",
                                          "FreeSpaceStatus", "MonitorCycle", "FileSystemTotalNumber", "ThreadRunning"})
@@ -223,6 +243,53 @@ TEST_F(Requests, AServiceOfTheHostThatFails) {
         }
         cleanUp(true);
     }
+}
+
+// Types whose value is a pattern of bits: which number they are is nobody's promise, but it is in its range.
+TEST_F(Requests, ArgumentsOfEveryTypeAreAnswered) {
+    mountMachine();
+    load();
+    for (const int type : {CMPI_boolean, CMPI_char16, CMPI_uint8, CMPI_uint16, CMPI_uint32, CMPI_uint64, CMPI_sint8,
+                           CMPI_sint16, CMPI_sint32, CMPI_sint64, CMPI_real32, CMPI_real64}) {
+        for (const long long value : {0LL, 1LL, -1LL, 1LL << 15, 1LL << 31, 1LL << 62}) {
+            Value given = number(static_cast<CMPIType>(type), value);
+            given.text = std::to_string(value) + ".5"; // of a real
+            for (const char *method : {"SetMonitorThreshold", "SetWarningThreshold", "SetFatalThreshold"})
+                EXPECT_LE(call(kFs, method, {{"Index", given}, {method + 3, given}}).rc, CMPI_RC_ERR_NOT_FOUND);
+            EXPECT_LE(call(kConfig, "SetMonitorCycle", {{"MonitorCycle", given}}).rc, CMPI_RC_ERR_FAILED);
+        }
+    }
+    const auto cycle = get(kConfig).instances.at(0).find("MonitorCycle")->number;
+    EXPECT_TRUE(cycle >= 10 && cycle <= 3600) << cycle;
+    for (const Instance &fs : enumerate(kFs).instances) {
+        for (const char *threshold : {"WarningThreshold", "FatalThreshold"}) {
+            const auto value = fs.find(threshold)->number,
+                       most = std::max(fs.find("FileSystemSize")->number, int64_t{1});
+            EXPECT_TRUE(value >= 1 && value <= most) << fs.find("Root")->text << " " << value;
+        }
+        EXPECT_LE(fs.find("MonitorThreshold")->number, 1);
+    }
+}
+
+TEST_F(Requests, AFailedCommitIsReported) {
+    mountMachine();
+    load();
+    EXPECT_TRUE(enumerate(kFs).ok());
+    for (const char *full : {"/dev/full", "/nowhere/oxtfssave.dat"}) {
+        system.redirectOpen(savePath(), full);
+        EXPECT_EQ(showStatus(call(kConfig, "SetMonitorCycle", {{"MonitorCycle", text("44")}})),
+                  "1 'FileSystem-Update FAILED'")
+            << full;
+        EXPECT_EQ(show(*get(kConfig).instances.at(0).find("MonitorCycle")), "44:u16") << "the change is not taken back";
+        EXPECT_EQ(
+            showStatus(call(kFs, "SetWarningThreshold", {{"Index", text("1")}, {"WarningThreshold", text("77")}})),
+            "1 'fsGetInstance() FAILED'");
+        EXPECT_EQ(showStatus(cleanUp(true)), "1 'fsSetInstance() Failure!!'") << "what cannot be saved is kept";
+    }
+    system.redirectOpen(savePath(), savePath());
+    EXPECT_EQ(showStatus(cleanUp(false)), "0 ''");
+    EXPECT_EQ(saved(18, 2), 44);
+    EXPECT_EQ(savedOf(0, 1292, 4), 1000);
 }
 
 // Calls that no well-kept host makes, past the host's own arguments.

@@ -129,21 +129,15 @@ FILE *openText(const std::string &text, bool missing) {
         errno = ENOENT;
         return nullptr;
     }
-    const int fd = memfd_create("fixture", MFD_CLOEXEC);
-    size_t done = 0;
-    for (ssize_t written = 1; fd >= 0 && written > 0 && done < text.size(); done += static_cast<size_t>(written))
-        written = write(fd, text.data() + done, text.size() - done);
-    lseek(fd, 0, SEEK_SET);
-    return fd >= 0 ? fdopen(fd, "r") : nullptr;
+    const int fd = memfd_create("fixture", MFD_CLOEXEC); // which takes all in one write
+    if (fd < 0 || pwrite(fd, text.data(), text.size(), 0) < 0)
+        return nullptr;
+    return fdopen(fd, "r");
 }
 
 std::string redirected(const char *path) {
     std::string to = path;
-    withFake([&](const FakeState &s) {
-        const auto found = s.redirections.find(to);
-        if (found != s.redirections.end())
-            to = found->second;
-    });
+    withFake([&](const FakeState &s) { to = s.redirections.count(to) != 0 ? s.redirections.at(to) : to; });
     return to;
 }
 

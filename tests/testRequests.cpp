@@ -9,7 +9,6 @@
 #include <functional>
 #include <iomanip>
 #include <map>
-#include <regex>
 
 #include "oxtHostBroker.h"
 
@@ -69,32 +68,6 @@ class Requests : public ProviderTest {
     }
 };
 
-TEST_F(Requests, EveryInstanceIsShown) {
-    mountMachine();
-    for (const Flavour flavour : kFlavours) {
-        ASSERT_TRUE(emptyAgentDirectory());
-        load(ServiceMode::off(), flavour);
-        std::string all;
-        for (const char *cls : {kConfig, kTotal, kThread, kFs}) {
-            const Reply reply = enumerate(cls);
-            EXPECT_EQ(showStatus(reply), "0 ''") << cls;
-            EXPECT_TRUE(reply.done) << cls;
-            EXPECT_EQ(reply.instances.at(0).nameSpace, "root/TAVRIN/AS");
-            std::string alone;
-            for (const Instance &instance : reply.instances) {
-                const Value *index = instance.find("Index");
-                alone += showInstances(get(cls, {{"Index", index != nullptr ? *index : text("")}}));
-            }
-            EXPECT_EQ(alone, showInstances(reply));
-            all += alone;
-        }
-        if (flavour == Flavour::Standard) // its paths keep the keys of the request for all, which has none
-            all = std::regex_replace(all, std::regex(R"((OXT_FileSystem\.) (Index='\d'))"), "$1$2 $2");
-        expectGolden("instances.txt", all);
-        cleanUp(true);
-    }
-}
-
 // Each request with its answer, and with what else it did.
 TEST_F(Requests, InARow) {
     for (const Flavour flavour : kFlavours) {
@@ -109,8 +82,11 @@ TEST_F(Requests, InARow) {
             std::vector<NamedValue> args;
             std::vector<std::string> filter;
             Host::Filter only = nullptr;
+            bool whole = false; // all properties are told
             for (std::string word; words >> std::quoted(word);)
-                if (word == "only") // these properties
+                if (word == "whole")
+                    whole = true;
+                else if (word == "only") // these properties
                     only = &filter;
                 else if (only != nullptr)
                     filter.push_back(word);
@@ -127,7 +103,8 @@ TEST_F(Requests, InARow) {
             std::string told = showStatus(reply) + (reply.done ? ", done" : "") + (looks() > before ? ", looked" : "") +
                                changes(file, fileContent(savePath())) + "\n";
             for (const Instance &instance : reply.instances) {
-                if (only != nullptr) {
+                EXPECT_EQ(instance.nameSpace, "root/TAVRIN/AS");
+                if (only != nullptr || whole) {
                     const Value *index = instance.find("Index"); // the one flavour builds the path from the properties
                     EXPECT_EQ(show(instance.keys),
                               flavour == Flavour::Sfcb && index != nullptr ? "Index=" + show(*index) : "");

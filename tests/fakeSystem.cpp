@@ -207,14 +207,11 @@ extern "C" int open(const char *file, int flags, ...) {
 extern "C" int stat(const char *path, struct stat *st) noexcept {
     static const auto real = realFunction<int(const char *, struct stat *)>("stat");
     bool found = false;
-    withFake([&](const FakeState &s) {
-        const auto device = s.devices.find(path);
-        found = device != s.devices.end();
-        if (!found)
-            return;
+    withFake([&](FakeState &s) {
+        found = s.devices.count(path) != 0;
         *st = {};
-        st->st_mode = device->second.format | 0600;
-        st->st_rdev = device->second.number;
+        st->st_mode = found ? s.devices[path].format | 0600 : 0;
+        st->st_rdev = found ? s.devices[path].number : 0;
     });
     return found ? 0 : real(path, st);
 }

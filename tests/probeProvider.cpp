@@ -43,16 +43,12 @@ std::string missing(const Request &r) {
     CMPIStatus rc = {};
     CMPIArray *array = CMNewArray(broker, 2, CMPI_uint16, nullptr);
     std::string seen;
-    CMPIData data = CMGetProperty(newInstance(r), "None", &rc);
-    seen += code(rc, data);
-    data = CMGetKey(r.op, "None", &rc);
-    seen += code(rc, data);
-    data = CMGetArg(r.in, "None", &rc);
-    seen += code(rc, data);
-    data = CMGetContextEntry(r.ctx, "None", &rc);
-    seen += code(rc, data);
-    data = CMGetArrayElementAt(array, 2, &rc);
-    seen += code(rc, data);
+    const auto note = [&](const CMPIData &data) { seen += code(rc, data); };
+    note(CMGetProperty(newInstance(r), "None", &rc));
+    note(CMGetKey(r.op, "None", &rc));
+    note(CMGetArg(r.in, "None", &rc));
+    note(CMGetContextEntry(r.ctx, "None", &rc));
+    note(CMGetArrayElementAt(array, 2, &rc));
     seen += code(CMSetArrayElementAt(array, 0, "x", CMPI_chars));
     return seen;
 }

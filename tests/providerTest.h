@@ -12,6 +12,8 @@
 #include "fakeSystem.h"
 #include "oxtHost.h"
 
+// What showStatus makes of a success: of a request, and of a method of the thread.
+constexpr char kOk[] = "0 ''", kDone[] = "0 '' returned 0:u32";
 constexpr char kConfig[] = "OXT_FileSystemConfig";
 constexpr char kTotal[] = "OXT_FileSystemTotalNumber";
 constexpr char kFs[] = "OXT_FileSystem";

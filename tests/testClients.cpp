@@ -21,8 +21,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-constexpr char kOk[] = "0 ''", kDone[] = "0 '' returned 0:u32";
-
 bool isOneOf(const std::string &text, std::initializer_list<const char *> all) {
     return std::find(all.begin(), all.end(), text) != all.end();
 }

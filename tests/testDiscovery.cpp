@@ -296,13 +296,6 @@ TEST_F(Discovery, InformationAndFreeSpaceOfAMountPoint) {
     EXPECT_THAT(values, ElementsAre(1024, 1200, 5000)) << "left as they were";
 }
 
-TEST_F(Discovery, PositionsMoveUp) {
-    mountTwo();
-    EXPECT_EQ(snapshot().at(1).Index, 2);
-    system.removeFileSystem("/");
-    EXPECT_EQ(snapshot().at(0).Index, 1);
-}
-
 TEST_F(Discovery, SnapshotsThatFindLittle) {
     EXPECT_THAT(snapshot(-1), IsEmpty()) << "no candidate";
     EXPECT_TRUE(trace.contains("_OUT_ FileSysDat alloc Failure!!"));

@@ -23,8 +23,8 @@ using Texts = std::set<std::string>;
 
 constexpr long SHORT_STRIDE = 11;
 
-constexpr char kOk[] = "0 ''", kDone[] = "0 '' returned 0:u32", kNotRead[] = "1 'fsGetInstance() FAILED'",
-               kNoData[] = "6 'NotFound Data'", kNoThread[] = "1 'ServiceMode But NonThread Failure!!'";
+constexpr char kNotRead[] = "1 'fsGetInstance() FAILED'", kNoData[] = "6 'NotFound Data'",
+               kNoThread[] = "1 'ServiceMode But NonThread Failure!!'";
 
 // Where an operation finds the provider.
 enum : unsigned { SERVICE = 1, SAVED = 2, BUILT = 4, RUNNING = 8 };

@@ -135,8 +135,6 @@ TEST_F(Life, ARefusedStopDropsTheStore) {
     fsLeaveProvider();
     EXPECT_EQ(gfs_first.load(), OXT_FS_INITIALISED);
     EXPECT_THAT(system.segments(), IsEmpty());
-    EXPECT_EQ(get<FsConf>(OXT_CID_FS_CONF, -1).size(), 0U) << "initialised, and empty";
-    EXPECT_EQ(fsSetInstance(&cInfo), -1);
     gfs_first.store(OXT_FS_UNINITIALISED);
     initialise();
     startThread();

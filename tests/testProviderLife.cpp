@@ -12,8 +12,8 @@ using namespace oxthost;
 
 namespace {
 
-constexpr char kOk[] = "0 ''", kDone[] = "0 '' returned 0:u32", kNotRead[] = "1 'fsGetInstance() FAILED'",
-               kNotSaved[] = "1 'fsSetInstance() Failure!!'", kNotBuilt[] = "1 'fsInitProvider() Failure!!'";
+constexpr char kNotRead[] = "1 'fsGetInstance() FAILED'", kNotSaved[] = "1 'fsSetInstance() Failure!!'",
+               kNotBuilt[] = "1 'fsInitProvider() Failure!!'";
 
 class ProviderLife : public ProviderTest {
   protected:

@@ -17,7 +17,6 @@ using namespace oxthost;
 namespace {
 
 constexpr Flavour kFlavours[] = {Flavour::Standard, Flavour::Sfcb};
-constexpr char kGeneric[] = "1 'Generic Failure!!'";
 
 // "Index=3" is text, "Index=3:u16" a number.
 NamedValue argument(const std::string &word) {
@@ -159,9 +158,7 @@ TEST_F(Requests, TextsOfAnyBytesAreShownAsUtf8) {
 TEST_F(Requests, AnyServiceOfTheHostMayFail) {
     const std::vector<NamedValue> setting = {{"Index", text("1")}, {"WarningThreshold", text("500")}};
     const std::function<Reply()> asked[] = {
-        [&] {
-            return host->getInstance(kFs, {{"Index", text("1")}});
-        },
+        [&] { return host->getInstance(kConfig); },
         [&] { return host->enumInstances(kFs); },
         [&] { return host->invokeMethod(kFs, "SetWarningThreshold", setting); },
         [&] { return host->invokeMethod(kThread, "StartMonitoringThread", {}); },

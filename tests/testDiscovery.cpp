@@ -3,7 +3,6 @@
 #include "room.h"
 
 #include <cstring>
-#include <functional>
 #include <iomanip>
 #include <map>
 #include <regex>
@@ -14,6 +13,10 @@ namespace {
 
 constexpr long EXT = 0xEF53, XFS = 0x58465342;
 constexpr size_t GUARD = 64;
+
+// What statfs calls them.
+const std::map<std::string, long> kinds = {{"ext", EXT},          {"xfs", XFS},        {"fat", 0x4d44},
+                                           {"btrfs", 0x9123683E}, {"iso9660", 0x9660}, {"udf", 0x15013346}};
 
 class Discovery : public Room {
   protected:
@@ -87,96 +90,90 @@ class Discovery : public Room {
             text = std::regex_replace(text, std::regex(written), meant);
         return text;
     }
+
+  public:
+    // The steps of the golden file, each with what it finds.
+    std::string driversStep(std::istream &in) { return drivers(OXT_DRIVER_BLOCK, textOf(in)); }
+    std::string driverStep(std::istream &in) {
+        const std::string driver = textOf(in), device = textOf(in);
+        setKind(kinds.at(textOf(in)));
+        system.setDrivers("Block devices:\n  7 sd\n  8 " + driver + "\n  8 fd\n\n");
+        EXPECT_EQ(getDevType(9, "/m", OXT_DRIVER_BLOCK, device.c_str()), -1);
+        EXPECT_EQ(getDevType(8, "/m", OXT_DRIVER_CHARACTER, device.c_str()), -1);
+        return std::to_string(getDevType(8, "/m", OXT_DRIVER_BLOCK, device.c_str()));
+    }
+    std::string driveStep(std::istream &in) {
+        mountDevices(textOf(in));
+        const int type = getDriveType("/m");
+        EXPECT_EQ(silently([] { return getDriveType("/m"); }), type);
+        return std::to_string(type);
+    }
+    std::string typeStep(std::istream &in) {
+        const std::string type = textOf(in);
+        return std::string(fsTypeAccepted(type.c_str()) ? "accepted" : "not accepted") +
+               (fsTypeLayered(type.c_str()) ? ", layered" : "");
+    }
+    std::string listStep(std::istream &in) {
+        system.setMounts(textOf(in));
+        const List list = listOf(4096);
+        std::string found = std::to_string(list.count);
+        for (const std::string &dir : list.dirs)
+            found += " " + dir;
+        return found;
+    }
+    std::string familyStep(std::istream &in) {
+        const auto kind = static_cast<unsigned>(kinds.at(textOf(in)));
+        const int size = std::stoi(textOf(in));
+        char buffer[16] = "#";
+        system.setMounts(textOf(in));
+        return std::to_string(GetFsName(kind, buffer, size, "/m")) + " " + buffer;
+    }
+    std::string recordStep(std::istream &in) {
+        FakeVolume volume;
+        const std::string type = textOf(in);
+        unsigned major = 0;
+        volume.type = kinds.at(textOf(in));
+        in >> major >> volume.blockSize >> volume.blocks >> volume.available;
+        system.setDrivers("Block devices:\n  1 ramdisk\n  2 fd\n  8 sd\n 99 mystery\n\n");
+        system.setMounts("");
+        system.addFileSystem("/dev/d", major, "/r", type, 0, 0);
+        system.setVolume("/r", volume);
+        const FsProv record = snapshot().at(0);
+        system.removeFileSystem("/r");
+        std::ostringstream shown;
+        shown << "drive " << record.DriveType << ", " << record._AvailableSpace << " of " << record._FileSystemSize
+              << " MiB, " << record._FileSystemType << ", monitored " << record.MonitorThreshold << ", thresholds "
+              << record.WarningThreshold << " " << record.WarningThresholdDefault << " " << record.FatalThreshold << " "
+              << record.FatalThresholdDefault << ", status " << record.FreeSpaceStatus;
+        EXPECT_STREQ(record.Name, "/dev/d");
+        EXPECT_EQ(std::string(record.CSCreationClassName) + record.CSName + record.CreationClassName + record.DeviceID,
+                  "");
+        return shown.str();
+    }
+    std::string mibStep(std::istream &in) {
+        unsigned long blocks = 0, blockSize = 0;
+        in >> blocks >> blockSize;
+        return std::to_string(fsMiB(blocks, blockSize));
+    }
+    std::string statusStep(std::istream &in) {
+        FsProv record = {};
+        in >> record._FileSystemSize >> record._AvailableSpace >> record.MonitorThreshold >> record.WarningThreshold >>
+            record.FatalThreshold;
+        return std::to_string(fsGetFreeSpaceStatus(&record));
+    }
 };
 
-// The steps of discovery, each with what it finds.
 TEST_F(Discovery, StepsInARow) {
-    const std::map<std::string, long> kinds = {{"ext", EXT},          {"xfs", XFS},        {"fat", 0x4d44},
-                                               {"btrfs", 0x9123683E}, {"iso9660", 0x9660}, {"udf", 0x15013346}};
-    const std::map<std::string, std::function<std::string(std::istream &)>> steps = {
-        {"drivers", [&](std::istream &in) { return drivers(OXT_DRIVER_BLOCK, textOf(in)); }},
-        {"driver",
-         [&](std::istream &in) {
-             const std::string driver = textOf(in), device = textOf(in);
-             setKind(kinds.at(textOf(in)));
-             system.setDrivers("Block devices:\n  7 sd\n  8 " + driver + "\n  8 fd\n\n");
-             EXPECT_EQ(getDevType(9, "/m", OXT_DRIVER_BLOCK, device.c_str()), -1);
-             EXPECT_EQ(getDevType(8, "/m", OXT_DRIVER_CHARACTER, device.c_str()), -1);
-             return std::to_string(getDevType(8, "/m", OXT_DRIVER_BLOCK, device.c_str()));
-         }},
-        {"drive",
-         [&](std::istream &in) {
-             mountDevices(textOf(in));
-             const int type = getDriveType("/m");
-             EXPECT_EQ(silently([] { return getDriveType("/m"); }), type);
-             return std::to_string(type);
-         }},
-        {"type",
-         [&](std::istream &in) {
-             const std::string type = textOf(in);
-             return std::string(fsTypeAccepted(type.c_str()) ? "accepted" : "not accepted") +
-                    (fsTypeLayered(type.c_str()) ? ", layered" : "");
-         }},
-        {"list",
-         [&](std::istream &in) {
-             system.setMounts(textOf(in));
-             const List list = listOf(4096);
-             std::string found = std::to_string(list.count);
-             for (const std::string &dir : list.dirs)
-                 found += " " + dir;
-             return found;
-         }},
-        {"family",
-         [&](std::istream &in) {
-             const auto kind = static_cast<unsigned>(kinds.at(textOf(in)));
-             const int size = std::stoi(textOf(in));
-             char buffer[16] = "#";
-             system.setMounts(textOf(in));
-             return std::to_string(GetFsName(kind, buffer, size, "/m")) + " " + buffer;
-         }},
-        {"record",
-         [&](std::istream &in) {
-             FakeVolume volume;
-             const std::string type = textOf(in);
-             unsigned major = 0;
-             volume.type = kinds.at(textOf(in));
-             in >> major >> volume.blockSize >> volume.blocks >> volume.available;
-             system.setDrivers("Block devices:\n  1 ramdisk\n  2 fd\n  8 sd\n 99 mystery\n\n");
-             system.setMounts("");
-             system.addFileSystem("/dev/d", major, "/r", type, 0, 0);
-             system.setVolume("/r", volume);
-             const FsProv record = snapshot().at(0);
-             system.removeFileSystem("/r");
-             std::ostringstream shown;
-             shown << "drive " << record.DriveType << ", " << record._AvailableSpace << " of " << record._FileSystemSize
-                   << " MiB, " << record._FileSystemType << ", monitored " << record.MonitorThreshold << ", thresholds "
-                   << record.WarningThreshold << " " << record.WarningThresholdDefault << " " << record.FatalThreshold
-                   << " " << record.FatalThresholdDefault << ", status " << record.FreeSpaceStatus;
-             EXPECT_STREQ(record.Name, "/dev/d");
-             EXPECT_EQ(std::string(record.CSCreationClassName) + record.CSName + record.CreationClassName +
-                           record.DeviceID,
-                       "");
-             return shown.str();
-         }},
-        {"mib",
-         [&](std::istream &in) {
-             unsigned long blocks = 0, blockSize = 0;
-             in >> blocks >> blockSize;
-             return std::to_string(fsMiB(blocks, blockSize));
-         }},
-        {"status",
-         [&](std::istream &in) {
-             FsProv record = {};
-             in >> record._FileSystemSize >> record._AvailableSpace >> record.MonitorThreshold >>
-                 record.WarningThreshold >> record.FatalThreshold;
-             return std::to_string(fsGetFreeSpaceStatus(&record));
-         }},
+    const std::map<std::string, std::string (Discovery::*)(std::istream &)> steps = {
+        {"drivers", &Discovery::driversStep}, {"driver", &Discovery::driverStep}, {"drive", &Discovery::driveStep},
+        {"type", &Discovery::typeStep},       {"list", &Discovery::listStep},     {"family", &Discovery::familyStep},
+        {"record", &Discovery::recordStep},   {"mib", &Discovery::mibStep},       {"status", &Discovery::statusStep},
     };
     expectReplay("discovery.txt", [&](const std::string &line) {
         std::istringstream in(line);
         std::string step;
         in >> step;
-        return steps.at(step)(in) + "\n";
+        return (this->*steps.at(step))(in) + "\n";
     });
     EXPECT_EQ(drivers(OXT_DRIVER_CHARACTER, "Character devices:\n  1 mem\n\nBlock devices:\n  8 sd\n"), "1=mem");
     EXPECT_EQ(drivers(2, "Block devices:\n  8 sd\n"), "failed");

@@ -289,7 +289,7 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
         for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
             setInstToShm(&cInfo, &areas[cid], &shm[cid]);
         if (round % 7 == 0)
-            std::this_thread::sleep_for(std::chrono::microseconds(100 + round / 10));
+            std::this_thread::sleep_for(std::chrono::microseconds(100 + round));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -251,6 +252,10 @@ extern "C" int statfs(const char *path, struct statfs *st) noexcept {
 extern "C" int shmget(key_t key, size_t size, int flags) noexcept {
     static const auto real = realFunction<int(key_t, size_t, int)>("shmget");
     int result = -1;
+    unsigned milliseconds = 0;
+    withFake([&](const FakeState &s) { milliseconds = s.shmgetMs; });
+    if (milliseconds > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     if (struck(Call::Shmget, &result)) {
         withFake([&](FakeState &s) { s.invented.push_back(result); });
         return result;

@@ -62,6 +62,7 @@ struct FakeState {
     std::map<std::string, std::string> redirections;
     std::vector<Injection> injections;
     unsigned speed = 1;
+    unsigned shmgetMs = 0; // that each shmget lasts
     int calls[static_cast<size_t>(Call::Count)] = {};
     std::vector<unsigned> sleeps;
     std::vector<int> segments;

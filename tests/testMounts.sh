@@ -37,7 +37,7 @@ fi
 base=$4
 mount -t tmpfs none "$base" || skip "cannot mount"
 for part in data work log; do
-    mount -t tmpfs none "$agent/$part" || skip "cannot mount over $agent/$part"
+    mount -t tmpfs -o mode=755 none "$agent/$part" || skip "cannot mount over $agent/$part"
 done
 
 # A block driver of this machine that serves fixed disks, or one that we say it has.

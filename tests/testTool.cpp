@@ -101,7 +101,12 @@ TEST(ToolValues, inARow) {
     });
     EXPECT_FALSE(parseAlert("{\"a\":\xff\"}"));
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
-    EXPECT_EQ(printable("a\033[31m\n\x7f\u00e9"), "a?[31m??\u00e9");
+    // What is no UTF-8 (a byte too few, overlong, a surrogate), what controls, and what could be read as an escape.
+    EXPECT_EQ(printable("\u00e9\u8a9e\U0001f5c4 \xff\xe2\x82 \xc0\xaf\xed\xa0\x80"),
+              "\u00e9\u8a9e\U0001f5c4 \\xff\\xe2\\x82 \\xc0\\xaf\\xed\\xa0\\x80");
+    EXPECT_EQ(printable("a\033[31m\n\x7f\u009b \u202egpj.exe\u2066\u061c"),
+              "a\\x1b[31m\\x0a\\x7f\\xc2\\x9b \\u202egpj.exe\\u2066\\u061c");
+    EXPECT_EQ(printable("a\\b \\x1b \\"), "a\\b \\x5cx1b \\");
 }
 
 std::string rendered(const std::vector<FileSystem> &all, const Look &look) {
@@ -256,6 +261,42 @@ TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {
     EXPECT_EQ(alerts.read().size(), 2u);
 }
 
+// From the end, with what follows left to the next call; what lies before the bound is not looked at.
+TEST_F(ToolFiles, theEndIsReadBackwards) {
+    const std::string longest(65536, 'l'), longer(65537, 'm');
+    const struct {
+        std::string content;
+        off_t most;
+        std::vector<std::string> lines; // the newest first
+        std::string next;               // the line that the next call completes
+    } rows[] = {{"", 99, {}, "+"},
+                {"half", 99, {}, "half+"},
+                {"1\n", 99, {"1"}, "+"},
+                {"\n\n2\n3", 99, {"2", "", ""}, "3+"},
+                {"1\n2\n3\n", 5, {"3", "2"}, "+"},
+                {"1\n2\n3\n", 4, {"3"}, "+"},
+                {"1\nhalf", 4, {}, ""},
+                {longer + "\n" + longest + "\n2\n", 999999, {"2", longest}, "+"},
+                {"1\n" + longer, 999999, {"1"}, ""}};
+    for (const auto &row : rows) {
+        std::filesystem::remove(root_ + "log");
+        append("log", row.content);
+        LineFile file(root_ + "log", LineFile::Beginning);
+        std::vector<std::string> lines, next;
+        const off_t looked = file.readBackwards(row.most, [&lines](const std::string &line) {
+            lines.push_back(line);
+            return true;
+        });
+        EXPECT_EQ(looked, std::min<off_t>(row.most, static_cast<off_t>(row.content.size())));
+        EXPECT_EQ(lines, row.lines);
+        append("log", "+\n");
+        file.read([&next](const std::string &line) { next.push_back(line); });
+        EXPECT_EQ(next, row.next.empty() ? std::vector<std::string>() : std::vector{row.next});
+        const off_t part = file.readBackwards(99, [](const std::string &) { return false; });
+        EXPECT_LE(part, 65536) << "enough after the first";
+    }
+}
+
 TEST_F(ToolFiles, agentDirectory) {
     EXPECT_EQ(exitOf([this] { checkAgentDirectory(root_); }), Exit::Environment);
     for (const char *name : {"data", "work"})
@@ -273,7 +314,7 @@ TEST_F(ToolFiles, agentDirectory) {
     EXPECT_TRUE(lockWork(root_, std::chrono::milliseconds(0)));
 }
 
-TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
+TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     std::filesystem::create_directory(root_ + "work");
     EXPECT_FALSE(findProviderAtWork(root_)) << "no key file";
     append("work/oxtfsshm.key2", "");
@@ -289,6 +330,17 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
     auto found = findProviderAtWork(root_);
     for (int i = 0; i < 5000 && !found; ++i, found = findProviderAtWork(root_))
         usleep(1000);
+    const std::string moved = root_ + "moved";
+    std::filesystem::rename(keyFile, moved);
+    std::filesystem::create_symlink(moved, keyFile);
+    EXPECT_FALSE(findProviderAtWork(root_)) << "a link is no key file";
+    std::filesystem::rename(moved, keyFile);
+    shmid_ds about = {};
+    const int made = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    ASSERT_EQ(shmctl(made, IPC_STAT, &about), 0);
+    about.shm_perm.mode = 0640;
+    ASSERT_EQ(shmctl(made, IPC_SET, &about), 0);
+    EXPECT_FALSE(findProviderAtWork(root_)) << "others may read it";
     kill(maker, SIGKILL);
     ASSERT_EQ(waitpid(maker, nullptr, 0), maker);
     ASSERT_TRUE(found);
@@ -298,9 +350,6 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
 
     const int id = shmget(ftok(keyFile.c_str(), 69), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
-    void *attached = shmat(id, nullptr, 0);
-    EXPECT_TRUE(findProviderAtWork(root_)) << "somebody has it attached";
-    shmdt(attached);
     shmctl(id, IPC_RMID, nullptr);
 }
 

@@ -4,6 +4,9 @@
 #include <cstdio>
 #include <ctime>
 
+#include "agentDir.h"
+#include "inspect.h"
+#include "outputFile.h"
 #include "prometheus.h"
 
 namespace oxttool {
@@ -128,6 +131,8 @@ Exit changeThreshold(const Options &options, const char *method, const char *pro
 } // namespace
 
 Exit listCommand(const Options &options) {
+    if (options.wantsMetrics() && !options.hosting.force && findProviderAtWork(agentDirectory()))
+        return peekCommand(options); // it measures, and nobody else may beside it
     Session session(options.hosting, ServiceMode::off());
     std::vector<FileSystem> all;
     for (const Instance &instance : session.enumerate(kFileSystemClass))
@@ -139,7 +144,7 @@ Exit listCommand(const Options &options) {
     session.close();
     if (options.wantsMetrics()) {
         metrics.fileSystems = std::move(all);
-        std::fputs(prometheusText(metrics).c_str(), stdout);
+        deliver(prometheusText(metrics), options.output);
     } else {
         printFileSystems(stdout, all, options.look);
     }

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agentDir.h"
+#include "outputFile.h"
 #include "prometheus.h"
 #include "saveFile.h"
 #include "segments.h"
@@ -61,7 +62,7 @@ Field number(const char *name, const std::string &value) {
 // When the save file was written, with which every pass ends.
 std::optional<double> savedAt() {
     struct stat saved = {};
-    if (stat((agentDirectory() + "data/" + kSaveFileName).c_str(), &saved) != 0)
+    if (lstat((agentDirectory() + "data/" + kSaveFileName).c_str(), &saved) != 0 || !S_ISREG(saved.st_mode))
         return std::nullopt;
     return static_cast<double>(saved.st_mtim.tv_sec) + static_cast<double>(saved.st_mtim.tv_nsec) / 1e9;
 }
@@ -107,7 +108,7 @@ Exit peekCommand(const Options &options) {
     const double updated = saved.value_or(static_cast<double>(live.made));
     const auto seconds = static_cast<std::time_t>(updated);
     if (options.wantsMetrics()) {
-        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, updated}).c_str(), stdout);
+        deliver(prometheusText({live.fileSystems, live.cycle.seconds, updated}), options.output);
     } else if (options.look.json) {
         print(tables("provider",
                      {number("pid", std::to_string(live.pid)),

@@ -77,11 +77,15 @@ void addFormat(CLI::App *sub, Options &options) {
     sub->add_option("--format", options.format,
                     "A table, JSON as with --json, or metrics in bytes for the node exporter's textfile collector")
         ->check(CLI::IsMember({"table", "json", "prometheus"}));
+    sub->add_option("--output", options.output, "Write the metrics into FILE, as a whole or not at all")
+        ->type_name("FILE");
 }
 
 void checkFormat(Options &options) {
     if (options.look.json && !options.format.empty() && options.format != "json")
         throw Failure(Exit::Usage, "--json and --format " + options.format + " exclude each other.");
+    if (!options.output.empty() && !options.wantsMetrics())
+        throw Failure(Exit::Usage, "--output is for metrics: add --format prometheus.");
     options.look.json |= options.format == "json";
 }
 

@@ -27,6 +27,7 @@ struct Options {
     std::string format;                 // "table", "json" or "prometheus"
     std::string file;                   // of save
     std::string lines;                  // of log
+    std::string output;                 // the file for metrics; empty: the standard output
     bool follow = false, failuresOnly = false;
 };
 

@@ -1,6 +1,5 @@
 #include "segments.h"
 
-#include <sys/ipc.h>
 #include <sys/shm.h>
 #include <unistd.h>
 
@@ -11,8 +10,9 @@
 #include <optional>
 #include <thread>
 
-#include "agentDir.h"
 #include "failure.h"
+#include "process.h"
+#include "providerSegment.h"
 
 namespace oxttool {
 
@@ -67,16 +67,15 @@ Copy refusal() {
 
 Copy copyOnce(const std::string &keyFile, const Class &of) {
     Copy copy;
-    const key_t key = ftok(keyFile.c_str(), kKeyProject);
-    const int id = key == -1 ? -1 : shmget(key, 0, 0);
-    if (id == -1)
-        return refusal();
-    if (id == 0)
-        return copy; // never a provider's
-    if (shmctl(id, IPC_STAT, &copy.about) != 0)
-        return refusal();
-    if (copy.about.shm_nattch == 0 && copy.about.shm_cpid != 0 && !isAlive(copy.about.shm_cpid))
-        return copy; // left behind by a process that died
+    const auto segment = providerSegment(keyFile);
+    if (!segment)
+        return copy;
+    copy.about = segment->about;
+    if (!segment->readable) {
+        copy.state = Copy::Forbidden;
+        return copy;
+    }
+    const int id = segment->id;
     if (!hasSize(copy.about.shm_segsz, of)) {
         copy.state = Copy::WrongSize;
         return copy;
@@ -154,10 +153,14 @@ std::string problemOf(const Taken &taken) {
     return "";
 }
 
-Failure noProvider(const std::string &root) {
+Failure noRecords(const std::string &root) {
+    if (const auto found = findProviderAtWork(root))
+        return {Exit::Environment,
+                "the provider in " + nameOf(*found) +
+                    " has no records to show.\nIt has just started or is about to end, or it refused "
+                    "to stop a monitoring thread: restart its object manager then."};
     return {Exit::Environment,
-            "no provider is at work here: none keeps its records in shared memory under " +
-                keyFileOf(root, kConfig.digit) +
+            "no provider is running here: none has shared memory under " + keyFileOf(root, kConfig.digit) +
                 ".\nOne starts with a request to its object manager, or with 'oxtfsctl watch'. 'oxtfsctl "
                 "list' measures by itself, 'oxtfsctl save' shows what was saved last."};
 }
@@ -219,7 +222,7 @@ LiveRecords readSegments(const std::string &root, milliseconds patience) {
             problem = records.problem;
         }
         if (taken.config.state == Copy::Missing)
-            throw noProvider(root);
+            throw noRecords(root);
         if (taken.config.state == Copy::Forbidden || Clock::now() >= end)
             throw Failure(Exit::Environment, problem);
         std::this_thread::sleep_for(kPause);

@@ -32,6 +32,9 @@ TablePtr newTable(FILE *out, const std::string &name, const Look &look) {
     check(scols_table_set_name(table.get(), name.c_str()));
     check(scols_table_enable_json(table.get(), look.json));
     check(scols_table_enable_colors(table.get(), look.colour));
+    // In UTF-8 cells come as they are shown; the library would let characters through that turn the text's direction.
+    // Elsewhere it shows no byte beyond ASCII as it is.
+    check(scols_table_enable_noencoding(table.get(), look.blocks && !look.json));
     return table;
 }
 
@@ -44,7 +47,8 @@ void addColumn(libscols_table *table, const std::string &name, int flags, int js
 
 void setCell(libscols_line *line, std::size_t column, const std::string &text, const Look &look,
              const char *colour = "") {
-    check(scols_line_set_data(line, column, (look.json ? asUtf8(text) : text).c_str()));
+    const std::string shown = look.json ? asUtf8(text) : look.blocks ? printable(text) : text;
+    check(scols_line_set_data(line, column, shown.c_str()));
     if (*colour != '\0')
         check(scols_cell_set_color(scols_line_get_cell(line, column), colour));
 }

@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <iterator>
 
-#include <nlohmann/json.hpp>
-
 #include "failure.h"
 
 namespace oxttool {
@@ -147,24 +145,6 @@ const char *driveName(std::int64_t driveType) {
 const char *statusName(std::int64_t freeSpaceStatus) {
     constexpr const char *names[] = {"not monitored", "normal", "warning", "fatal"};
     return freeSpaceStatus >= 0 && freeSpaceStatus < 4 ? names[freeSpaceStatus] : "unknown";
-}
-
-std::string asUtf8(const std::string &text) {
-    using nlohmann::json;
-    return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
-}
-
-std::string printable(const std::string &text) {
-    const std::string utf8 = asUtf8(text);
-    std::string safe;
-    for (std::size_t i = 0; i < utf8.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(utf8[i]);
-        // U+0080 to U+009F steer terminals too.
-        const bool wide = byte == 0xC2 && static_cast<unsigned char>(utf8[i + 1]) < 0xA0;
-        safe += wide || byte < 0x20 || byte == 0x7F ? '?' : utf8[i];
-        i += wide ? 1 : 0;
-    }
-    return safe;
 }
 
 } // namespace oxttool

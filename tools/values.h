@@ -1,4 +1,4 @@
-// Values as users write and read them: amounts of space, indexes, codes, texts. All pure.
+// Values as users write and read them: amounts of space, indexes, codes. All pure.
 #ifndef OXT_TOOL_VALUES_H
 #define OXT_TOOL_VALUES_H
 
@@ -7,6 +7,7 @@
 #include <string>
 
 #include "oxtHost.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -40,12 +41,6 @@ std::string utcTime(std::time_t time);
 // The words for the provider's codes; "unknown" for any code without one.
 const char *driveName(std::int64_t driveType);
 const char *statusName(std::int64_t freeSpaceStatus);
-
-// The bytes as UTF-8, each sequence that is none replaced by U+FFFD.
-std::string asUtf8(const std::string &text);
-
-// The same with every control character replaced by "?", safe to write to a terminal.
-std::string printable(const std::string &text);
 
 } // namespace oxttool
 

@@ -26,7 +26,8 @@ int listenerAt(unsigned short port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const bool listens = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 && listen(fd, 8) == 0;
+    const bool listens =
+        bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 && listen(fd, 8) == 0;
     return listens ? fd : -1; // the port is still another's: it goes on without, as the real one does
 }
 
@@ -50,7 +51,9 @@ int main(int argc, char **argv) {
     std::ofstream(program + ".ran", std::ios::app) << getuid() << "\n";
     std::stringstream ways;
     ways << " " << std::ifstream(program + ".ways").rdbuf() << " ";
-    const auto has = [text = ways.str()](const char *word) { return text.find(std::string(" ") + word + " ") != text.npos; };
+    const auto has = [text = ways.str()](const char *word) {
+        return text.find(std::string(" ") + word + " ") != text.npos;
+    };
     if (has("mute-once"))
         std::ofstream(program + ".ways") << "";
     if (argc > 1 && strcmp(argv[1], "-d") == 0 && daemon(0, 0) != 0)

@@ -57,6 +57,10 @@ void checkAgentDirectory(const std::string &root) {
     }
 }
 
+bool mayHost(const std::string &root) {
+    return access((root + "data").c_str(), W_OK) == 0 && access((root + "work").c_str(), W_OK) == 0;
+}
+
 Fd lockWork(const std::string &root, std::chrono::milliseconds patience) {
     constexpr auto kPause = std::chrono::milliseconds(50);
     const std::string path = root + kLockName;

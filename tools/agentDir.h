@@ -25,6 +25,9 @@ inline constexpr const char *kTraceFileName = "oxtfs.log";    // in log/
 // and work/ by nobody else: who can may replace the settings, and what other programs take for the provider's.
 void checkAgentDirectory(const std::string &root);
 
+// Whether this process could host a provider there, as far as the rights to its directories go.
+bool mayHost(const std::string &root);
+
 // Locks the file in `root`work/ and waits for it at most `patience`. No descriptor when another process held it all the
 // time. Throws an environment failure when it cannot be made.
 Fd lockWork(const std::string &root, std::chrono::milliseconds patience);

@@ -131,8 +131,10 @@ Exit changeThreshold(const Options &options, const char *method, const char *pro
 } // namespace
 
 Exit listCommand(const Options &options) {
-    if (options.wantsMetrics() && !options.hosting.force && findProviderAtWork(agentDirectory()))
-        return peekCommand(options); // it measures, and nobody else may beside it
+    // A provider that runs measures, and nobody else may beside it; and who may host none takes what one tells.
+    const std::string root = agentDirectory();
+    if (options.wantsMetrics() && !options.hosting.force && (findProviderAtWork(root) || !mayHost(root)))
+        return peekCommand(options);
     Session session(options.hosting, ServiceMode::off());
     std::vector<FileSystem> all;
     for (const Instance &instance : session.enumerate(kFileSystemClass))

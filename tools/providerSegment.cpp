@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "failure.h"
 #include "process.h"
 
 namespace oxttool {
@@ -48,7 +49,11 @@ std::string keyFileOf(const std::string &root, int digit) {
 
 std::optional<ProviderSegment> providerSegment(const std::string &keyFile) {
     struct stat file = {};
-    const key_t key = lstat(keyFile.c_str(), &file) == 0 ? ftok(keyFile.c_str(), kKeyProject) : -1;
+    const bool known = lstat(keyFile.c_str(), &file) == 0;
+    if (!known && errno == EACCES)
+        throw Failure(Exit::Environment, "whether a provider is running cannot be told: " + keyFile +
+                                             " may not be looked at.\nRun oxtfsctl as root or as the provider's user.");
+    const key_t key = known ? ftok(keyFile.c_str(), kKeyProject) : -1;
     ProviderSegment found;
     found.id = key == -1 ? -1 : shmget(key, 0, 0);
     if (found.id <= 0) // 0 is never a provider's

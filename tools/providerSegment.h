@@ -24,7 +24,8 @@ struct ProviderSegment {
     bool readable = false; // by us
 };
 
-// The one under that key file, when it is a provider's that is at work.
+// The one under that key file, when it is a provider's that is at work. Throws an environment failure when the key file
+// may not be looked at.
 std::optional<ProviderSegment> providerSegment(const std::string &keyFile);
 
 struct ProviderAtWork {

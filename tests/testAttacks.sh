@@ -33,7 +33,7 @@ watch() { # watch [COMMAND...]: by way of that command
     "$@" "$tool" watch >"$base/watch" 2>&1 &
     watching=$!
     for _ in $(seq 600); do
-        grep -q "pass 1" "$base/watch" && return
+        grep -qs "pass 1" "$base/watch" && return
         sleep 0.1
     done
     fail "no pass: $(cat "$base/watch")"

@@ -78,11 +78,10 @@ daemon_starter() {
 }
 
 wait_for_end() { # wait_for_end SECONDS SESSION...
-    tries=$(($1 * 2))
+    end=$(($(date +%s) + $1))
     shift
     while [ -n "$(daemon_processes "$@")" ]; do
-        [ $tries -gt 0 ] || return 1
-        tries=$((tries - 1))
+        [ "$(date +%s)" -lt $end ] || return 1
         sleep 0.5
     done
 }
@@ -92,7 +91,7 @@ stop_daemon() { # stop_daemon STARTER SESSION...
     starter=$1
     shift
     case $starter in
-    'unit '*) systemctl stop "${starter#unit }" ;;
+    'unit '*) systemctl stop "${starter#unit }" || true ;; # below it is seen whether it has
     *)
         for pid in $(daemon_processes "$@"); do
             parent=$(sed -n 's/^PPid:[[:space:]]*//p' "/proc/$pid/status" 2>/dev/null) || continue # gone

@@ -81,7 +81,7 @@ rebuild() {
     if ! sfcbrepos -f >"$scratch/report" 2>&1; then
         cat "$scratch/report" >&2
         fail 1 "sfcbrepos failed, see above; repository and registration are what they were before." \
-            "A file that it names and that is not OXT_* belongs to another product: mend that, and try again."
+            "One staged file that does not compile, of whatever product, makes every rebuild fail: see $stage/mofs."
     fi
     trap 'rm -rf "$scratch"' EXIT
     [ "$wanted" = yes ] || unlink_library

@@ -2,7 +2,7 @@
 # Names that any user can give a directory, and that somebody mounts a disk on.
 
 hostile=(
-    '$(touch PWNED)' '`touch PWNED`' '; touch PWNED' '--help' '* ?' "it's \"quoted\"" 'back\slash\x41' $'two\nlines'
+    '$(touch${IFS}PWNED)' '$(touch PWNED)' '`touch PWNED`' '; touch PWNED' '--help' '* ?' "it's \"quoted\"" 'back\slash\x41' $'two\nlines'
     $'tab\tbed' $'\e[31mred\e]0;title\a' $'C1 \u009b31m' $'bidi \u202egnp.exe\u2066' $'Latin-1 \xe9' 'ü → 語' '%s%n' '#1'
 )
 

@@ -3,8 +3,8 @@
 // The provider overwrites a segment with one copy and without a lock that others know, and replaces the one of the file
 // systems when their number changes. It attaches a segment for no longer than a copy takes, and the kernel keeps who
 // attached or detached last: a copy during which nobody else was or came is exact.
-#ifndef OXT_TOOL_SEGMENTS_H
-#define OXT_TOOL_SEGMENTS_H
+#ifndef OXT_MONITOR_SEGMENTS_H
+#define OXT_MONITOR_SEGMENTS_H
 
 #include <sys/types.h>
 

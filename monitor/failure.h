@@ -1,6 +1,6 @@
 // How a command ends, and the one exception that carries it to main.
-#ifndef OXT_TOOL_FAILURE_H
-#define OXT_TOOL_FAILURE_H
+#ifndef OXT_MONITOR_FAILURE_H
+#define OXT_MONITOR_FAILURE_H
 
 #include <stdexcept>
 #include <string>

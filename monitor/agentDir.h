@@ -2,8 +2,8 @@
 //
 // One oxtfsctl at a time hosts a provider: each takes a lock on the directory work/ itself, so that commands in a row
 // of scripts wait for each other instead of meeting.
-#ifndef OXT_TOOL_AGENTDIR_H
-#define OXT_TOOL_AGENTDIR_H
+#ifndef OXT_MONITOR_AGENTDIR_H
+#define OXT_MONITOR_AGENTDIR_H
 
 #include <sys/types.h>
 

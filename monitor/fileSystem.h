@@ -1,6 +1,6 @@
 // One file system as the provider publishes it.
-#ifndef OXT_TOOL_FILESYSTEM_H
-#define OXT_TOOL_FILESYSTEM_H
+#ifndef OXT_MONITOR_FILESYSTEM_H
+#define OXT_MONITOR_FILESYSTEM_H
 
 #include <cstdint>
 #include <string>

@@ -1,6 +1,6 @@
 // A file descriptor that closes itself.
-#ifndef OXT_TOOL_FD_H
-#define OXT_TOOL_FD_H
+#ifndef OXT_MONITOR_FD_H
+#define OXT_MONITOR_FD_H
 
 #include <unistd.h>
 

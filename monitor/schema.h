@@ -1,6 +1,6 @@
 // The MOF text of the provider's classes, built in: it gives untyped arguments their types.
-#ifndef OXT_TOOL_SCHEMA_H
-#define OXT_TOOL_SCHEMA_H
+#ifndef OXT_MONITOR_SCHEMA_H
+#define OXT_MONITOR_SCHEMA_H
 
 namespace oxttool {
 

@@ -2,8 +2,8 @@
 //
 // SIGINT, SIGTERM and SIGHUP wait for as long as a session lives, so that the provider always gets its clean-up: it
 // saves its records there and removes its shared memory. A signal that came in takes effect when the session is gone.
-#ifndef OXT_TOOL_SESSION_H
-#define OXT_TOOL_SESSION_H
+#ifndef OXT_MONITOR_SESSION_H
+#define OXT_MONITOR_SESSION_H
 
 #include <signal.h>
 

@@ -1,6 +1,6 @@
 // The alerts of a machine without the agent: its alert stand-in writes them to a file, one JSON object per line.
-#ifndef OXT_TOOL_ALERTFILE_H
-#define OXT_TOOL_ALERTFILE_H
+#ifndef OXT_MONITOR_ALERTFILE_H
+#define OXT_MONITOR_ALERTFILE_H
 
 #include <cstdint>
 #include <optional>

@@ -46,7 +46,7 @@ std::string hintFor(const std::string &message) {
 std::string defaultLibrary() {
     std::error_code ignored;
     const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto installed = bin / OXT_TOOL_BIN_TO_LIB / "cmpi" / kLibraryName;
+    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / "cmpi" / kLibraryName;
     for (const auto &candidate : {bin / ".." / "provider" / kLibraryName, installed})
         if (std::filesystem::exists(candidate, ignored))
             return candidate.lexically_normal().string();

@@ -1,7 +1,7 @@
 // A log that another process writes, line by line: followed through its being created, truncated, and renamed for a new
 // one. Older files are NAME.1, NAME.2 and so on.
-#ifndef OXT_TOOL_LINEFILE_H
-#define OXT_TOOL_LINEFILE_H
+#ifndef OXT_MONITOR_LINEFILE_H
+#define OXT_MONITOR_LINEFILE_H
 
 #include <sys/stat.h>
 #include <sys/types.h>

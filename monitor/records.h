@@ -1,7 +1,7 @@
 // The provider's records as their bytes lie in shared memory and in its save file; docs/formats.md shows them. Both
 // come from another process and from the disk: nothing about the values is believed. All pure.
-#ifndef OXT_TOOL_RECORDS_H
-#define OXT_TOOL_RECORDS_H
+#ifndef OXT_MONITOR_RECORDS_H
+#define OXT_MONITOR_RECORDS_H
 
 #include <cstddef>
 #include <string>

@@ -1,7 +1,7 @@
 // The file systems as metrics, in Prometheus' text exposition format: what the node exporter's textfile collector
 // reads.
-#ifndef OXT_TOOL_PROMETHEUS_H
-#define OXT_TOOL_PROMETHEUS_H
+#ifndef OXT_MONITOR_PROMETHEUS_H
+#define OXT_MONITOR_PROMETHEUS_H
 
 #include <string>
 #include <vector>

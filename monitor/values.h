@@ -1,6 +1,6 @@
 // Values as users write and read them: amounts of space, indexes, codes, texts. All pure.
-#ifndef OXT_TOOL_VALUES_H
-#define OXT_TOOL_VALUES_H
+#ifndef OXT_MONITOR_VALUES_H
+#define OXT_MONITOR_VALUES_H
 
 #include <cstdint>
 #include <ctime>

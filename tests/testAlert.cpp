@@ -61,8 +61,9 @@ class Alert : public testing::Test {
 std::string readable(const std::string &line) {
     std::string text;
     for (const char c : std::regex_replace(line, std::regex(R"("time":"[-:.T\d]{23}Z")"), R"("time":"TIME")")) {
+        const auto byte = static_cast<unsigned char>(c);
         char code[8];
-        snprintf(code, sizeof code, c < 0 ? "\\x%02X" : "%c", static_cast<unsigned char>(c));
+        snprintf(code, sizeof code, byte >= 0x80 ? "\\x%02X" : "%c", byte);
         text += code;
     }
     return text;

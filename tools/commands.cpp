@@ -243,7 +243,7 @@ Exit callCommand(const Options &options) {
                   reply.returned && isText(*reply.returned) ? Field::Text : Field::Number}},
                 options.look);
     if (closed)
-        throw *closed; // the answer is shown all the same
+        throw Failure(*closed); // the answer is shown all the same
     return reply.ok() && (!reply.returned || reply.returned->number == 0) ? Exit::Ok : Exit::Refused;
 }
 

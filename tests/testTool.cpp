@@ -26,7 +26,7 @@
 #include "lineFile.h"
 #include "prometheus.h"
 #include "table.h"
-#include "traceLine.h"
+#include "shownTraceLine.h"
 #include "values.h"
 
 namespace {

@@ -10,6 +10,7 @@
 
 #include "agentDir.h"
 #include "lineFile.h"
+#include "shownTraceLine.h"
 #include "traceLine.h"
 #include "values.h"
 

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <stdexcept>
 
 #include <nlohmann/json.hpp>
 
 #include "fd.h"
+#include "packedName.h"
 
 namespace oxttool {
 
@@ -18,35 +20,15 @@ using nlohmann::json;
 
 constexpr std::size_t kMostBytes = 64 * 1024 * 1024;
 
-// Names are bytes of any kind, JSON takes UTF-8 only: each byte becomes the code point of its number.
-std::string packed(const std::string &name) {
-    std::string text;
-    for (const char c : name) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x80)
-            text += static_cast<char>(0xC0 | (byte >> 6));
-        text += static_cast<char>(byte >= 0x80 ? 0x80 | (byte & 0x3F) : byte);
-    }
-    return text;
-}
-
-std::optional<std::string> unpacked(const json &object, const char *key) {
+std::optional<std::string> nameIn(const json &object, const char *key) {
     const auto found = object.is_object() ? object.find(key) : object.end();
     if (found == object.end() || !found->is_string())
         return std::nullopt;
-    const std::string &text = found->get_ref<const std::string &>();
-    std::string name;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < 0x80) {
-            name += text[i];
-        } else if ((byte == 0xC2 || byte == 0xC3) && i + 1 < text.size()) {
-            name += static_cast<char>(((byte & 3) << 6) | (text[++i] & 0x3F));
-        } else {
-            return std::nullopt;
-        }
+    try {
+        return unpackedName(found->get<std::string>());
+    } catch (const std::invalid_argument &) {
+        return std::nullopt;
     }
-    return name;
 }
 
 template <class Number> Number numberOf(const json &object, const char *key) {
@@ -67,7 +49,7 @@ json rulesOf(const RuleMemories &memories) {
                                                       {"byHand", setting.byHand ? 1U : 0U},
                                                       {"before", setting.before}}
                                                : json(nullptr));
-        all.push_back({{"device", packed(device)}, {"size", memory.sizeMiB}, {"settings", settings}});
+        all.push_back({{"device", packedName(device)}, {"size", memory.sizeMiB}, {"settings", settings}});
     }
     return all;
 }
@@ -76,7 +58,7 @@ void takeRules(const json &all, RuleMemories &memories) {
     if (!all.is_array())
         return;
     for (const json &one : all) {
-        const auto device = unpacked(one, "device");
+        const auto device = nameIn(one, "device");
         if (!device || !one.contains("settings") || !one["settings"].is_array() || one["settings"].size() != kSettings)
             continue;
         RuleMemory &memory = memories[*device];
@@ -96,7 +78,7 @@ json historiesOf(const Memory &memory) {
             points.push_back(static_cast<std::uint64_t>(point.time));
             points.push_back(point.freeMiB);
         }
-        all.push_back({{"device", packed(name.first)}, {"mount", packed(name.second)}, {"points", points}});
+        all.push_back({{"device", packedName(name.first)}, {"mount", packedName(name.second)}, {"points", points}});
     }
     return all;
 }
@@ -105,7 +87,7 @@ void takeHistories(const json &all, std::int64_t now, Memory &memory) {
     if (!all.is_array())
         return;
     for (const json &one : all) {
-        const auto device = unpacked(one, "device"), mount = unpacked(one, "mount");
+        const auto device = nameIn(one, "device"), mount = nameIn(one, "mount");
         if (!device || !mount || !one.contains("points") || !one["points"].is_array() ||
             memory.histories.size() == kMostHistories)
             continue;

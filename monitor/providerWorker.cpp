@@ -12,6 +12,7 @@
 
 #include "agentDir.h"
 #include "instances.h"
+#include "packedName.h"
 #include "values.h"
 
 namespace oxttool {
@@ -57,11 +58,11 @@ Session::Arguments argumentsOf(const Change &change) {
 }
 
 HttpResponse answerOf(const oxthost::Reply &reply) {
-    nlohmann::json body = {{"status", reply.rc}, {"message", asUtf8(reply.message)}, {"returned", nullptr}};
+    nlohmann::json body = {{"status", reply.rc}, {"message", packedName(reply.message)}, {"returned", nullptr}};
     if (reply.returned && !reply.returned->null)
         body["returned"] = {{"type", reply.returned->type},
                             {"number", reply.returned->number},
-                            {"text", asUtf8(reply.returned->text)}};
+                            {"text", packedName(reply.returned->text)}};
     HttpResponse response;
     response.body = std::make_shared<std::string>(body.dump() + "\n");
     return response;

@@ -1,9 +1,12 @@
 #include "commands.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
 
+#include "instances.h"
 #include "prometheus.h"
 
 namespace oxttool {
@@ -13,9 +16,6 @@ namespace {
 using oxthost::Instance;
 using oxthost::ServiceMode;
 
-constexpr const char *kFileSystemClass = "OXT_FileSystem";
-constexpr const char *kConfigClass = "OXT_FileSystemConfig";
-constexpr const char *kThreadClass = "OXT_FileSystemThread";
 constexpr unsigned kHighestIndex = 65535;
 
 const char *onOff(const std::string &number) {
@@ -25,11 +25,6 @@ const char *onOff(const std::string &number) {
 std::string propertyText(const Instance &instance, const char *property) {
     const oxthost::Value *value = instance.find(property);
     return value ? textOf(*value) : "";
-}
-
-unsigned cycleOf(const Instance &config) {
-    const oxthost::Value *cycle = config.find("MonitorCycle");
-    return cycle ? static_cast<unsigned>(cycle->number) : 0;
 }
 
 Instance getByIndex(Session &session, const std::string &index) {
@@ -81,6 +76,16 @@ void printInstance(const std::string &name, const Instance &instance, const Look
     printRecord(stdout, name, fields, look);
 }
 
+// Where the answers come from, for people: not where a program reads them.
+void saySource(const Session &session, const Options &options) {
+    const std::string source = session.source();
+    if (source.empty() || options.look.json || options.wantsMetrics())
+        return;
+    std::fflush(stdout);
+    const bool grey = isatty(STDERR_FILENO) != 0;
+    std::fprintf(stderr, "%s%s%s\n", grey ? "\033[2m" : "", source.c_str(), grey ? "\033[0m" : "");
+}
+
 // What a change did, read before and after it.
 void printChange(const Instance &before, const Instance &after, const char *property, const char *word,
                  const Look &look) {
@@ -114,13 +119,13 @@ void printChange(const Instance &before, const Instance &after, const char *prop
 Exit changeThreshold(const Options &options, const char *method, const char *property, const char *word) {
     checkTarget(options.target);
     const Amount amount = parseAmount(options.value);
-    Session session(options.hosting, ServiceMode::off());
-    const Instance before = find(session, options.target);
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const Instance before = find(*session, options.target);
     const FileSystem was = fileSystemOf(before);
-    session.invoke(kFileSystemClass, method,
-                   {{"Index", was.index}, {property, std::to_string(amount.of(was.sizeMiB))}});
-    const Instance after = getByIndex(session, was.index);
-    session.close();
+    session->invoke(kFileSystemClass, method,
+                    {{"Index", was.index}, {property, std::to_string(amount.of(was.sizeMiB))}});
+    const Instance after = getByIndex(*session, was.index);
+    session->close();
     printChange(before, after, property, word, options.look);
     return Exit::Ok;
 }
@@ -128,67 +133,71 @@ Exit changeThreshold(const Options &options, const char *method, const char *pro
 } // namespace
 
 Exit listCommand(const Options &options) {
-    Session session(options.hosting, ServiceMode::off());
+    const auto session = openSession(options.hosting, ServiceMode::off());
     std::vector<FileSystem> all;
-    for (const Instance &instance : session.enumerate(kFileSystemClass))
+    for (const Instance &instance : session->enumerate(kFileSystemClass))
         all.push_back(fileSystemOf(instance));
     Metrics metrics;
     metrics.updated = static_cast<double>(std::time(nullptr));
     if (options.wantsMetrics())
-        metrics.cycleSeconds = cycleOf(session.get(kConfigClass));
-    session.close();
+        metrics.cycleSeconds = cycleOf(session->get(kConfigClass)).seconds;
+    session->close();
     if (options.wantsMetrics()) {
         metrics.fileSystems = std::move(all);
         std::fputs(prometheusText(metrics).c_str(), stdout);
     } else {
         printFileSystems(stdout, all, options.look);
     }
+    saySource(*session, options);
     return Exit::Ok;
 }
 
 Exit getCommand(const Options &options) {
     checkTarget(options.target);
-    Session session(options.hosting, ServiceMode::off());
-    const Instance instance = find(session, options.target);
-    session.close();
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const Instance instance = find(*session, options.target);
+    session->close();
     printInstance("filesystem", instance, options.look);
+    saySource(*session, options);
     return Exit::Ok;
 }
 
 Exit configCommand(const Options &options) {
     if (!options.cycle.empty())
         parseNumber(options.cycle, 0, 65535, "a cycle in seconds"); // what fits is the provider's to judge
-    Session session(options.hosting, ServiceMode::off());
-    const Instance before = session.get(kConfigClass);
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const Instance before = session->get(kConfigClass);
     if (!options.cycle.empty())
-        session.invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
-    const Instance after = session.get(kConfigClass);
-    session.close();
+        session->invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
+    const Instance after = session->get(kConfigClass);
+    session->close();
     if (options.cycle.empty() || options.look.json)
         printInstance("config", after, options.look);
     else
         std::printf("MonitorCycle: %s -> %s seconds\n", propertyText(before, "MonitorCycle").c_str(),
                     propertyText(after, "MonitorCycle").c_str());
+    saySource(*session, options);
     return Exit::Ok;
 }
 
 Exit totalCommand(const Options &options) {
-    Session session(options.hosting, ServiceMode::off());
-    const Instance instance = session.get("OXT_FileSystemTotalNumber");
-    session.close();
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const Instance instance = session->get(kTotalClass);
+    session->close();
     printInstance("total", instance, options.look);
+    saySource(*session, options);
     return Exit::Ok;
 }
 
 Exit monitorCommand(const Options &options) {
     checkTarget(options.target);
-    Session session(options.hosting, ServiceMode::off());
-    const Instance before = find(session, options.target);
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const Instance before = find(*session, options.target);
     const std::string index = propertyText(before, "Index");
-    session.invoke(kFileSystemClass, "SetMonitorThreshold",
-                   {{"Index", index}, {"MonitorThreshold", options.value == "on" ? "1" : "0"}});
-    const Instance after = getByIndex(session, index);
-    session.close();
+    session->invoke(kFileSystemClass, "SetMonitorThreshold",
+                    {{"Index", index}, {"MonitorThreshold", options.value == "on" ? "1" : "0"}});
+    const Instance after = getByIndex(*session, index);
+    session->close();
     printChange(before, after, "MonitorThreshold", "monitoring", options.look);
     return Exit::Ok;
 }
@@ -202,14 +211,15 @@ Exit fatalCommand(const Options &options) {
 }
 
 Exit threadCommand(const Options &options) {
-    Session session(options.hosting, ServiceMode::on());
+    const auto session = openSession(options.hosting, ServiceMode::on());
     if (options.value == "start")
-        session.invoke(kThreadClass, "StartMonitoringThread");
+        session->invoke(kThreadClass, "StartMonitoringThread");
     else if (options.value == "stop")
-        session.invoke(kThreadClass, "StopMonitoringThread");
-    const Instance instance = session.get(kThreadClass);
-    session.close();
+        session->invoke(kThreadClass, "StopMonitoringThread");
+    const Instance instance = session->get(kThreadClass);
+    session->close();
     printInstance("thread", instance, options.look);
+    saySource(*session, options);
     std::fflush(stdout);
     if (options.value == "start")
         std::fputs("oxtfsctl: the monitoring thread ends with this command; 'oxtfsctl watch' keeps it.\n", stderr);
@@ -224,11 +234,11 @@ Exit callCommand(const Options &options) {
             throw Failure(Exit::Usage, "'" + printable(argument) + "' is not an argument: NAME=TEXT is.");
         arguments.emplace_back(argument.substr(0, equals), argument.substr(equals + 1));
     }
-    Session session(options.hosting, ServiceMode::off());
-    const oxthost::Reply reply = session.call(options.className, options.method, arguments);
+    const auto session = openSession(options.hosting, ServiceMode::off());
+    const oxthost::Reply reply = session->call(options.className, options.method, arguments);
     const auto closed = [&session]() -> std::optional<Failure> {
         try {
-            session.close();
+            session->close();
         } catch (const Failure &failure) {
             return failure;
         }

@@ -1,7 +1,5 @@
 #include "inspect.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -58,14 +56,6 @@ Field number(const char *name, const std::string &value) {
     return {name, value, value, Field::Number};
 }
 
-// When the save file was written, with which every pass ends.
-std::optional<double> savedAt() {
-    struct stat saved = {};
-    if (stat((agentDirectory() + "data/" + kSaveFileName).c_str(), &saved) != 0)
-        return std::nullopt;
-    return static_cast<double>(saved.st_mtim.tv_sec) + static_cast<double>(saved.st_mtim.tv_nsec) / 1e9;
-}
-
 void printSave(const std::string &path, const SaveFile &save, const Look &look) {
     std::vector<Field> fields = {{"file", path, path}, {"version", save.version, save.version}};
     if (save.cycle) {
@@ -102,23 +92,21 @@ void printSave(const std::string &path, const SaveFile &save, const Look &look) 
 } // namespace
 
 Exit peekCommand(const Options &options) {
-    const std::optional<double> saved = savedAt(); // first, so that it never tells more than the records
     const LiveRecords live = readSegments(agentDirectory());
-    const double updated = saved.value_or(static_cast<double>(live.made));
-    const auto seconds = static_cast<std::time_t>(updated);
+    const std::string measured = utcTime(static_cast<std::time_t>(live.measured));
     if (options.wantsMetrics()) {
-        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, updated}).c_str(), stdout);
+        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, live.measured}).c_str(), stdout);
     } else if (options.look.json) {
         print(tables("provider",
                      {number("pid", std::to_string(live.pid)),
                       {"process", "", live.process},
                       number("monitorcycle", std::to_string(live.cycle.seconds)),
-                      {"lastupdate", "", utcTime(seconds)}},
+                      {"lastupdate", "", measured}},
                      live.fileSystems, options.look));
     } else {
         const std::string who = live.process.empty() ? "" : " (" + live.process + ")";
         std::printf("Kept by process %d%s, last looked at %s, every %u s.\n\n", static_cast<int>(live.pid), who.c_str(),
-                    utcTime(seconds).c_str(), live.cycle.seconds);
+                    measured.c_str(), live.cycle.seconds);
         printFileSystems(stdout, live.fileSystems, options.look);
     }
     return Exit::Ok;

@@ -12,8 +12,8 @@ namespace oxttool {
 namespace {
 
 constexpr const char *kAbout =
-    "Shows and sets what the file-system monitor keeps. Each call hosts the provider inside its own process,\n"
-    "asks it, and lets it save and clean up; peek, save and log host none. No object manager takes part.";
+    "Shows and sets what the file-system monitor keeps. Where a provider is at work, its records are shown; else each\n"
+    "call hosts the provider inside its own process, asks it, and lets it save and clean up.";
 
 constexpr const char *kFooter = R"(Options may stand before or behind the command.
 
@@ -56,7 +56,8 @@ void addGlobalOptions(CLI::App &app, Options &options) {
            },
            "Whose manners the hosting has where object managers differ (default: sfcb)")
         ->check(CLI::IsMember({"sfcb", "standard"}));
-    app.add_flag("--force", options.hosting.force, "Go on although a provider is at work here");
+    app.add_flag("--direct", options.hosting.direct, "Host a provider, whoever else could be asked");
+    app.add_flag("--force", options.hosting.force, "Host one even beside a provider at work; settings may be lost");
 }
 
 CLI::App *addCommand(CLI::App &app, Options &options, const char *name, const char *about,

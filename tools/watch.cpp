@@ -16,6 +16,8 @@
 
 #include "agentDir.h"
 #include "alertFile.h"
+#include "hostedSession.h"
+#include "instances.h"
 
 namespace oxttool {
 
@@ -26,7 +28,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr const char *kThreadClass = "OXT_FileSystemThread";
 constexpr std::size_t kRecentLines = 10;
 constexpr unsigned kLongestWatch = 30 * 24 * 3600;
 
@@ -87,7 +88,7 @@ Happened waitFor(Events &events, milliseconds atMost) {
 
 class Watch {
   public:
-    Watch(Session &session, const Options &options)
+    Watch(HostedSession &session, const Options &options)
         : session_(session), look_(options.look), redraw_(isatty(STDOUT_FILENO)),
           alertFile_(agentDirectory() + "log/" + kAlertFileName), events_(agentDirectory(), session.heldSignals()) {}
     void run(std::optional<seconds> duration);
@@ -101,7 +102,7 @@ class Watch {
     void say(const std::string &line);
     void draw(const std::vector<FileSystem> &all);
 
-    Session &session_;
+    HostedSession &session_;
     const Look look_;
     const bool redraw_; // a terminal gets the table anew, anything else gets lines
     AlertFile alertFile_;
@@ -172,10 +173,9 @@ void Watch::showChanges(const std::vector<FileSystem> &all) {
 
 void Watch::showPass(bool finished) {
     std::vector<FileSystem> all;
-    for (const auto &instance : session_.enumerate("OXT_FileSystem"))
+    for (const auto &instance : session_.enumerate(kFileSystemClass))
         all.push_back(fileSystemOf(instance));
-    if (const auto config = session_.get("OXT_FileSystemConfig"); const auto *cycle = config.find("MonitorCycle"))
-        cycle_ = seconds(std::max<std::int64_t>(cycle->number, 1));
+    cycle_ = seconds(std::max(cycleOf(session_.get(kConfigClass)).seconds, 1U));
     showChanges(all);
     passes_ += finished ? 1 : 0;
     if (redraw_) {
@@ -223,11 +223,11 @@ Exit watchCommand(const Options &options) {
         // Set in a life of its own: the thread's first sleep would still take the old cycle.
         Hosting hosting = options.hosting;
         hosting.serviceMode = ServiceMode::off();
-        Session setting(hosting, ServiceMode::off());
-        setting.invoke("OXT_FileSystemConfig", "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
+        HostedSession setting(hosting, ServiceMode::off());
+        setting.invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
         setting.close();
     }
-    Session session(options.hosting, ServiceMode::on());
+    HostedSession session(options.hosting, ServiceMode::on());
     Watch(session, options).run(duration);
     session.close();
     return Exit::Ok;

@@ -62,6 +62,12 @@ void HttpServer::listenOnTcp(Fd listener, bool loopback) {
     listeners_.push_back({fd, std::move(listener), true, loopback});
 }
 
+void HttpServer::stopListening(int unixListener) {
+    listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(),
+                                    [=](const Listener &listener) { return listener.fd == unixListener; }),
+                     listeners_.end());
+}
+
 void HttpServer::closeTcp() {
     listeners_.erase(
         std::remove_if(listeners_.begin(), listeners_.end(), [](const Listener &listener) { return listener.tcp; }),

@@ -41,6 +41,7 @@ class HttpServer {
     // The listener stays the caller's.
     void listenOn(int unixListener);
     void listenOnTcp(Fd listener, bool loopback);
+    void stopListening(int unixListener);
     void closeTcp();
 
     // Appends what to poll for, and handles what came of it: the same entries, from `first` on.

@@ -44,8 +44,8 @@ void takeRow(const json &row, MonitorState &state) {
         *name = unpackedName(row.at(at++).get<std::string>());
     for (std::int64_t *code : {&fs.driveType, &fs.monitored, &fs.status})
         *code = row.at(at++).get<std::int64_t>();
-    for (std::uint64_t *amount : {&fs.sizeMiB, &fs.freeMiB, &fs.warningMiB, &fs.warningDefaultMiB, &fs.fatalMiB,
-                                  &fs.fatalDefaultMiB})
+    for (std::uint64_t *amount :
+         {&fs.sizeMiB, &fs.freeMiB, &fs.warningMiB, &fs.warningDefaultMiB, &fs.fatalMiB, &fs.fatalDefaultMiB})
         *amount = row.at(at++).get<std::uint64_t>();
     Outlook outlook;
     for (std::string &origin : outlook.origins)

@@ -23,6 +23,11 @@ Passes::Clock::time_point Passes::overdue(std::chrono::seconds cycle) const {
     return next + std::min<std::chrono::seconds>(cycle, kPatience);
 }
 
+bool Passes::areWell(Clock::time_point now, std::chrono::seconds cycle) const {
+    // Who watches for missing passes may itself hang; it gets a moment longer.
+    return succeeded > 0 && failing.empty() && now < overdue(cycle) + kPatience;
+}
+
 void passSucceeded(Passes &passes, Passes::Clock::time_point now, std::time_t wall, std::chrono::seconds cycle) {
     end(passes, now, cycle);
     ++passes.succeeded;

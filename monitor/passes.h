@@ -19,6 +19,8 @@ struct Passes {
     Seconds lastDuration{0};     // of the last that ended; it begins when the provider's sleep is over
     Clock::time_point next{};    // when the next one begins
 
+    // The last pass succeeded and no later one is missing.
+    bool areWell(Clock::time_point now, std::chrono::seconds cycle) const;
     bool any() const { return succeeded + failed > 0; }
     // From then on, the next pass is taken for hung.
     Clock::time_point overdue(std::chrono::seconds cycle) const;

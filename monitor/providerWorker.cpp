@@ -23,8 +23,8 @@ using oxthost::ServiceMode;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr auto kFirstCheck = seconds(1);   // after a pass should have begun
-constexpr auto kChecks = seconds(3);       // between further ones
+constexpr auto kFirstCheck = seconds(1);       // after a pass should have begun
+constexpr auto kChecks = seconds(3);           // between further ones
 constexpr auto kTraceDelay = milliseconds(50); // from the written save file to the line of a failed pass
 constexpr auto kRemember = std::chrono::minutes(10);
 constexpr std::size_t kAlertLines = 100;
@@ -152,6 +152,7 @@ void ProviderWorker::begin() {
     nextCheck_ = passes_.next + kFirstCheck;
     nextRemember_ = passes_.next + kRemember;
     session_->invoke(kThreadClass, "StartMonitoringThread");
+    tell([](News &news) { news.hosting = true; });
 }
 
 // The cycle and the rules, in a life of the provider outside service mode: the first pass in it finds them set, and no
@@ -308,13 +309,15 @@ void ProviderWorker::publish(bool afterPass) {
         sayOnce(failure.what());
     }
     const std::time_t now = std::time(nullptr);
-    if (afterPass)
+    if (afterPass) {
         addToHistories(memory_, fileSystems_, now);
+        measured_ = now;
+    }
     view->fileSystems = fileSystems_;
     for (const FileSystem &fs : fileSystems_)
         view->outlooks.push_back(outlookOf(memory_, fs));
     view->cycle = cycle_;
-    view->updated = now;
+    view->updated = static_cast<double>(measured_);
     view->passes = passes_;
     std::vector<Alert> alerts = readAlerts();
     view->alerts.assign(alertLines_.begin(), alertLines_.end());

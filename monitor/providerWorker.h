@@ -1,5 +1,5 @@
-// The one thread of a monitor that calls the hosted provider. A disk that hangs stops this thread, not the main loop: it
-// goes on answering from the last view, beats the watchdog and says what is wrong.
+// The one thread of a monitor that calls the hosted provider. A disk that hangs stops this thread, not the main loop:
+// it goes on answering from the last view, beats the watchdog and says what is wrong.
 #ifndef OXT_MONITOR_PROVIDERWORKER_H
 #define OXT_MONITOR_PROVIDERWORKER_H
 
@@ -42,6 +42,7 @@ class ProviderWorker {
         std::vector<std::string> lines;   // for the error stream
         std::optional<Settings> settings; // read anew
         std::vector<std::pair<HttpServer::Id, HttpResponse>> answers;
+        bool hosting = false; // the provider runs, and nobody else works in the agent's directory
         bool ended = false;
         std::optional<Failure> failure; // why it ended, unless it was asked to
     };
@@ -107,6 +108,7 @@ class ProviderWorker {
     std::unique_ptr<LineFile> alertFile_;
     std::deque<std::string> alertLines_;
     Passes passes_;
+    std::time_t measured_ = 0; // by the last pass
     Cycle cycle_;
     std::vector<FileSystem> fileSystems_;
     unsigned unseenWrites_ = 0; // of a pass, while a change was made

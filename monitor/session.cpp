@@ -3,6 +3,7 @@
 #include "agentDir.h"
 #include "failure.h"
 #include "hostedSession.h"
+#include "monitorSession.h"
 #include "recordSession.h"
 #include "values.h"
 
@@ -76,7 +77,13 @@ void Session::invoke(const std::string &className, const std::string &method, co
 }
 
 std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode) {
-    // A session with a monitor's socket belongs here, before the look at shared memory.
+    if (auto monitor = MonitorSession::find(agentDirectory())) {
+        if (!isToHost(hosting))
+            return monitor;
+        throw Failure(Exit::Environment, "a monitor is running here; two at once would overwrite each other's settings."
+                                         "\nAsk it, without --direct, --force and options of the hosting, or end it: "
+                                         "systemctl stop oxtfs-watch");
+    }
     Workplace place = enterWork(agentDirectory());
     if (place.provider && !isToHost(hosting))
         return std::make_unique<RecordSession>(*place.provider);

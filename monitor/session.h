@@ -49,9 +49,9 @@ class Session {
     virtual std::string source() const { return {}; }
 };
 
-// The way to the provider of this machine: the records of one that is at work, or else one that lives in this process,
-// with `defaultMode` as its service mode. Whoever says how to host, wants the latter. Throws an environment failure
-// when there is no way.
+// The way to the provider of this machine: a running monitor, the records of a provider that is at work, or else one
+// that lives in this process, with `defaultMode` as its service mode. Whoever says how to host, wants the latter.
+// Throws an environment failure when there is no way.
 std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode);
 
 // The refusal for a provider's answer, with what is known to help against it.

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "inspect.h"
 #include "log.h"
+#include "settings.h"
 #include "watch.h"
 
 namespace oxttool {
@@ -141,6 +142,10 @@ void addCommands(CLI::App &app, Options &options) {
     watch->footer("The file systems are shown after each pass, alerts as they come. On a terminal the table is drawn\n"
                   "anew; elsewhere each of them is a line.");
     watch->add_option("--cycle", options.cycle, "Set the cycle first; it stays set")->type_name("SECONDS");
+    watch->add_option("--listen", options.listen, "Serve metrics and a page for browsers there, read-only")
+        ->type_name("ADDRESS:PORT");
+    watch->add_option("--settings", options.settingsFile, "The settings file (default: " + settingsPath() + ")")
+        ->type_name("FILE");
     watch->add_option("--for", options.seconds, "End after so many seconds")->type_name("SECONDS");
 
     auto *call = addCommand(app, options, "call", "Call any method of any class and show the answer", callCommand);

@@ -24,6 +24,8 @@ struct Options {
     std::vector<std::string> arguments; // of call: name=text
     std::string cycle;                  // seconds
     std::string seconds;                // that watch runs
+    std::vector<std::string> listen;    // addresses of watch
+    std::string settingsFile;           // of watch and apply
     std::string format;                 // "table", "json" or "prometheus"
     std::string file;                   // of save
     std::string lines;                  // of log

@@ -35,10 +35,8 @@ std::string now() {
     return utcTime(std::time(nullptr));
 }
 
-std::string spaceOf(const std::string &mib, Unit unit) {
-    char *end = nullptr;
-    const auto amount = std::strtoull(mib.c_str(), &end, 10);
-    return *end == '\0' ? formatSpace(amount, unit) : mib;
+std::string spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
+    return mib ? formatSpace(*mib, unit) : "?";
 }
 
 // What tells that something happened: signals, a written save file (every pass ends with one), a grown alert file.
@@ -144,7 +142,7 @@ void Watch::showAlerts() {
         }
         line += alert.mountPoint + " (" + alert.device + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
                 spaceOf(alert.sizeMiB, look_.unit) + " free, ";
-        if (!alert.thresholdMiB.empty())
+        if (alert.thresholdMiB)
             line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
         const Identity identity(alert.device, alert.mountPoint);
         const auto known = statuses_.find(identity);

@@ -2,6 +2,7 @@
 #ifndef OXT_MONITOR_FILESYSTEM_H
 #define OXT_MONITOR_FILESYSTEM_H
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -17,8 +18,9 @@ struct FileSystem {
     std::uint64_t fatalMiB = 0, fatalDefaultMiB = 0;
 
     bool isMeasured() const { return sizeMiB != 0; }
-    std::uint64_t usedPercent() const {
-        return sizeMiB > freeMiB ? ((sizeMiB - freeMiB) * 100 + sizeMiB / 2) / sizeMiB : 0;
+    // The share of the size that is free, in thousandths, rounded down; 0 when they were not measured.
+    unsigned freePermille() const {
+        return isMeasured() ? static_cast<unsigned>(std::min(freeMiB, sizeMiB) * 1000 / sizeMiB) : 0;
     }
 };
 

@@ -76,9 +76,9 @@ while read -r device directory type _; do
     field() { echo "$shown" | sed -n "s/.*\"$1\": *\"\{0,1\}\([^\",]*\).*/\1/p"; }
     size=$(mib size "$directory")
     equal "$type" \
-        "$(for name in index name filesystemtype drivetype monitorthreshold freespacestatus filesystemsize availablespace \
-            warningthreshold fatalthreshold; do field $name; done | tr '\n' ' ')" \
-        "$index $device $type 0 1 1 $size $(mib avail "$directory") $((size / 10)) $((size / 100)) "
+        "$(for name in index device type drive monitored status size free warning fatal; do field $name; done |
+            tr '\n' ' ')" \
+        "$index $device $type fixed true normal $size $(mib avail "$directory") $((size / 10)) $((size / 100)) "
 done </etc/mtab
 equal "number of file systems" "$("$tool" total --json | tr -cd 0-9)" $number
 

@@ -28,6 +28,7 @@
 
 #include "agentDir.h"
 #include "golden.h"
+#include "jsonSchema.h"
 
 namespace {
 
@@ -146,6 +147,9 @@ TEST_F(ToolCommand, commandsInARow) {
         const Ended ended = run(std::regex_replace(command, std::regex("BASE"), base_));
         const json parsed = json::parse(ended.out, nullptr, false);
         std::string told = parsed.is_discarded() ? ended.out : parsed.dump() + "\n";
+        if (!parsed.is_discarded()) {
+            EXPECT_EQ(JsonSchema().problem(command.substr(0, command.find(' ')), parsed), "");
+        }
         if (ended.exit == 2) { // a wrong command line, before any other
             EXPECT_FALSE(ended.err.empty()) << command;
             EXPECT_TRUE(filesystem::is_empty(agentPath("data"))) << command;
@@ -197,16 +201,16 @@ TEST_F(ToolCommand, watchTellsAlertsAndCleansUpOnASignal) {
     EXPECT_THAT(seen.out, HasSubstr("48M"));
     EXPECT_THAT(seen.err, HasSubstr("Records of process " + std::to_string(watch)));
     EXPECT_EQ(parsed("get 1 --json"), parsed("get " + base_ + "/big --json"));
-    EXPECT_EQ(parsed("config --json")["config"][0]["monitorcycle"], 10);
-    EXPECT_EQ(parsed("total --json")["total"][0]["filesystemtotalnumber"], 3);
-    EXPECT_EQ(parsed("thread status --json")["thread"][0]["threadrunning"], nullptr);
+    EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10);
+    EXPECT_EQ(parsed("total --json")["total"], 3);
+    EXPECT_EQ(parsed("thread status --json")["thread"]["running"], nullptr);
     fillBig(120);
     EXPECT_TRUE(told("free, threshold 16M, warning -> fatal"));
     EXPECT_TRUE(told("pass 2"));
     EXPECT_EQ(kill(watch, SIGTERM), 0);
     const Ended ended = finish(watch, "watch");
     EXPECT_EQ(ended.exit, 0) << ended.out << ended.err;
-    EXPECT_EQ(parsed("config --json")["config"][0]["monitorcycle"], 10) << "the cycle stays set";
+    EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10) << "the cycle stays set";
 }
 
 TEST_F(ToolCommand, watchEndsByItselfAndWhenNobodyReads) {
@@ -231,9 +235,10 @@ TEST_F(ToolCommand, aProviderAtWorkIsSeenAndNotDisturbed) {
     EXPECT_EQ(saved.at("mountpoint"), base_ + "/big");
     for (int i = 0; i < 30; ++i) {
         const json peeked = parsed("peek --json");
+        EXPECT_EQ(JsonSchema().problem("peek", peeked), "");
         EXPECT_EQ(peeked.at("filesystems").at(0), saved);
-        EXPECT_EQ(peeked.at("provider").at(0).at("pid"), watch);
-        EXPECT_EQ(peeked.at("provider").at(0).at("monitorcycle"), 10);
+        EXPECT_EQ(peeked.at("provider").at("pid"), watch);
+        EXPECT_EQ(peeked.at("config").at("cycle"), 10);
     }
     EXPECT_EQ(parsed("peek --format json -b").at("filesystems").at(0).at("size"), 134217728);
     EXPECT_THAT(run("peek").out, HasSubstr("process " + std::to_string(watch) + " (oxtfsctl)"));
@@ -254,7 +259,9 @@ TEST_F(ToolCommand, aProviderAtWorkIsSeenAndNotDisturbed) {
     const Ended damaged = run("save");
     EXPECT_EQ(damaged.exit, 1);
     EXPECT_THAT(damaged.out, HasSubstr("rejected: it counts 3 file systems and ends after 0 whole records"));
-    EXPECT_EQ(parsed("save " + saveFile + " --json").at("findings").at(0).at("severity"), "rejected");
+    const json told = parsed("save " + saveFile + " --json");
+    EXPECT_EQ(JsonSchema().problem("save", told), "");
+    EXPECT_EQ(told.at("findings").at(0).at("severity"), "rejected");
     EXPECT_THAT(run("list --format prometheus").out, HasSubstr("oxtfs_filesystems 3\n"));
 }
 

@@ -7,6 +7,7 @@
 #include <ctime>
 
 #include "instances.h"
+#include "json.h"
 #include "prometheus.h"
 
 namespace oxttool {
@@ -68,12 +69,11 @@ std::string shown(const std::string &property, const oxthost::Value &value, Unit
     return text;
 }
 
-void printInstance(const std::string &name, const Instance &instance, const Look &look) {
+void printInstance(const Instance &instance, const Look &look) {
     std::vector<Field> fields;
     for (const auto &[property, value] : instance.properties)
-        fields.push_back(
-            {property, shown(property, value, look.unit), textOf(value), isText(value) ? Field::Text : Field::Number});
-    printRecord(stdout, name, fields, look);
+        fields.push_back({property, shown(property, value, look.unit)});
+    printRecord(stdout, fields, look);
 }
 
 // Where the answers come from, for people: not where a program reads them.
@@ -88,21 +88,22 @@ void saySource(const Session &session, const Options &options) {
 
 // What a change did, read before and after it.
 void printChange(const Instance &before, const Instance &after, const char *property, const char *word,
-                 const Look &look) {
+                 const char *member, const Look &look) {
     const FileSystem was = fileSystemOf(before), is = fileSystemOf(after);
     const auto *oldValue = before.find(property), *newValue = after.find(property);
     if (!oldValue || !newValue)
         throw Failure(Exit::Refused, std::string("the provider answered without the property ") + property + ".");
     if (look.json) {
-        printRecord(stdout, "change",
-                    {{"index", "", is.index, Field::Number},
-                     {"mountpoint", "", is.mountPoint},
-                     {"property", "", property},
-                     {"old", "", textOf(*oldValue), Field::Number},
-                     {"new", "", textOf(*newValue), Field::Number},
-                     {"oldstatus", "", statusName(was.status)},
-                     {"newstatus", "", statusName(is.status)}},
-                    look);
+        const Json wasJson = jsonOf(was, look.unit), isJson = jsonOf(is, look.unit);
+        printJson({{"unit", look.unit == Unit::Bytes ? "bytes" : "MiB"},
+                   {"change",
+                    {{"index", isJson.at("index")},
+                     {"mountpoint", isJson.at("mountpoint")},
+                     {"setting", member},
+                     {"old", wasJson.at(member)},
+                     {"new", isJson.at(member)},
+                     {"oldstatus", wasJson.at("status")},
+                     {"newstatus", isJson.at("status")}}}});
         return;
     }
     const auto value = [&](const oxthost::Value &v) {
@@ -116,7 +117,8 @@ void printChange(const Instance &before, const Instance &after, const char *prop
     std::printf("%s%s%s\n", colourOf(is.status, look), statusName(is.status), colourEnd(look));
 }
 
-Exit changeThreshold(const Options &options, const char *method, const char *property, const char *word) {
+Exit changeThreshold(const Options &options, const char *method, const char *property, const char *word,
+                     const char *member) {
     checkTarget(options.target);
     const Amount amount = parseAmount(options.value);
     const auto session = openSession(options.hosting, ServiceMode::off());
@@ -126,7 +128,7 @@ Exit changeThreshold(const Options &options, const char *method, const char *pro
                     {{"Index", was.index}, {property, std::to_string(amount.of(was.sizeMiB))}});
     const Instance after = getByIndex(*session, was.index);
     session->close();
-    printChange(before, after, property, word, options.look);
+    printChange(before, after, property, word, member, options.look);
     return Exit::Ok;
 }
 
@@ -145,6 +147,8 @@ Exit listCommand(const Options &options) {
     if (options.wantsMetrics()) {
         metrics.fileSystems = std::move(all);
         std::fputs(prometheusText(metrics).c_str(), stdout);
+    } else if (options.look.json) {
+        printJson(jsonOf(all, options.look.unit));
     } else {
         printFileSystems(stdout, all, options.look);
     }
@@ -157,7 +161,10 @@ Exit getCommand(const Options &options) {
     const auto session = openSession(options.hosting, ServiceMode::off());
     const Instance instance = find(*session, options.target);
     session->close();
-    printInstance("filesystem", instance, options.look);
+    if (options.look.json)
+        printJson(jsonOf(std::vector{fileSystemOf(instance)}, options.look.unit));
+    else
+        printInstance(instance, options.look);
     saySource(*session, options);
     return Exit::Ok;
 }
@@ -171,8 +178,10 @@ Exit configCommand(const Options &options) {
         session->invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
     const Instance after = session->get(kConfigClass);
     session->close();
-    if (options.cycle.empty() || options.look.json)
-        printInstance("config", after, options.look);
+    if (options.look.json)
+        printJson({{"config", jsonOf(cycleOf(after))}});
+    else if (options.cycle.empty())
+        printInstance(after, options.look);
     else
         std::printf("MonitorCycle: %s -> %s seconds\n", propertyText(before, "MonitorCycle").c_str(),
                     propertyText(after, "MonitorCycle").c_str());
@@ -184,7 +193,10 @@ Exit totalCommand(const Options &options) {
     const auto session = openSession(options.hosting, ServiceMode::off());
     const Instance instance = session->get(kTotalClass);
     session->close();
-    printInstance("total", instance, options.look);
+    if (options.look.json)
+        printJson({{"total", totalOf(instance)}});
+    else
+        printInstance(instance, options.look);
     saySource(*session, options);
     return Exit::Ok;
 }
@@ -198,16 +210,16 @@ Exit monitorCommand(const Options &options) {
                     {{"Index", index}, {"MonitorThreshold", options.value == "on" ? "1" : "0"}});
     const Instance after = getByIndex(*session, index);
     session->close();
-    printChange(before, after, "MonitorThreshold", "monitoring", options.look);
+    printChange(before, after, "MonitorThreshold", "monitoring", "monitored", options.look);
     return Exit::Ok;
 }
 
 Exit warnCommand(const Options &options) {
-    return changeThreshold(options, "SetWarningThreshold", "WarningThreshold", "warning threshold");
+    return changeThreshold(options, "SetWarningThreshold", "WarningThreshold", "warning threshold", "warning");
 }
 
 Exit fatalCommand(const Options &options) {
-    return changeThreshold(options, "SetFatalThreshold", "FatalThreshold", "fatal threshold");
+    return changeThreshold(options, "SetFatalThreshold", "FatalThreshold", "fatal threshold", "fatal");
 }
 
 Exit threadCommand(const Options &options) {
@@ -218,7 +230,10 @@ Exit threadCommand(const Options &options) {
         session->invoke(kThreadClass, "StopMonitoringThread");
     const Instance instance = session->get(kThreadClass);
     session->close();
-    printInstance("thread", instance, options.look);
+    if (options.look.json)
+        printJson({{"thread", jsonOfThread(threadRunsOf(instance))}});
+    else
+        printInstance(instance, options.look);
     saySource(*session, options);
     std::fflush(stdout);
     if (options.value == "start")
@@ -244,14 +259,19 @@ Exit callCommand(const Options &options) {
         }
         return std::nullopt;
     }();
-    const std::string code = std::to_string(reply.rc);
-    const std::string returned = reply.returned ? textOf(*reply.returned) : "";
-    printRecord(stdout, "call",
-                {{"status", code, code, Field::Number},
-                 {"message", reply.message.empty() ? "-" : reply.message, reply.message},
-                 {"returned", reply.returned ? returned : "-", returned,
-                  reply.returned && isText(*reply.returned) ? Field::Text : Field::Number}},
-                options.look);
+    if (options.look.json)
+        printJson({{"call",
+                    {{"status", static_cast<int>(reply.rc)},
+                     {"message", reply.message.empty() ? Json() : Json(reply.message)},
+                     {"returned", !reply.returned           ? Json()
+                                  : isText(*reply.returned) ? Json(reply.returned->text)
+                                                            : Json(reply.returned->number)}}}});
+    else
+        printRecord(stdout,
+                    {{"status", std::to_string(reply.rc)},
+                     {"message", reply.message.empty() ? "-" : reply.message},
+                     {"returned", reply.returned ? textOf(*reply.returned) : "-"}},
+                    options.look);
     if (closed)
         throw *closed; // the answer is shown all the same
     return reply.ok() && (!reply.returned || reply.returned->number == 0) ? Exit::Ok : Exit::Refused;

@@ -27,8 +27,8 @@ std::string now() {
     return utcTime(std::time(nullptr));
 }
 
-std::string spaceOf(const std::optional<std::uint64_t> &mib, Unit unit) {
-    return mib ? formatSpace(*mib, unit) : "";
+std::string spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
+    return mib ? formatSpace(*mib, unit) : "?";
 }
 
 class Watch : public Audience {

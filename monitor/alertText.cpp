@@ -17,10 +17,11 @@ std::string space(const std::optional<std::uint64_t> &mib) {
 }
 
 std::string fullIn(const Alert &alert, const View *view) {
-    for (std::size_t i = 0; view && i < view->fileSystems.size(); ++i)
-        if (view->fileSystems[i].device == alert.device && view->fileSystems[i].mountPoint == alert.mountPoint)
-            if (const auto &forecast = view->outlooks[i].forecast)
-                return std::to_string(std::llround(forecast->secondsToFull));
+    if (!view)
+        return "";
+    for (const FileSystem &fs : view->fileSystems)
+        if (fs.device == alert.device && fs.mountPoint == alert.mountPoint && fs.outlook && fs.outlook->forecast)
+            return std::to_string(std::llround(fs.outlook->forecast->secondsToFull));
     return "";
 }
 

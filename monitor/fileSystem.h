@@ -4,9 +4,18 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "forecast.h"
+
 namespace oxttool {
+
+// What a running monitor adds.
+struct Outlook {
+    std::optional<Forecast> forecast;
+    std::string monitoredBy, warningBy, fatalBy; // where the setting's value comes from
+};
 
 struct FileSystem {
     std::string index, device, mountPoint, type;
@@ -16,6 +25,8 @@ struct FileSystem {
     std::uint64_t sizeMiB = 0, freeMiB = 0; // 0 when they were not measured
     std::uint64_t warningMiB = 0, warningDefaultMiB = 0;
     std::uint64_t fatalMiB = 0, fatalDefaultMiB = 0;
+
+    std::optional<Outlook> outlook;
 
     bool isMeasured() const { return sizeMiB != 0; }
     // The share of the size that is free, in thousandths, rounded down; 0 when they were not measured.

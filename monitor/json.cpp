@@ -1,5 +1,6 @@
 #include "json.h"
 
+#include <cmath>
 #include <cstdlib>
 
 namespace oxttool {
@@ -18,7 +19,7 @@ Json spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
 
 Json jsonOf(const FileSystem &fs, Unit unit) {
     const auto measured = [&fs](const Json &value) { return fs.isMeasured() ? value : Json(); };
-    return {{"index", std::strtoul(fs.index.c_str(), nullptr, 10)},
+    Json json = {{"index", std::strtoul(fs.index.c_str(), nullptr, 10)},
             {"device", fs.device},
             {"mountpoint", fs.mountPoint},
             {"type", fs.type},
@@ -32,6 +33,15 @@ Json jsonOf(const FileSystem &fs, Unit unit) {
             {"fatal", spaceOf(fs.fatalMiB, unit)},
             {"fataldefault", spaceOf(fs.fatalDefaultMiB, unit)},
             {"status", statusName(fs.status)}};
+    if (!fs.outlook)
+        return json;
+    const auto &forecast = fs.outlook->forecast;
+    json["monitoredby"] = fs.outlook->monitoredBy;
+    json["warningby"] = fs.outlook->warningBy;
+    json["fatalby"] = fs.outlook->fatalBy;
+    json["shrinkperhour"] = forecast ? spaceOf(static_cast<std::uint64_t>(std::llround(forecast->mibPerHour)), unit) : Json();
+    json["fullseconds"] = forecast ? Json(std::llround(forecast->secondsToFull)) : Json();
+    return json;
 }
 
 Json jsonOf(const Alert &alert, Unit unit) {

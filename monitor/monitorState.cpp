@@ -14,7 +14,8 @@ namespace {
 using nlohmann::json;
 
 // In the order of the fields of one row; a row is shorter than an object and faster to read.
-json rowOf(const FileSystem &fs, const Outlook &outlook) {
+json rowOf(const FileSystem &fs) {
+    const Outlook outlook = fs.outlook.value_or(Outlook());
     json row = {packedName(fs.index),
                 packedName(fs.device),
                 packedName(fs.mountPoint),
@@ -28,7 +29,7 @@ json rowOf(const FileSystem &fs, const Outlook &outlook) {
                 fs.warningDefaultMiB,
                 fs.fatalMiB,
                 fs.fatalDefaultMiB};
-    for (const std::string &origin : outlook.origins)
+    for (const std::string &origin : {outlook.monitoredBy, outlook.warningBy, outlook.fatalBy})
         row.push_back(origin);
     if (outlook.forecast) {
         row.push_back(outlook.forecast->mibPerHour);
@@ -48,20 +49,20 @@ void takeRow(const json &row, MonitorState &state) {
          {&fs.sizeMiB, &fs.freeMiB, &fs.warningMiB, &fs.warningDefaultMiB, &fs.fatalMiB, &fs.fatalDefaultMiB})
         *amount = row.at(at++).get<std::uint64_t>();
     Outlook outlook;
-    for (std::string &origin : outlook.origins)
-        origin = row.at(at++).get<std::string>();
+    for (std::string *origin : {&outlook.monitoredBy, &outlook.warningBy, &outlook.fatalBy})
+        *origin = row.at(at++).get<std::string>();
     if (row.size() >= at + 2)
         outlook.forecast = {row.at(at).get<double>(), row.at(at + 1).get<double>()};
+    fs.outlook = std::move(outlook);
     state.fileSystems.push_back(std::move(fs));
-    state.outlooks.push_back(std::move(outlook));
 }
 
 } // namespace
 
 std::string stateText(const View &view) {
     json rows = json::array();
-    for (std::size_t i = 0; i < view.fileSystems.size(); ++i)
-        rows.push_back(rowOf(view.fileSystems[i], view.outlooks[i]));
+    for (const FileSystem &fs : view.fileSystems)
+        rows.push_back(rowOf(fs));
     json alerts = json::array();
     for (const std::string &alert : view.alerts)
         alerts.push_back(packedName(alert));

@@ -13,7 +13,6 @@ namespace oxttool {
 
 struct MonitorState {
     std::vector<FileSystem> fileSystems;
-    std::vector<Outlook> outlooks; // one for each file system, without its curve
     Cycle cycle;
     double updated = 0;
     unsigned long passes = 0; // that succeeded

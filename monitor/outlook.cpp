@@ -19,13 +19,17 @@ void addToHistories(Memory &memory, const std::vector<FileSystem> &fileSystems, 
 
 Outlook outlookOf(const Memory &memory, const FileSystem &fs) {
     Outlook outlook;
-    if (const auto history = memory.histories.find({fs.device, fs.mountPoint}); history != memory.histories.end()) {
-        outlook.curve = history->second.points();
-        outlook.forecast = forecastOf(outlook.curve);
-    }
-    for (std::size_t setting = 0; setting < kSettings; ++setting)
-        outlook.origins[setting] = originOf(memory.rules, fs, setting);
+    if (const auto history = memory.histories.find({fs.device, fs.mountPoint}); history != memory.histories.end())
+        outlook.forecast = forecastOf(history->second.points());
+    std::size_t setting = 0;
+    for (std::string *origin : {&outlook.monitoredBy, &outlook.warningBy, &outlook.fatalBy})
+        *origin = originOf(memory.rules, fs, setting++);
     return outlook;
+}
+
+std::vector<Measurement> curveOf(const Memory &memory, const FileSystem &fs) {
+    const auto history = memory.histories.find({fs.device, fs.mountPoint});
+    return history != memory.histories.end() ? history->second.points() : std::vector<Measurement>();
 }
 
 std::string spokenTime(double seconds) {

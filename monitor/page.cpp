@@ -57,8 +57,8 @@ std::string barOf(const FileSystem &fs) {
 }
 
 // Free space over the last day, from 0 to the most that was free; broken where nobody measured.
-std::string curveOf(const FileSystem &fs, const Outlook &outlook, double now, unsigned cycleSeconds) {
-    const auto &points = outlook.curve;
+std::string curveOf(const FileSystem &fs, const std::vector<Measurement> &points, double now,
+                    unsigned cycleSeconds) {
     if (points.size() < 2)
         return "";
     std::uint64_t most = 1;
@@ -85,7 +85,7 @@ std::string curveOf(const FileSystem &fs, const Outlook &outlook, double now, un
 
 std::string rowOf(const View &view, std::size_t at) {
     const FileSystem &fs = view.fileSystems[at];
-    const Outlook &outlook = view.outlooks[at];
+    const bool foreseen = fs.outlook && fs.outlook->forecast;
     const bool measured = fs.sizeMiB != 0;
     const std::string free = space(fs.freeMiB) + " (" + whole(shareOf(fs.freeMiB, fs.sizeMiB)) + " %)";
     const std::string status = statusName(fs.status);
@@ -93,8 +93,8 @@ std::string rowOf(const View &view, std::size_t at) {
            htmlText(fs.device) + ", " + htmlText(fs.type) + "</small></th>" + cell("Status", status, "status") +
            cell("Free", measured ? free : "", "number") + cell("Size", measured ? space(fs.sizeMiB) : "", "number") +
            cell("Used", measured ? barOf(fs) : "") +
-           cell("Full in", outlook.forecast ? spokenTime(outlook.forecast->secondsToFull) : "", "nowrap") +
-           cell("Last day", curveOf(fs, outlook, view.updated, view.cycle.seconds)) + "</tr>\n";
+           cell("Full in", foreseen ? spokenTime(fs.outlook->forecast->secondsToFull) : "", "nowrap") +
+           cell("Last day", curveOf(fs, view.curves[at], view.updated, view.cycle.seconds)) + "</tr>\n";
 }
 
 std::string tableOf(const View &view) {

@@ -79,10 +79,10 @@ std::string forecastsText(const Metrics &metrics) {
     for (const ForecastFamily &family : kForecasts) {
         std::string samples;
         std::set<std::string> shown;
-        for (std::size_t i = 0; i < metrics.forecasts.size(); ++i) {
-            const std::string labels = labelsOf(metrics.fileSystems[i]);
-            if (shown.insert(labels).second && metrics.forecasts[i])
-                samples += family.name + labels + " " + number(family.value(*metrics.forecasts[i])) + "\n";
+        for (const FileSystem &fs : metrics.fileSystems) {
+            const std::string labels = labelsOf(fs);
+            if (shown.insert(labels).second && fs.outlook && fs.outlook->forecast)
+                samples += family.name + labels + " " + number(family.value(*fs.outlook->forecast)) + "\n";
         }
         if (!samples.empty())
             text += head(family.name, family.help) + samples;

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "fileSystem.h"
-#include "forecast.h"
 
 namespace oxttool {
 
@@ -24,7 +23,6 @@ struct Metrics {
     std::vector<FileSystem> fileSystems;
     unsigned cycleSeconds = 0;
     double updated = 0;                                  // seconds since the epoch
-    std::vector<std::optional<Forecast>> forecasts = {}; // one for each file system, or none at all
     std::optional<MonitorMetrics> monitor = {};
 };
 

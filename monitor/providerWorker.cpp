@@ -313,9 +313,11 @@ void ProviderWorker::publish(bool afterPass) {
         addToHistories(memory_, fileSystems_, now);
         measured_ = now;
     }
+    for (FileSystem &fs : fileSystems_) {
+        fs.outlook = outlookOf(memory_, fs);
+        view->curves.push_back(curveOf(memory_, fs));
+    }
     view->fileSystems = fileSystems_;
-    for (const FileSystem &fs : fileSystems_)
-        view->outlooks.push_back(outlookOf(memory_, fs));
     view->cycle = cycle_;
     view->updated = static_cast<double>(measured_);
     view->passes = passes_;

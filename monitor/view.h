@@ -14,7 +14,7 @@ namespace oxttool {
 
 struct View {
     std::vector<FileSystem> fileSystems;
-    std::vector<Outlook> outlooks; // one for each file system
+    std::vector<std::vector<Measurement>> curves; // of free space over the last day, one for each file system
     Cycle cycle;
     double updated = 0; // seconds since the epoch
     Passes passes;

@@ -1,5 +1,6 @@
 #include "instances.h"
 
+#include <cmath>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -44,6 +45,14 @@ const Property<Cycle, unsigned> kCycle[] = {
     {"MonitorCycleMax", CMPI_uint16, &Cycle::greatest},
     {"MonitorCycleDefault", CMPI_uint16, &Cycle::standard},
 };
+
+// What a running monitor adds to a file system.
+constexpr std::pair<const char *, std::string Outlook::*> kOrigins[] = {
+    {"MonitorThresholdSetBy", &Outlook::monitoredBy},
+    {"WarningThresholdSetBy", &Outlook::warningBy},
+    {"FatalThresholdSetBy", &Outlook::fatalBy},
+};
+constexpr const char *kShrink = "ShrinkMiBPerHour", *kToFull = "SecondsToFull";
 
 constexpr const char *kTotalProperty = "FileSystemTotalNumber";
 constexpr const char *kThreadProperty = "ThreadRunning";
@@ -114,7 +123,17 @@ std::string textOf(const Value &value) {
 }
 
 FileSystem fileSystemOf(const Instance &instance) {
-    return recordOf(instance, kFileSystem);
+    FileSystem fs = recordOf(instance, kFileSystem);
+    Outlook outlook;
+    for (const auto &[name, member] : kOrigins)
+        if (const Value *origin = instance.find(name)) {
+            outlook.*member = origin->text;
+            fs.outlook = outlook;
+        }
+    const Value *shrink = instance.find(kShrink), *toFull = instance.find(kToFull);
+    if (fs.outlook && shrink && toFull)
+        fs.outlook->forecast = {static_cast<double>(shrink->number), static_cast<double>(toFull->number)};
+    return fs;
 }
 
 Cycle cycleOf(const Instance &config) {
@@ -134,6 +153,18 @@ std::optional<bool> threadRunsOf(const Instance &thread) {
 Instance instanceOf(const FileSystem &fs) {
     Instance instance = instanceFrom(kFileSystemClass, fs, kFileSystem);
     instance.keys.emplace_back("Index", Value::string(fs.index));
+    if (!fs.outlook)
+        return instance;
+    for (const auto &[name, member] : kOrigins)
+        instance.properties.emplace_back(name, Value::string((*fs.outlook).*member));
+    if (const auto &forecast = fs.outlook->forecast) {
+        instance.properties.emplace_back(
+            kShrink,
+            Value::unsignedNumber(CMPI_uint64, static_cast<std::uint64_t>(std::llround(forecast->mibPerHour))));
+        instance.properties.emplace_back(
+            kToFull,
+            Value::unsignedNumber(CMPI_uint64, static_cast<std::uint64_t>(std::llround(forecast->secondsToFull))));
+    }
     return instance;
 }
 

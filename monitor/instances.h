@@ -21,7 +21,7 @@ Cycle cycleOf(const oxthost::Instance &config);
 unsigned totalOf(const oxthost::Instance &total);
 std::optional<bool> threadRunsOf(const oxthost::Instance &thread); // none where it cannot be told
 
-// What the provider would answer.
+// What the provider would answer, and behind its properties those that a running monitor adds.
 oxthost::Instance instanceOf(const FileSystem &fs);
 oxthost::Instance instanceOf(const Cycle &cycle);
 oxthost::Instance instanceOfTotal(unsigned count);

@@ -20,26 +20,27 @@ Json spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
 Json jsonOf(const FileSystem &fs, Unit unit) {
     const auto measured = [&fs](const Json &value) { return fs.isMeasured() ? value : Json(); };
     Json json = {{"index", std::strtoul(fs.index.c_str(), nullptr, 10)},
-            {"device", fs.device},
-            {"mountpoint", fs.mountPoint},
-            {"type", fs.type},
-            {"drive", driveName(fs.driveType)},
-            {"size", measured(spaceOf(fs.sizeMiB, unit))},
-            {"free", measured(spaceOf(fs.freeMiB, unit))},
-            {"freepercent", measured(fs.freePermille() / 10.0)},
-            {"monitored", fs.monitored == 1},
-            {"warning", spaceOf(fs.warningMiB, unit)},
-            {"warningdefault", spaceOf(fs.warningDefaultMiB, unit)},
-            {"fatal", spaceOf(fs.fatalMiB, unit)},
-            {"fataldefault", spaceOf(fs.fatalDefaultMiB, unit)},
-            {"status", statusName(fs.status)}};
+                 {"device", fs.device},
+                 {"mountpoint", fs.mountPoint},
+                 {"type", fs.type},
+                 {"drive", driveName(fs.driveType)},
+                 {"size", measured(spaceOf(fs.sizeMiB, unit))},
+                 {"free", measured(spaceOf(fs.freeMiB, unit))},
+                 {"freepercent", measured(fs.freePermille() / 10.0)},
+                 {"monitored", fs.monitored == 1},
+                 {"warning", spaceOf(fs.warningMiB, unit)},
+                 {"warningdefault", spaceOf(fs.warningDefaultMiB, unit)},
+                 {"fatal", spaceOf(fs.fatalMiB, unit)},
+                 {"fataldefault", spaceOf(fs.fatalDefaultMiB, unit)},
+                 {"status", statusName(fs.status)}};
     if (!fs.outlook)
         return json;
     const auto &forecast = fs.outlook->forecast;
     json["monitoredby"] = fs.outlook->monitoredBy;
     json["warningby"] = fs.outlook->warningBy;
     json["fatalby"] = fs.outlook->fatalBy;
-    json["shrinkperhour"] = forecast ? spaceOf(static_cast<std::uint64_t>(std::llround(forecast->mibPerHour)), unit) : Json();
+    json["shrinkperhour"] =
+        forecast ? spaceOf(static_cast<std::uint64_t>(std::llround(forecast->mibPerHour)), unit) : Json();
     json["fullseconds"] = forecast ? Json(std::llround(forecast->secondsToFull)) : Json();
     return json;
 }

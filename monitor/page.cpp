@@ -57,8 +57,7 @@ std::string barOf(const FileSystem &fs) {
 }
 
 // Free space over the last day, from 0 to the most that was free; broken where nobody measured.
-std::string curveOf(const FileSystem &fs, const std::vector<Measurement> &points, double now,
-                    unsigned cycleSeconds) {
+std::string curveOf(const FileSystem &fs, const std::vector<Measurement> &points, double now, unsigned cycleSeconds) {
     if (points.size() < 2)
         return "";
     std::uint64_t most = 1;

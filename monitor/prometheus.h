@@ -22,7 +22,7 @@ struct MonitorMetrics {
 struct Metrics {
     std::vector<FileSystem> fileSystems;
     unsigned cycleSeconds = 0;
-    double updated = 0;                                  // seconds since the epoch
+    double updated = 0; // seconds since the epoch
     std::optional<MonitorMetrics> monitor = {};
 };
 

@@ -30,6 +30,8 @@ struct Options {
     std::string file;                   // of save
     std::string lines;                  // of log
     bool follow = false, failuresOnly = false;
+    std::string trace;   // of log: "on" or "off"
+    bool dryRun = false; // of apply
 };
 
 // Nothing when only help or the version was asked for, which is printed then. Throws a usage failure.

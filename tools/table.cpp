@@ -4,11 +4,14 @@
 #include <libsmartcols.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
+
+#include "outlook.h"
 
 namespace oxttool {
 
@@ -92,6 +95,13 @@ constexpr Column kColumns[] = {
     {"STATUS", 0, true, [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
 };
 
+// Of a running monitor alone: nobody else knows how the free space has changed.
+constexpr Column kForecastColumn = {"FULL IN", SCOLS_FL_RIGHT, false, [](const FileSystem &fs, const Look &) {
+                                        const bool known = fs.outlook && fs.outlook->forecast;
+                                        return known ? spokenTime(fs.outlook->forecast->secondsToFull)
+                                                     : std::string("-");
+                                    }};
+
 } // namespace
 
 void adaptToOutput(Look &look, FILE *out) {
@@ -112,12 +122,15 @@ const char *colourEnd(const Look &look) {
 
 void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look &look) {
     const TablePtr table = newTable(out, look);
-    for (const Column &column : kColumns)
+    std::vector<Column> columns(std::begin(kColumns), std::end(kColumns));
+    if (std::any_of(all.begin(), all.end(), [](const FileSystem &fs) { return fs.outlook && fs.outlook->forecast; }))
+        columns.push_back(kForecastColumn);
+    for (const Column &column : columns)
         addColumn(table.get(), column.name, column.flags);
     for (const FileSystem &fs : all) {
         libscols_line *line = newLine(table.get());
         std::size_t cell = 0;
-        for (const Column &column : kColumns)
+        for (const Column &column : columns)
             setCell(line, cell++, column.text(fs, look), column.coloured ? colourOf(fs.status, look) : "");
     }
     check(scols_print_table(table.get()));

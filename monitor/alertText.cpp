@@ -1,12 +1,18 @@
 #include "alertText.h"
 
 #include <cmath>
+#include <map>
+#include <utility>
 
 #include "values.h"
 
 namespace oxttool {
 
 namespace {
+
+// Of the statuses normal, warning and fatal, as the alert file has them.
+constexpr std::pair<const char *, const char *> kStatusEvents[] = {
+    {"freeSpaceNormal", "info"}, {"freeSpaceWarning", "warning"}, {"freeSpaceFatal", "critical"}};
 
 std::string decimal(const std::optional<std::uint64_t> &amount) {
     return amount ? std::to_string(*amount) : "";
@@ -33,6 +39,33 @@ std::string sentenceOf(const Alert &alert) {
     std::string text =
         alert.mountPoint + " (" + alert.device + "): " + space(alert.freeMiB) + " of " + space(alert.sizeMiB) + " free";
     return alert.thresholdMiB ? text + ", threshold " + space(alert.thresholdMiB) : text;
+}
+
+std::vector<Alert> changesOfStatus(const std::vector<FileSystem> &before, const std::vector<FileSystem> &after,
+                                   std::time_t now) {
+    std::map<std::pair<std::string, std::string>, std::int64_t> known;
+    for (const FileSystem &fs : before)
+        known[{fs.device, fs.mountPoint}] = fs.status;
+    std::vector<Alert> alerts;
+    for (const FileSystem &fs : after) {
+        const auto was = known.find({fs.device, fs.mountPoint});
+        if (was == known.end() || was->second == fs.status || was->second < 1 || fs.status < 1 || fs.status > 3)
+            continue;
+        const auto &[event, severity] = kStatusEvents[fs.status - 1];
+        Alert alert;
+        alert.time = utcTime(now);
+        alert.event = event;
+        alert.severity = severity;
+        alert.device = fs.device;
+        alert.mountPoint = fs.mountPoint;
+        alert.newStatus = fs.status;
+        alert.freeMiB = fs.freeMiB;
+        alert.sizeMiB = fs.sizeMiB;
+        if (fs.status > 1)
+            alert.thresholdMiB = fs.status == 2 ? fs.warningMiB : fs.fatalMiB;
+        alerts.push_back(std::move(alert));
+    }
+    return alerts;
 }
 
 Environment environmentOf(const Alert &alert, const View *view) {

@@ -178,12 +178,13 @@ void Monitor::takeNews() {
         say(line);
     if (news.hosting && !ending_)
         openSockets();
+    const View *known = news.view ? news.view.get() : view_.get();
+    for (const Alert &alert : news.alerts) {
+        audience_.alerted(alert, known);
+        program_.run(environmentOf(alert, known));
+    }
     if (news.view)
         takeView(std::move(news.view));
-    for (const Alert &alert : news.alerts) {
-        audience_.alerted(alert, view_.get());
-        program_.run(environmentOf(alert, view_.get()));
-    }
     for (auto &[id, response] : news.answers)
         server_.answer(id, std::move(response));
     // The worker that would tell of a missing pass may itself hang.

@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agentDir.h"
+#include "alertText.h"
 #include "instances.h"
 #include "packedName.h"
 #include "values.h"
@@ -135,9 +136,7 @@ void ProviderWorker::run() {
 }
 
 void ProviderWorker::begin() {
-    settings_ = readSettings(orders_.settingsFile.empty() ? settingsPath() : orders_.settingsFile,
-                             !orders_.settingsFile.empty());
-    tell([this](News &news) { news.settings = settings_; });
+    readFirstSettings();
     checkAgentDirectory(root_);
     memory_ = readMemory(root_ + "data/" + kMemoryFileName, std::time(nullptr));
     saves_ = std::make_unique<SaveSigns>(root_);
@@ -155,9 +154,33 @@ void ProviderWorker::begin() {
     tell([](News &news) { news.hosting = true; });
 }
 
+Settings ProviderWorker::freshSettings() const {
+    const bool named = !orders_.settingsFile.empty();
+    return readSettings(named ? orders_.settingsFile : settingsPath(), named);
+}
+
+// A mistake in the file must not end the monitoring of a machine that has just booted: until the file is right, what
+// its rules have set stays. Whoever names a file sees the mistake.
+void ProviderWorker::readFirstSettings() {
+    try {
+        settings_ = freshSettings();
+        rulesKnown_ = true;
+        tell([this](News &news) { news.settings = settings_; });
+    } catch (const Failure &failure) {
+        if (!orders_.settingsFile.empty())
+            throw;
+        tell([&](News &news) {
+            news.settings = settings_;
+            news.lines.push_back(std::string(failure.what()) + "\nThe monitor runs without settings.");
+        });
+    }
+}
+
 // The cycle and the rules, in a life of the provider outside service mode: the first pass in it finds them set, and no
 // alert is sent about a threshold that a rule replaces.
 void ProviderWorker::prepare() {
+    if (!orders_.cycle && !rulesKnown_)
+        return;
     if (!orders_.cycle && !settings_.cycleSeconds && settings_.rules.empty() && memory_.rules.empty())
         return;
     Hosting hosting = orders_.hosting;
@@ -196,11 +219,10 @@ void ProviderWorker::look() {
     } else if (Clock::now() >= nextCheck_) {
         if (const auto reason = trace_->failedPass(passBegin())) {
             passFailedFor(*reason);
+        } else if (const std::string problem = directoryProblem(root_); !problem.empty()) {
+            passFailedFor(problem); // where no trace library tells
         } else if (Clock::now() >= passes_.overdue(cycle())) {
-            const std::string problem = directoryProblem(root_);
-            passMissed(passes_, cycle(),
-                       problem.empty() ? "no pass has ended since " + utcTime(passes_.lastSuccess) + "; a disk may hang"
-                                       : problem);
+            passMissed(passes_, cycle(), "no pass has ended since " + utcTime(passes_.lastSuccess) + "; a disk may hang");
             publish(false);
         }
         nextCheck_ = std::max(Clock::now() + kChecks, passes_.next + kFirstCheck);
@@ -231,7 +253,7 @@ void ProviderWorker::passEnded() {
 
 void ProviderWorker::passFailedFor(const std::string &reason) {
     const std::string problem = directoryProblem(root_);
-    passFailed(passes_, Clock::now(), cycle(), reason + (problem.empty() ? "" : "; " + problem));
+    passFailed(passes_, Clock::now(), cycle(), problem.empty() || problem == reason ? reason : reason + "; " + problem);
     publish(true);
 }
 
@@ -246,6 +268,8 @@ void ProviderWorker::measure(Session &session) {
 // True when something was set.
 bool ProviderWorker::applyRules(Session &session) {
     bool changed = false;
+    if (!rulesKnown_)
+        return changed;
     for (const Change &change : planChanges(settings_.rules, fileSystems_, memory_.rules)) {
         try {
             changing([&] { session.invoke(kFileSystemClass, kSettingOf[change.setting].method, argumentsOf(change)); });
@@ -262,9 +286,10 @@ bool ProviderWorker::applyRules(Session &session) {
 
 void ProviderWorker::applyCycle(Session &session) {
     std::optional<unsigned> cycle = orders_.cycle;
-    if (!cycle && settings_.cycleSeconds != memory_.cycleSeconds)
+    if (!cycle && rulesKnown_ && settings_.cycleSeconds != memory_.cycleSeconds)
         cycle = settings_.cycleSeconds;
-    memory_.cycleSeconds = settings_.cycleSeconds;
+    if (rulesKnown_)
+        memory_.cycleSeconds = settings_.cycleSeconds;
     if (cycle)
         changing([&] { session.invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", std::to_string(*cycle)}}); });
 }
@@ -299,6 +324,7 @@ void ProviderWorker::remember() {
 // Looks at the records, sets what the rules want, and hands the result to the main loop.
 void ProviderWorker::publish(bool afterPass) {
     auto view = std::make_shared<View>();
+    const std::vector<FileSystem> before = fileSystems_;
     try {
         measure(*session_);
         if (applyRules(*session_)) {
@@ -322,6 +348,8 @@ void ProviderWorker::publish(bool afterPass) {
     view->updated = static_cast<double>(measured_);
     view->passes = passes_;
     std::vector<Alert> alerts = readAlerts();
+    if (!alertFile_->isOpen()) // the agent's own library keeps no file
+        alerts = changesOfStatus(before, fileSystems_, now);
     view->alerts.assign(alertLines_.begin(), alertLines_.end());
     tell([&](News &news) {
         news.view = std::move(view);
@@ -343,8 +371,8 @@ void ProviderWorker::doCall(HttpServer::Id id, const MethodCall &call) {
 void ProviderWorker::doReload(std::optional<HttpServer::Id> answerTo) {
     HttpResponse response;
     try {
-        settings_ = readSettings(orders_.settingsFile.empty() ? settingsPath() : orders_.settingsFile,
-                                 !orders_.settingsFile.empty());
+        settings_ = freshSettings();
+        rulesKnown_ = true;
         applyCycle(*session_);
         tell([this](News &news) {
             news.settings = settings_;

@@ -67,6 +67,8 @@ class ProviderWorker {
 
     void run();
     void begin();
+    void readFirstSettings();
+    Settings freshSettings() const;
     void prepare();
     void wait();
     void look();
@@ -101,6 +103,7 @@ class ProviderWorker {
     const MonitorOrders orders_;
     const std::string root_;
     Settings settings_;
+    bool rulesKnown_ = false; // not before the settings file was read without a mistake
     Memory memory_;
     std::unique_ptr<Session> session_;
     std::unique_ptr<SaveSigns> saves_;

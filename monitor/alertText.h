@@ -15,8 +15,8 @@ namespace oxttool {
 // "/data (/dev/sdb1): 512M of 10G free, threshold 1G"; the event's name when it is about no file system.
 std::string sentenceOf(const Alert &alert);
 
-// The alerts that the changes from one look to the next make, for machines where no file tells of them. Those to and from
-// "not monitored" make none.
+// The alerts that the changes from one look to the next make, for machines where no file tells of them. Those to and
+// from "not monitored" make none.
 std::vector<Alert> changesOfStatus(const std::vector<FileSystem> &before, const std::vector<FileSystem> &after,
                                    std::time_t now);
 

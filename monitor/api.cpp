@@ -33,7 +33,7 @@ const Resource kResources[] = {
     {"/healthz", "text/plain; charset=utf-8", healthText},
     {"/api/v1/filesystems", kJson, [](const View &view, bool) { return fileSystemsText(view); }},
     {"/api/v1/alerts", kJson, [](const View &view, bool) { return alertsText(view); }},
-    {kState, kJson, [](const View &view, bool) { return stateText(view); }},
+    {kState, kJson, stateText},
 };
 
 ProviderWorker::MethodCall callOf(const std::string &body) {

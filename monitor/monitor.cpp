@@ -1,6 +1,7 @@
 #include "monitor.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +18,7 @@
 #include "api.h"
 #include "httpServer.h"
 #include "monitorSession.h"
+#include "monitorSignals.h"
 #include "notify.h"
 #include "socketFile.h"
 #include "values.h"
@@ -31,32 +33,6 @@ using std::chrono::seconds;
 
 constexpr auto kStatusPeriod = seconds(10);
 constexpr auto kLongestWait = seconds(10);
-
-// The signals that the monitor takes from a descriptor. A thread that begins later blocks them, too.
-class Signals {
-  public:
-    Signals() {
-        sigset_t set;
-        sigemptyset(&set);
-        for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
-            sigaddset(&set, number);
-        pthread_sigmask(SIG_BLOCK, &set, &before_);
-        fd_ = Fd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-    }
-    ~Signals() {
-        signalfd_siginfo taken; // what ended the monitor is not to strike again
-        while (read(fd_.get(), &taken, sizeof taken) > 0) {
-        }
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    Signals(const Signals &) = delete;
-    Signals &operator=(const Signals &) = delete;
-    int fd() const { return fd_.get(); }
-
-  private:
-    sigset_t before_;
-    Fd fd_;
-};
 
 class Monitor {
   public:
@@ -77,7 +53,7 @@ class Monitor {
 
     const MonitorOptions options_;
     Audience &audience_;
-    Signals signals_;
+    const MonitorSignals signals_;
     ProviderWorker worker_;
     Api api_;
     HttpServer server_;
@@ -282,7 +258,8 @@ void Monitor::end() {
 Exit runMonitor(const MonitorOptions &options, Audience &audience) {
     if (MonitorSession::find(agentDirectory()))
         throw Failure(Exit::Environment,
-                      "a monitor is running here.\n'systemctl stop oxtfs-watch' ends that of the service.");
+                      "a monitor is running here, and there can be one only.\n'oxtfsctl watch' without "
+                      "further options shows what it does; 'systemctl stop oxtfs-watch' ends it.");
     return Monitor(options, audience).run();
 }
 

@@ -38,6 +38,10 @@ struct MonitorOptions {
     bool foreground = false; // a closed terminal ends it
 };
 
+// Shows the audience what the monitor that runs here does, until SIGINT, SIGTERM, the end of the time or of the
+// monitor.
+Exit followMonitor(std::optional<std::chrono::seconds> duration, Audience &audience);
+
 // Runs until SIGINT, SIGTERM, the end of its time or of its audience. Refused when the last save failed; throws when no
 // provider can be hosted here.
 Exit runMonitor(const MonitorOptions &options, Audience &audience);

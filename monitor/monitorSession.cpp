@@ -149,6 +149,14 @@ Reply MonitorSession::call(const std::string &className, const std::string &meth
     return reply;
 }
 
+std::string MonitorSession::source() const {
+    if (!state_ || state_->failing.empty())
+        return {};
+    return "From the monitor, process " + std::to_string(state_->process) +
+           ", whose passes fail: " + printable(state_->failing) + ". Measured at " +
+           utcTime(static_cast<std::time_t>(state_->updated)) + ".";
+}
+
 void MonitorSession::reload() {
     ask("POST", "/api/v1/reload", "");
     state_.reset();

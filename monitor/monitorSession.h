@@ -23,6 +23,8 @@ class MonitorSession : public Session {
     oxthost::Reply enumInstances(const std::string &className) override;
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
 
+    std::string source() const override; // when its passes fail
+
     const MonitorState &state(); // asked for when it is not known, or a change may have changed it
     void askAnew() { state_.reset(); }
     // Lets the monitor read its settings anew and apply them. Throws its refusal.

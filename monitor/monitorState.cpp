@@ -6,6 +6,7 @@
 
 #include "failure.h"
 #include "packedName.h"
+#include "values.h"
 
 namespace oxttool {
 
@@ -59,7 +60,8 @@ void takeRow(const json &row, MonitorState &state) {
 
 } // namespace
 
-std::string stateText(const View &view) {
+std::string stateText(const View &view, bool well) {
+    const std::string missing = well ? "" : "no pass has ended since " + utcTime(view.passes.lastSuccess);
     json rows = json::array();
     for (const FileSystem &fs : view.fileSystems)
         rows.push_back(rowOf(fs));
@@ -70,7 +72,7 @@ std::string stateText(const View &view) {
                 {"cycle", {view.cycle.seconds, view.cycle.least, view.cycle.greatest, view.cycle.standard}},
                 {"updated", view.updated},
                 {"passes", view.passes.succeeded},
-                {"failing", packedName(view.passes.failing)},
+                {"failing", packedName(view.passes.failing.empty() ? missing : view.passes.failing)},
                 {"alerts", alerts},
                 {"process", getpid()}}
                .dump() +

@@ -21,7 +21,8 @@ struct MonitorState {
     int process = 0;
 };
 
-std::string stateText(const View &view);
+// `well`: its passes succeed and none is missing.
+std::string stateText(const View &view, bool well);
 // Throws an environment failure when it is none: another version's, say.
 MonitorState parseState(const std::string &text);
 

@@ -147,6 +147,7 @@ void ProviderWorker::begin() {
     (void)saves_->writes();
     unseenWrites_ = 0;
     session_ = std::make_unique<HostedSession>(orders_.hosting, ServiceMode::on());
+    alertForecasts_ = std::make_unique<AlertForecasts>(root_);
     passes_.next = Clock::now();
     nextCheck_ = passes_.next + kFirstCheck;
     nextRemember_ = passes_.next + kRemember;
@@ -222,7 +223,8 @@ void ProviderWorker::look() {
         } else if (const std::string problem = directoryProblem(root_); !problem.empty()) {
             passFailedFor(problem); // where no trace library tells
         } else if (Clock::now() >= passes_.overdue(cycle())) {
-            passMissed(passes_, cycle(), "no pass has ended since " + utcTime(passes_.lastSuccess) + "; a disk may hang");
+            passMissed(passes_, cycle(),
+                       "no pass has ended since " + utcTime(passes_.lastSuccess) + "; a disk may hang");
             publish(false);
         }
         nextCheck_ = std::max(Clock::now() + kChecks, passes_.next + kFirstCheck);
@@ -344,6 +346,7 @@ void ProviderWorker::publish(bool afterPass) {
         view->curves.push_back(curveOf(memory_, fs));
     }
     view->fileSystems = fileSystems_;
+    alertForecasts_->use(fileSystems_);
     view->cycle = cycle_;
     view->updated = static_cast<double>(measured_);
     view->passes = passes_;
@@ -391,6 +394,7 @@ void ProviderWorker::doReload(std::optional<HttpServer::Id> answerTo) {
 void ProviderWorker::end() {
     remember();
     session_->invoke(kThreadClass, "StopMonitoringThread");
+    alertForecasts_.reset();
     session_->close();
     if (!passes_.failing.empty())
         throw Failure(Exit::Refused, "the last pass failed: " + passes_.failing);

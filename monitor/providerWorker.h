@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "alertFile.h"
+#include "alertForecast.h"
 #include "failure.h"
 #include "fd.h"
 #include "hostedSession.h"
@@ -109,6 +110,7 @@ class ProviderWorker {
     std::unique_ptr<SaveSigns> saves_;
     std::unique_ptr<TraceSigns> trace_;
     std::unique_ptr<LineFile> alertFile_;
+    std::unique_ptr<AlertForecasts> alertForecasts_;
     std::deque<std::string> alertLines_;
     Passes passes_;
     std::time_t measured_ = 0; // by the last pass

@@ -12,7 +12,9 @@
 #include <map>
 #include <optional>
 
+#include "agentDir.h"
 #include "monitor.h"
+#include "monitorSession.h"
 
 namespace oxttool {
 
@@ -153,7 +155,9 @@ Exit watchCommand(const Options &options) {
         monitor.foreground |= isatty(fd) != 0;
     signal(SIGPIPE, SIG_IGN); // a closed output ends the watch in order
     Watch watch(options);
-    return runMonitor(monitor, watch);
+    const bool own = monitor.orders.cycle || !monitor.listen.empty() || !options.settingsFile.empty();
+    return !own && MonitorSession::find(agentDirectory()) ? followMonitor(monitor.duration, watch)
+                                                          : runMonitor(monitor, watch);
 }
 
 } // namespace oxttool

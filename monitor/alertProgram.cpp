@@ -21,12 +21,12 @@ constexpr auto kLongest = std::chrono::seconds(60);
 // What the program gets of this process's environment beside the alert.
 constexpr const char *kKept[] = {"PATH", "LANG", "LC_ALL", "TZ"};
 
-std::vector<std::string> linesOf(const Environment &environment) {
+std::vector<std::string> linesOf(const Variables &variables) {
     std::vector<std::string> lines;
     for (const char *name : kKept)
         if (const char *value = std::getenv(name))
             lines.push_back(std::string(name) + "=" + value);
-    for (const auto &[name, value] : environment)
+    for (const auto &[name, value] : variables)
         lines.push_back(name + "=" + value);
     return lines;
 }
@@ -80,14 +80,14 @@ void AlertProgram::use(std::vector<std::string> command) {
     command_ = std::move(command);
 }
 
-void AlertProgram::run(Environment environment) {
+void AlertProgram::run(Variables variables) {
     if (command_.empty())
         return;
     if (waiting_.size() == kMostWaiting) {
         say_("too many alerts wait for " + command_.front() + ": it is not run for the oldest of them.");
         waiting_.pop_front();
     }
-    waiting_.push_back(std::move(environment));
+    waiting_.push_back(std::move(variables));
     look();
 }
 
@@ -110,11 +110,11 @@ void AlertProgram::look() {
     }
 }
 
-void AlertProgram::start(const Environment &environment) {
+void AlertProgram::start(const Variables &variables) {
     if (command_.empty())
         return;
     pid_t pid = 0;
-    const int error = spawn(pid, command_, linesOf(environment));
+    const int error = spawn(pid, command_, linesOf(variables));
     if (error != 0)
         say_("cannot run " + command_.front() + ": " + std::strerror(error) + ".");
     else

@@ -15,7 +15,7 @@
 
 namespace oxttool {
 
-using Environment = std::vector<std::pair<std::string, std::string>>;
+using Variables = std::vector<std::pair<std::string, std::string>>;
 
 class AlertProgram {
   public:
@@ -25,7 +25,7 @@ class AlertProgram {
     ~AlertProgram(); // kills what still runs
 
     void use(std::vector<std::string> command); // from the next run on; empty: nothing is run
-    void run(Environment environment);
+    void run(Variables variables);
     // Ends and starts what is due; to be called after SIGCHLD and about once a second while isBusy().
     void look();
     bool isBusy() const { return !running_.empty() || !waiting_.empty(); }
@@ -35,11 +35,11 @@ class AlertProgram {
         pid_t pid;
         Clock::time_point end;
     };
-    void start(const Environment &environment);
+    void start(const Variables &variables);
 
     std::function<void(const std::string &)> say_;
     std::vector<std::string> command_;
-    std::deque<Environment> waiting_;
+    std::deque<Variables> waiting_;
     std::vector<Run> running_;
 };
 

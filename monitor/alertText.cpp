@@ -68,7 +68,7 @@ std::vector<Alert> changesOfStatus(const std::vector<FileSystem> &before, const 
     return alerts;
 }
 
-Environment environmentOf(const Alert &alert, const View *view) {
+Variables variablesOf(const Alert &alert, const View *view) {
     return {{"OXTFS_EVENT", alert.event},
             {"OXTFS_SEVERITY", alert.severity},
             {"OXTFS_TIME", alert.time},

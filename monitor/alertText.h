@@ -22,7 +22,7 @@ std::vector<Alert> changesOfStatus(const std::vector<FileSystem> &before, const 
 
 // OXTFS_EVENT, OXTFS_MOUNTPOINT and so on: each field of the alert, empty where it has none, and what the view knows of
 // the file system's future.
-Environment environmentOf(const Alert &alert, const View *view);
+Variables variablesOf(const Alert &alert, const View *view);
 
 } // namespace oxttool
 

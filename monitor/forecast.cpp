@@ -48,7 +48,7 @@ std::optional<double> steadyFall(const Points &points) {
 }
 
 // Whether a fall of `depth` down to the newest point has been seen to be made good before: the space was freed again
-// several times, and what is free now was the lowest before.
+// several times, and what is free now is not far below the lowest before.
 bool isMadeGood(Points::const_iterator oldest, Points::const_iterator windowBegin, const Measurement &newest,
                 double depth) {
     int freed = 0;
@@ -62,7 +62,8 @@ bool isMadeGood(Points::const_iterator oldest, Points::const_iterator windowBegi
             top = bottom = free;
         bottom = std::min(bottom, free);
     }
-    return freed >= kOftenFreed && freeOf(newest) >= lowest;
+    // Of old falls not every point is kept, the lowest one least likely.
+    return freed >= kOftenFreed && freeOf(newest) >= lowest - depth / 2;
 }
 
 } // namespace

@@ -4,7 +4,7 @@
 // is told only when the fall is steady, that is when nearly all of these slopes fall; one large file is a step and no
 // trend. Two minutes, a quarter of an hour, two hours and a day are tried in this order, so that a runaway process is
 // seen soon and slow growth at all. Where the space was freed again several times, as by the rotation of logs, a
-// shorter fall counts only below the lowest point so far.
+// shorter fall counts only well below the lowest point so far.
 #ifndef OXT_MONITOR_FORECAST_H
 #define OXT_MONITOR_FORECAST_H
 

@@ -157,7 +157,7 @@ void Monitor::takeNews() {
     const View *known = news.view ? news.view.get() : view_.get();
     for (const Alert &alert : news.alerts) {
         audience_.alerted(alert, known);
-        program_.run(environmentOf(alert, known));
+        program_.run(variablesOf(alert, known));
     }
     if (news.view)
         takeView(std::move(news.view));

@@ -200,8 +200,8 @@ Settings parseSettings(const std::string &text, const std::string &name) {
     try {
         return Reader(name).read(toml::parse(text, name));
     } catch (const toml::parse_error &error) {
-        throw Failure(Exit::Usage, name + ":" + std::to_string(error.source().begin.line) + ": " +
-                                       printable(std::string(error.description())));
+        throw Failure(Exit::Usage, name + ":" + std::to_string(error.source().begin.line) +
+                                       ": this is no TOML: " + printable(std::string(error.description())));
     }
 }
 

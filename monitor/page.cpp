@@ -138,7 +138,8 @@ std::string summaryOf(const View &view) {
         return std::count_if(view.fileSystems.begin(), view.fileSystems.end(),
                              [status](const FileSystem &fs) { return fs.status == status; });
     };
-    std::string text = std::to_string(view.fileSystems.size()) + " file systems";
+    const std::size_t all = view.fileSystems.size();
+    std::string text = std::to_string(all) + (all == 1 ? " file system" : " file systems");
     for (const std::int64_t status : {3, 2})
         text += ", " + std::to_string(count(status)) + " " + statusName(status);
     return text + ". Measured at " + utcTime(static_cast<std::time_t>(view.updated)) + ", every " +

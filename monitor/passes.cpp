@@ -6,7 +6,7 @@ namespace oxttool {
 
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(30);
+constexpr std::chrono::seconds kLeastPatience(10), kMostPatience(30);
 
 void end(Passes &passes, Passes::Clock::time_point now, std::chrono::seconds cycle) {
     passes.lastDuration = std::max<Passes::Seconds>(now - passes.next, Passes::Seconds(0));
@@ -20,12 +20,12 @@ std::string counted(std::size_t count, const std::string &one, const std::string
 } // namespace
 
 Passes::Clock::time_point Passes::overdue(std::chrono::seconds cycle) const {
-    return next + std::min<std::chrono::seconds>(cycle, kPatience);
+    return next + std::clamp(cycle, kLeastPatience, kMostPatience);
 }
 
 bool Passes::areWell(Clock::time_point now, std::chrono::seconds cycle) const {
     // Who watches for missing passes may itself hang; it gets a moment longer.
-    return succeeded > 0 && failing.empty() && now < overdue(cycle) + kPatience;
+    return succeeded > 0 && failing.empty() && now < overdue(cycle) + kMostPatience;
 }
 
 void passSucceeded(Passes &passes, Passes::Clock::time_point now, std::time_t wall, std::chrono::seconds cycle) {

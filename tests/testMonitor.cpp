@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -17,6 +18,7 @@
 #include "golden.h"
 #include "memoryFile.h"
 #include "monitorState.h"
+#include "notify.h"
 #include "packedName.h"
 #include "page.h"
 #include "passes.h"
@@ -285,6 +287,38 @@ TEST(MonitorAnswers, hostileNamesStayNames) {
     EXPECT_THAT(problemOf([] { parseState("{}"); }), HasSubstr("another language"));
 }
 
+// The page as a browser has it, without the server.
+TEST(MonitorAnswers, thePageInABrowser) {
+    if (std::system("command -v chromium >/dev/null") != 0)
+        GTEST_SKIP() << "needs chromium";
+    char name[] = "/tmp/oxtpageXXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    const std::string directory = name;
+    for (const int count : {1, 40, 1000}) {
+        View view = *odd();
+        view.fileSystems.resize(1);
+        for (int i = 1; i < count; ++i)
+            view.fileSystems.push_back(fileSystem("/f" + std::to_string(i) + " ‮<i>&amp;\t", 1000, 500));
+        view.curves.resize(view.fileSystems.size());
+        std::ofstream(directory + "/page.html") << pageText(view, true, "abc");
+        const std::string command = "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+                                    "--no-first-run --disable-background-networking --disable-component-update "
+                                    "--disable-sync --user-data-dir=" +
+                                    directory + "/profile --dump-dom file://" + directory + "/page.html >" + directory +
+                                    "/dom 2>/dev/null";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        const std::string dom = fileContent(directory + "/dom");
+        std::size_t rows = 0;
+        for (std::size_t at = 0; (at = dom.find("<th scope=\"row\">", at)) != std::string::npos; ++at)
+            ++rows;
+        EXPECT_EQ(rows, static_cast<std::size_t>(count));
+        EXPECT_THAT(dom, HasSubstr("/&lt;script&gt;alert('\"&amp;\")"));
+        EXPECT_THAT(dom, HasSubstr("<p>" + std::to_string(count) + " file system"));
+        EXPECT_THAT(dom, Not(HasSubstr("<i>")));
+    }
+    std::filesystem::remove_all(directory);
+}
+
 TEST(MonitorAnswers, whoMayAskWhat) {
     std::vector<std::string> ordered;
     Api api({[&](HttpServer::Id, ProviderWorker::MethodCall call) {
@@ -458,6 +492,31 @@ TEST_F(MonitorServer, aSocketIsMadeSafely) {
     std::filesystem::permissions(other, std::filesystem::perms(0777));
     EXPECT_THAT(problemOf([&] { SocketFile{other}; }), HasSubstr("others can write"));
     std::filesystem::remove_all(other);
+}
+
+TEST(MonitorNotify, speaksToTheServiceManager) {
+    char name[] = "/tmp/oxtnotifyXXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    const std::string path = std::string(name) + "/socket";
+    const Fd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    const void *where = &address;
+    ASSERT_EQ(bind(socket.get(), static_cast<const sockaddr *>(where), sizeof address), 0);
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    setenv("WATCHDOG_USEC", "60000000", 1);
+    notifyManager("READY=1");
+    EXPECT_EQ(watchdogPeriod(), std::chrono::microseconds(seconds(60)));
+    setenv("WATCHDOG_PID", "1", 1);
+    EXPECT_FALSE(watchdogPeriod()) << "another process is watched";
+    for (const char *variable : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
+        unsetenv(variable);
+    notifyManager("STATUS=nobody listens");
+    char text[64] = {};
+    EXPECT_EQ(recv(socket.get(), text, sizeof text, 0), 7);
+    EXPECT_STREQ(text, "READY=1");
+    std::filesystem::remove_all(name);
 }
 
 TEST(MonitorProgram, isBoundedInTimeAndNumber) {

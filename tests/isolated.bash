@@ -59,3 +59,7 @@ for type in ext4 xfs; do
 done
 [ $number -gt 0 ] || skip "no file system could be mounted"
 mount --bind "$base/etc" /etc || skip "cannot mount over /etc"
+
+mib() { # size or avail, of a directory, in whole MiB
+    echo $(($(df --output="$1" -B1 "$2" | tail -n 1) / 1048576))
+}

@@ -298,7 +298,7 @@ TEST(MonitorAnswers, thePageInABrowser) {
         View view = *odd();
         view.fileSystems.resize(1);
         for (int i = 1; i < count; ++i)
-            view.fileSystems.push_back(fileSystem("/f" + std::to_string(i) + " ‮<i>&amp;\t", 1000, 500));
+            view.fileSystems.push_back(fileSystem("/f" + std::to_string(i) + " \u202e<i>&amp;\t", 1000, 500));
         view.curves.resize(view.fileSystems.size());
         std::ofstream(directory + "/page.html") << pageText(view, true, "abc");
         const std::string command = "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "

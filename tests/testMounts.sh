@@ -10,10 +10,6 @@ agent=${2:?usage: testMounts.sh OXTFSCTL AGENT_DIRECTORY}
 
 . "$(dirname "$0")/isolated.bash"
 
-mib() { # size or avail, of a directory, in whole MiB
-    echo $(($(df --output="$1" -B1 "$2" | tail -n 1) / 1048576))
-}
-
 # Each is shown with the numbers that df shows, and with the thresholds that follow.
 index=0
 while read -r device directory type _; do

@@ -177,20 +177,16 @@ void ProviderWorker::readFirstSettings() {
     }
 }
 
-// The cycle and the rules, in a life of the provider outside service mode: the first pass in it finds them set, and no
-// alert is sent about a threshold that a rule replaces.
+// The cycle, in a life of the provider before the thread's: the thread's first sleep would still take the old one.
+// Nothing is measured in it: outside service mode, a status that has changed would be taken over without an alert.
 void ProviderWorker::prepare() {
-    if (!orders_.cycle && !rulesKnown_)
-        return;
-    if (!orders_.cycle && !settings_.cycleSeconds && settings_.rules.empty() && memory_.rules.empty())
+    const auto cycle = orders_.cycle ? orders_.cycle : wantedCycle();
+    if (!cycle)
         return;
     Hosting hosting = orders_.hosting;
     hosting.serviceMode = ServiceMode::off();
     HostedSession session(hosting, ServiceMode::off());
-    applyCycle(session);
-    measure(session);
-    if (applyRules(session))
-        remember();
+    applyCycle(session, cycle);
     session.close();
 }
 
@@ -286,14 +282,16 @@ bool ProviderWorker::applyRules(Session &session) {
     return changed;
 }
 
-void ProviderWorker::applyCycle(Session &session) {
-    std::optional<unsigned> cycle = orders_.cycle;
-    if (!cycle && rulesKnown_ && settings_.cycleSeconds != memory_.cycleSeconds)
-        cycle = settings_.cycleSeconds;
-    if (rulesKnown_)
-        memory_.cycleSeconds = settings_.cycleSeconds;
+// What is to be set; none when all is as it was when it was last set, whatever a client has set since.
+std::optional<unsigned> ProviderWorker::wantedCycle() const {
+    return rulesKnown_ && settings_.cycleSeconds != memory_.cycleSeconds ? settings_.cycleSeconds : std::nullopt;
+}
+
+void ProviderWorker::applyCycle(Session &session, std::optional<unsigned> cycle) {
     if (cycle)
         changing([&] { session.invoke(kConfigClass, "SetMonitorCycle", {{"MonitorCycle", std::to_string(*cycle)}}); });
+    if (rulesKnown_)
+        memory_.cycleSeconds = settings_.cycleSeconds;
 }
 
 // Makes one change, which writes the save file once; any further write is that of a pass that ended meanwhile.
@@ -376,7 +374,7 @@ void ProviderWorker::doReload(std::optional<HttpServer::Id> answerTo) {
     try {
         settings_ = freshSettings();
         rulesKnown_ = true;
-        applyCycle(*session_);
+        applyCycle(*session_, wantedCycle());
         tell([this](News &news) {
             news.settings = settings_;
             news.lines.push_back("the settings are read anew.");

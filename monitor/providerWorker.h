@@ -82,7 +82,8 @@ class ProviderWorker {
 
     void measure(Session &session);
     bool applyRules(Session &session);
-    void applyCycle(Session &session);
+    std::optional<unsigned> wantedCycle() const;
+    void applyCycle(Session &session, std::optional<unsigned> cycle);
     template <class Action> void changing(Action action);
     std::vector<Alert> readAlerts();
     void remember();

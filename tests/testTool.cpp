@@ -27,8 +27,9 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
-#include "table.h"
 #include "shownTraceLine.h"
+#include "table.h"
+#include "traceSetting.h"
 #include "values.h"
 
 namespace {
@@ -215,6 +216,19 @@ TEST(ToolShow, traceLines) {
         shown += shownTraceLine(line, look) + "\n";
     }
     expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
+}
+
+TEST_F(ToolFiles, theTraceIsSwitchedAndTheOtherSettingsStay) {
+    std::filesystem::create_directory(root_ + "log");
+    const std::string name = "log/svtrace.conf", conf = root_ + name;
+    writeTraceSetting(root_, "off");
+    EXPECT_EQ(fileContent(conf), "normal = off\n");
+    append(name, "# normal = on\nfiles=3\n  normal=off # why\nnormally = 1");
+    writeTraceSetting(root_, "on");
+    EXPECT_EQ(fileContent(conf), "normal = on\n# normal = on\nfiles=3\nnormal = on # why\nnormally = 1\n");
+    std::filesystem::rename(conf, root_ + "elsewhere");
+    std::filesystem::create_symlink(root_ + "elsewhere", conf);
+    EXPECT_EQ(exitOf([this] { writeTraceSetting(root_, "off"); }), Exit::Environment) << "no link is followed";
 }
 
 TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {

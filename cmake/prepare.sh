@@ -15,6 +15,8 @@ libsmartcols-dev   | header libsmartcols/libsmartcols.h     | libsmartcols of ut
 libgtest-dev       | header gtest/gtest.h                   | GoogleTest
 libgmock-dev       | header gmock/gmock.h                   | GoogleMock, a part of GoogleTest
 nlohmann-json3-dev | header nlohmann/json.hpp               | nlohmann/json, a library of C++ headers for JSON
+libboost-dev       | header boost/asio.hpp                 | the headers of Boost
+libtomlplusplus-dev | header toml++/toml.h                  | toml++, a library of C++ headers for TOML
 e2fsprogs          | program mkfs.ext4                      | e2fsprogs: mkfs.ext4
 xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs
 clang              | program clang++                        | clang 13 or newer
@@ -26,7 +28,8 @@ clang-format-14    | program clang-format-14                | clang-format 14: o
 clang-tidy-14      | program clang-tidy-14                  | clang-tidy 14
 g++-aarch64-linux-gnu | program aarch64-linux-gnu-g++       | a GCC that compiles for aarch64
 '
-BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
+BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev libgtest-dev libgmock-dev nlohmann-json3-dev
+    libboost-dev libtomlplusplus-dev)
 
 program() { command -v "$1" >/dev/null || [ -x "/usr/sbin/$1" ] || [ -x "/sbin/$1" ]; }
 header() { printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | c++ -E -x c++ - >/dev/null 2>&1; }

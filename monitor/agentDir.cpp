@@ -20,6 +20,7 @@ namespace oxttool {
 namespace {
 
 constexpr int kKeyFiles = 3;
+constexpr auto kLockPatience = std::chrono::seconds(3);
 
 std::optional<ProviderAtWork> lookAtSegment(const std::string &keyFile) {
     const key_t key = ftok(keyFile.c_str(), kKeyProject);
@@ -98,13 +99,22 @@ std::optional<ProviderAtWork> findProviderAtWork(const std::string &root) {
     return std::nullopt;
 }
 
+std::string nameOf(const ProviderAtWork &found) {
+    if (found.pid == 0)
+        return "another user's process";
+    return "process " + std::to_string(found.pid) + (found.process.empty() ? "" : " (" + found.process + ")");
+}
+
 std::string describe(const ProviderAtWork &found) {
-    const std::string who = found.pid == 0 ? "of another user"
-                                           : "in process " + std::to_string(found.pid) +
-                                                 (found.process.empty() ? "" : " (" + found.process + ")");
-    return "a provider " + who + " is at work here: it keeps its records in shared memory under " + found.keyFile +
+    return "a provider in " + nameOf(found) + " is at work here: it keeps its records in shared memory under " +
+           found.keyFile +
            ".\n'oxtfsctl peek' shows them. Ask it through its object manager, or end it first. If you know that it is "
            "none, --force goes on; two providers at once would overwrite each other's settings.";
+}
+
+Workplace enterWork(const std::string &root) {
+    Fd lock = lockWork(root, kLockPatience); // first, so that the provider of another command is gone
+    return {std::move(lock), findProviderAtWork(root)};
 }
 
 } // namespace oxttool

@@ -46,8 +46,20 @@ struct ProviderAtWork {
 // somebody has attached, or that we may not look at. Leaves everything as it is.
 std::optional<ProviderAtWork> findProviderAtWork(const std::string &root);
 
+// "process 123 (name)", or as much of it as is known.
+std::string nameOf(const ProviderAtWork &found);
+
 // The whole message for a user whom that provider stops.
 std::string describe(const ProviderAtWork &found);
+
+// Who is at work in `root`, as a command finds it that is about to work there itself.
+struct Workplace {
+    Fd lock; // of work/; none while another command holds it
+    std::optional<ProviderAtWork> provider;
+};
+
+// Waits a few seconds for another command to end. Never fails: what cannot be looked at counts as nobody.
+Workplace enterWork(const std::string &root);
 
 } // namespace oxttool
 

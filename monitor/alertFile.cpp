@@ -25,6 +25,12 @@ std::string member(const json &object, const char *name) {
     return found->is_number_integer() ? found->dump() : "";
 }
 
+std::optional<std::uint64_t> amount(const json &object, const char *name) {
+    const auto found = object.find(name);
+    return found != object.end() && found->is_number_unsigned() ? std::optional(found->get<std::uint64_t>())
+                                                                : std::nullopt;
+}
+
 std::optional<std::int64_t> statusOf(const std::string &eventId) {
     char *end = nullptr;
     const std::uint64_t id = std::strtoull(eventId.c_str(), &end, 0); // decimal, or hexadecimal after 0x
@@ -47,9 +53,9 @@ std::optional<Alert> parseAlert(const std::string &line) {
     alert.device = member(object, "device");
     alert.mountPoint = member(object, "mountPoint");
     alert.newStatus = statusOf(member(object, "eventId"));
-    alert.freeMiB = member(object, "availableMiB");
-    alert.sizeMiB = member(object, "sizeMiB");
-    alert.thresholdMiB = member(object, "thresholdMiB");
+    alert.freeMiB = amount(object, "availableMiB");
+    alert.sizeMiB = amount(object, "sizeMiB");
+    alert.thresholdMiB = amount(object, "thresholdMiB");
     return alert;
 }
 

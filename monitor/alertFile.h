@@ -14,7 +14,7 @@ namespace oxttool {
 struct Alert {
     std::string time, severity, event, device, mountPoint; // empty where the line has none
     std::optional<std::int64_t> newStatus;                 // a free-space status; none when the alert is not about one
-    std::string freeMiB, sizeMiB, thresholdMiB;            // decimal, empty where the line has none
+    std::optional<std::uint64_t> freeMiB, sizeMiB, thresholdMiB;
 };
 
 // One line of the file; nothing when it is no JSON object. A member of another type than expected counts as missing.

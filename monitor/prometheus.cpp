@@ -47,8 +47,8 @@ std::string labelsOf(const FileSystem &fs) {
            escaped(fs.type) + "\",index=\"" + escaped(fs.index) + "\",drive=\"" + driveName(fs.driveType) + "\"}";
 }
 
-std::string head(const std::string &name, const std::string &help) {
-    return "# HELP " + name + " " + help + "\n# TYPE " + name + " gauge\n";
+std::string head(const std::string &name, const std::string &help, const std::string &type = "gauge") {
+    return "# HELP " + name + " " + help + "\n# TYPE " + name + " " + type + "\n";
 }
 
 std::string number(double value, int decimals = 0) {
@@ -57,8 +57,50 @@ std::string number(double value, int decimals = 0) {
     return text;
 }
 
-std::string single(const std::string &name, const std::string &help, const std::string &value) {
-    return head(name, help) + name + " " + value + "\n";
+std::string single(const std::string &name, const std::string &help, const std::string &value,
+                   const std::string &type = "gauge") {
+    return head(name, help, type) + name + " " + value + "\n";
+}
+
+struct ForecastFamily {
+    const char *name, *help;
+    double (*value)(const Forecast &);
+};
+constexpr ForecastFamily kForecasts[] = {
+    {"oxtfs_filesystem_shrink_bytes_per_second",
+     "Rate at which the available space shrinks, while it does so steadily.",
+     [](const Forecast &forecast) { return forecast.mibPerHour * 1048576 / 3600; }},
+    {"oxtfs_filesystem_full_seconds", "Time until the file system is full at that rate.",
+     [](const Forecast &forecast) { return forecast.secondsToFull; }},
+};
+
+std::string forecastsText(const Metrics &metrics) {
+    std::string text;
+    for (const ForecastFamily &family : kForecasts) {
+        std::string samples;
+        std::set<std::string> shown;
+        for (const FileSystem &fs : metrics.fileSystems) {
+            const std::string labels = labelsOf(fs);
+            if (shown.insert(labels).second && fs.outlook && fs.outlook->forecast)
+                samples += family.name + labels + " " + number(family.value(*fs.outlook->forecast)) + "\n";
+        }
+        if (!samples.empty())
+            text += head(family.name, family.help) + samples;
+    }
+    return text;
+}
+
+std::string monitorText(const MonitorMetrics &monitor) {
+    return single("oxtfs_monitor_up", "Whether the monitor's last pass succeeded and none is missing.",
+                  monitor.up ? "1" : "0") +
+           single("oxtfs_monitor_passes_total", "Passes of the monitor, failed ones included.",
+                  std::to_string(monitor.passes), "counter") +
+           single("oxtfs_monitor_failed_passes_total", "Passes that failed or never ended.",
+                  std::to_string(monitor.failedPasses), "counter") +
+           single("oxtfs_monitor_last_pass_duration_seconds", "How long the last pass took.",
+                  number(monitor.lastPassSeconds, 6)) +
+           single("oxtfs_monitor_last_success_timestamp_seconds", "When the last pass succeeded, 0 when none has.",
+                  number(monitor.lastSuccess));
 }
 
 } // namespace
@@ -75,13 +117,14 @@ std::string prometheusText(const Metrics &metrics) {
                 text += family.name + labels + " " + number(family.value(fs)) + "\n";
         }
     }
+    text += forecastsText(metrics);
     text += single("oxtfs_filesystems", "Number of file systems that the monitor keeps.",
                    std::to_string(metrics.fileSystems.size()));
     text += single("oxtfs_monitor_cycle_seconds", "Time between two looks at the file systems in service mode.",
                    std::to_string(metrics.cycleSeconds));
     text += single("oxtfs_last_update_timestamp_seconds", "When the file systems were last looked at.",
                    number(metrics.updated, 3));
-    return text;
+    return metrics.monitor ? text + monitorText(*metrics.monitor) : text;
 }
 
 } // namespace oxttool

@@ -135,7 +135,9 @@ FileSystem fileSystemOf(ByteView record) {
     fs.sizeMiB = spaceOf(record, kSize);
     fs.freeMiB = spaceOf(record, kFree);
     fs.warningMiB = static_cast<std::uint64_t>(numberOf(record, kWarning));
+    fs.warningDefaultMiB = static_cast<std::uint64_t>(numberOf(record, kWarningDefault));
     fs.fatalMiB = static_cast<std::uint64_t>(numberOf(record, kFatal));
+    fs.fatalDefaultMiB = static_cast<std::uint64_t>(numberOf(record, kFatalDefault));
     return fs;
 }
 

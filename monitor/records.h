@@ -20,10 +20,6 @@ inline constexpr std::size_t kTotalBytes = 4;
 inline constexpr std::size_t kFileSystemBytes = 1840;
 inline constexpr std::size_t kMostFileSystems = 65535; // what the total number can say
 
-struct Cycle { // seconds
-    unsigned seconds = 0, least = 0, greatest = 0, standard = 0;
-};
-
 // Each takes the bytes of one whole record. Texts end inside their arrays; an amount of space that no file system can
 // have counts as not measured.
 Cycle cycleOf(ByteView config);

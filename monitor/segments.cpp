@@ -2,6 +2,7 @@
 
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -162,13 +163,22 @@ Failure noProvider(const std::string &root) {
                 "list' measures by itself, 'oxtfsctl save' shows what was saved last."};
 }
 
-LiveRecords describe(Segments &&records, const Taken &taken) {
+// When the save file was written, with which every pass ends.
+std::optional<double> savedAt(const std::string &root) {
+    struct stat saved = {};
+    if (stat((root + "data/" + kSaveFileName).c_str(), &saved) != 0)
+        return std::nullopt;
+    return static_cast<double>(saved.st_mtim.tv_sec) + static_cast<double>(saved.st_mtim.tv_nsec) / 1e9;
+}
+
+LiveRecords describe(Segments &&records, const Taken &taken, std::optional<double> saved) {
     LiveRecords live;
     live.cycle = records.cycle;
     live.fileSystems = std::move(records.fileSystems);
     live.pid = taken.config.about.shm_cpid;
     live.process = processName(live.pid);
-    live.made = std::max(taken.config.about.shm_ctime, taken.fileSystems.about.shm_ctime);
+    const std::time_t made = std::max(taken.config.about.shm_ctime, taken.fileSystems.about.shm_ctime);
+    live.measured = saved.value_or(static_cast<double>(made));
     return live;
 }
 
@@ -210,12 +220,13 @@ Segments parseSegments(ByteView config, ByteView total, ByteView fileSystems) {
 LiveRecords readSegments(const std::string &root, milliseconds patience) {
     const auto end = Clock::now() + patience;
     for (;;) {
+        const auto saved = savedAt(root); // first, so that it never tells more than the records
         const Taken taken = takeAll(root, end);
         std::string problem = problemOf(taken);
         if (problem.empty()) {
             Segments records = parseSegments(taken.config.bytes, taken.total.bytes, taken.fileSystems.bytes);
             if (records.state == Segments::Complete)
-                return describe(std::move(records), taken);
+                return describe(std::move(records), taken, saved);
             problem = records.problem;
         }
         if (taken.config.state == Copy::Missing)

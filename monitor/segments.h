@@ -9,7 +9,6 @@
 #include <sys/types.h>
 
 #include <chrono>
-#include <ctime>
 #include <string>
 #include <vector>
 
@@ -31,9 +30,9 @@ Segments parseSegments(ByteView config, ByteView total, ByteView fileSystems);
 struct LiveRecords {
     Cycle cycle;
     std::vector<FileSystem> fileSystems;
-    pid_t pid = 0;        // of the process that made the segments; 0 when it cannot be told from here
-    std::string process;  // its name; empty when it cannot be told
-    std::time_t made = 0; // when the last of the segments was made
+    pid_t pid = 0;       // of the process that made the segments; 0 when it cannot be told from here
+    std::string process; // its name; empty when it cannot be told
+    double measured = 0; // seconds since the epoch: when its last pass was saved, or the segments were made
 };
 
 // The records under the key files of `root`work/. Attaches for reading only, creates nothing, and tries again for at

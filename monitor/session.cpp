@@ -1,20 +1,15 @@
 #include "session.h"
 
-#include <cstdio>
-#include <exception>
-#include <filesystem>
-
 #include "agentDir.h"
 #include "failure.h"
-#include "schema.h"
+#include "hostedSession.h"
+#include "monitorSession.h"
+#include "recordSession.h"
 #include "values.h"
 
 namespace oxttool {
 
 namespace {
-
-constexpr const char *kLibraryName = "libOXTFileSystemProvider.so";
-constexpr auto kLockPatience = std::chrono::seconds(3);
 
 struct Hint {
     const char *message; // of the provider
@@ -43,72 +38,24 @@ std::string hintFor(const std::string &message) {
     return "The trace log " + agentDirectory() + "log/oxtfs.log may tell more.";
 }
 
-std::string defaultLibrary() {
-    std::error_code ignored;
-    const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / "cmpi" / kLibraryName;
-    for (const auto &candidate : {bin / ".." / "provider" / kLibraryName, installed})
-        if (std::filesystem::exists(candidate, ignored))
-            return candidate.lexically_normal().string();
-    throw Failure(Exit::Environment, "the provider's library is not at " + installed.lexically_normal().string() +
-                                         ".\nInstall it there, or name it with --library PATH.");
+bool isToHost(const Hosting &hosting) {
+    const Hosting asUsual;
+    return hosting.direct || hosting.force || hosting.serviceMode || hosting.flavour != asUsual.flavour ||
+           hosting.library != asUsual.library || hosting.nameSpace != asUsual.nameSpace;
 }
+
+} // namespace
 
 std::string textOrCode(const std::string &message, CMPIrc code) {
     return message.empty() ? "status " + std::to_string(code) + " without a message" : printable(message);
 }
 
-} // namespace
-
 void refuse(CMPIrc code, const std::string &message) {
     throw Failure(Exit::Refused, "the provider answered: " + textOrCode(message, code) + "\n" + hintFor(message));
 }
 
-SignalsHeld::SignalsHeld() {
-    sigemptyset(&held_);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        sigaddset(&held_, number);
-    pthread_sigmask(SIG_BLOCK, &held_, &before_);
-}
-
-SignalsHeld::~SignalsHeld() {
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-}
-
-Session::Session(const Hosting &hosting, oxthost::ServiceMode defaultMode) {
-    const std::string root = agentDirectory();
-    checkAgentDirectory(root);
-    lock_ = lockWork(root, kLockPatience);
-    if (!hosting.force) {
-        if (const auto found = findProviderAtWork(root))
-            throw Failure(Exit::Environment, describe(*found));
-        if (!lock_)
-            throw Failure(Exit::Environment, "another oxtfsctl is at work on " + root +
-                                                 ".\nTry again when it has ended, or go on with --force.");
-    }
-    oxthost::Options options;
-    options.library = hosting.library.empty() ? defaultLibrary() : hosting.library;
-    options.nameSpace = hosting.nameSpace;
-    options.serviceMode = hosting.serviceMode.value_or(defaultMode);
-    options.flavour = hosting.flavour;
-    options.schema = kSchema;
-    try {
-        host_ = std::make_unique<oxthost::Host>(std::move(options));
-    } catch (const std::runtime_error &problem) {
-        throw Failure(Exit::Environment, problem.what());
-    }
-}
-
-Session::~Session() {
-    try {
-        close();
-    } catch (const std::exception &problem) {
-        std::fprintf(stderr, "oxtfsctl: %s\n", problem.what());
-    }
-}
-
-oxthost::Instance Session::get(const std::string &className, const std::vector<oxthost::NamedValue> &keys) {
-    oxthost::Reply reply = host_->getInstance(className, keys);
+oxthost::Instance Session::get(const std::string &className, const Keys &keys) {
+    oxthost::Reply reply = getInstance(className, keys);
     if (!reply.ok())
         refuse(reply.rc, reply.message);
     if (reply.instances.empty())
@@ -117,36 +64,30 @@ oxthost::Instance Session::get(const std::string &className, const std::vector<o
 }
 
 std::vector<oxthost::Instance> Session::enumerate(const std::string &className) {
-    oxthost::Reply reply = host_->enumInstances(className);
+    oxthost::Reply reply = enumInstances(className);
     if (!reply.ok())
         refuse(reply.rc, reply.message);
     return std::move(reply.instances);
 }
 
-oxthost::Reply Session::call(const std::string &className, const std::string &method,
-                             const std::vector<std::pair<std::string, std::string>> &arguments) {
-    std::vector<oxthost::NamedValue> typed;
-    for (const auto &[name, text] : arguments)
-        typed.emplace_back(name, host_->argument(className, method, name, text));
-    return host_->invokeMethod(className, method, typed);
-}
-
-void Session::invoke(const std::string &className, const std::string &method,
-                     const std::vector<std::pair<std::string, std::string>> &arguments) {
+void Session::invoke(const std::string &className, const std::string &method, const Arguments &arguments) {
     const oxthost::Reply reply = call(className, method, arguments);
     if (!reply.ok() || (reply.returned && reply.returned->number != 0))
         refuse(reply.rc, reply.message);
 }
 
-void Session::close() {
-    if (!host_)
-        return;
-    const auto host = std::move(host_);
-    const oxthost::Reply replies[] = {host->cleanupInstance(true), host->cleanupMethod(true)};
-    for (const auto &reply : replies)
-        if (!reply.ok())
-            throw Failure(Exit::Refused, "the provider's clean-up answered: " + textOrCode(reply.message, reply.rc) +
-                                             "\nSettings may not have been saved.");
+std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode) {
+    if (auto monitor = MonitorSession::find(agentDirectory())) {
+        if (!isToHost(hosting))
+            return monitor;
+        throw Failure(Exit::Environment, "a monitor is running here; two at once would overwrite each other's settings."
+                                         "\nAsk it, without --direct, --force and options of the hosting, or end it: "
+                                         "systemctl stop oxtfs-watch");
+    }
+    Workplace place = enterWork(agentDirectory());
+    if (place.provider && !isToHost(hosting))
+        return std::make_unique<RecordSession>(*place.provider);
+    return std::make_unique<HostedSession>(hosting, defaultMode, std::move(place));
 }
 
 } // namespace oxttool

@@ -3,16 +3,10 @@
 #include <charconv>
 #include <string_view>
 
-#include <nlohmann/json.hpp>
-
-#include "values.h"
-
 namespace oxttool {
 
 namespace {
 
-constexpr int kNormalLevel = 0;
-constexpr int kFailureLevel = 3;
 constexpr std::string_view kFailureWords[] = {"Failure!!", "Failre!!"}; // the second is a line that is written so
 constexpr std::string_view kTimeForm = "0000-00-00T00:00:00.000Z";
 
@@ -39,14 +33,6 @@ bool isTime(std::string_view word) {
         if (kTimeForm[i] == '0' ? word[i] < '0' || word[i] > '9' : word[i] != kTimeForm[i])
             return false;
     return true;
-}
-
-const char *colourOf(const TraceLine &line) {
-    if (line.isFailure())
-        return "\033[1;31m";
-    if (!line.parsed || line.level == kNormalLevel)
-        return "";
-    return line.level == kFailureLevel ? "\033[36m" : "\033[33m";
 }
 
 } // namespace
@@ -79,21 +65,6 @@ TraceLine parseTraceLine(const std::string &line) {
     parsed.function = point.substr(0, colon);
     parsed.text = rest;
     return parsed;
-}
-
-std::string shownTraceLine(const std::string &line, const Look &look) {
-    const TraceLine parsed = parseTraceLine(line);
-    if (!look.json) {
-        const std::string colour = look.colour ? colourOf(parsed) : "";
-        return colour + printable(line) + (colour.empty() ? "" : colourEnd(look));
-    }
-    nlohmann::ordered_json object;
-    if (parsed.parsed)
-        object = {{"time", parsed.time},   {"process", parsed.process},   {"thread", parsed.thread},
-                  {"level", parsed.level}, {"function", parsed.function}, {"line", parsed.sourceLine}};
-    object["failure"] = parsed.isFailure();
-    object["text"] = parsed.text;
-    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 } // namespace oxttool

@@ -1,11 +1,9 @@
 // A line of the trace log, as the agent's trace stand-in writes it: time, process, thread, level, function and source
 // line, text. All pure.
-#ifndef OXT_TOOL_TRACELINE_H
-#define OXT_TOOL_TRACELINE_H
+#ifndef OXT_MONITOR_TRACELINE_H
+#define OXT_MONITOR_TRACELINE_H
 
 #include <string>
-
-#include "table.h"
 
 namespace oxttool {
 
@@ -17,12 +15,12 @@ struct TraceLine {
 
     // The provider marks the begin of every request at the level of failures, too: the words make the difference.
     bool isFailure() const;
+
+    static constexpr int kNormalLevel = 0;
+    static constexpr int kFailureLevel = 3;
 };
 
 TraceLine parseTraceLine(const std::string &line);
-
-// The line for people, coloured by level where the look has colours; or as a JSON object on one line.
-std::string shownTraceLine(const std::string &line, const Look &look);
 
 } // namespace oxttool
 

@@ -236,8 +236,8 @@ TEST(MonitorPasses, areTold) {
     passSucceeded(passes, start + milliseconds(40), 77, seconds(60));
     EXPECT_NEAR(passes.lastDuration.count(), 0.04, 1e-9);
     EXPECT_EQ(statusLine(passes, 12, 1, 0, start + seconds(20)), "12 file systems, 1 warning, next look in 41 s");
-    EXPECT_TRUE(passes.areWell(start + seconds(91), seconds(60)));
-    EXPECT_FALSE(passes.areWell(start + seconds(121), seconds(60))) << "missing, and nobody says so";
+    EXPECT_TRUE(passes.areWell(start + seconds(99), seconds(60)));
+    EXPECT_FALSE(passes.areWell(start + seconds(101), seconds(60))) << "missing, and nobody says so";
     passFailed(passes, start + seconds(61), seconds(60), "why");
     EXPECT_FALSE(passes.areWell(start + seconds(61), seconds(60)));
     EXPECT_EQ(statusLine(passes, 1, 0, 2, start), "1 file system, 2 fatal, passes fail: why");

@@ -25,7 +25,7 @@ Passes::Clock::time_point Passes::overdue(std::chrono::seconds cycle) const {
 
 bool Passes::areWell(Clock::time_point now, std::chrono::seconds cycle) const {
     // Who watches for missing passes may itself hang; it gets a moment longer.
-    return succeeded > 0 && failing.empty() && now < overdue(cycle) + kMostPatience;
+    return succeeded > 0 && failing.empty() && now < overdue(cycle) + kLeastPatience;
 }
 
 void passSucceeded(Passes &passes, Passes::Clock::time_point now, std::time_t wall, std::chrono::seconds cycle) {

@@ -152,6 +152,7 @@ void ProviderWorker::begin() {
     nextCheck_ = passes_.next + kFirstCheck;
     nextRemember_ = passes_.next + kRemember;
     session_->invoke(kThreadClass, "StartMonitoringThread");
+    cycle_ = cycleOf(session_->get(kConfigClass));
     tell([](News &news) { news.hosting = true; });
 }
 

@@ -12,7 +12,9 @@
 
 #include "agentDir.h"
 #include "lineFile.h"
+#include "shownTraceLine.h"
 #include "traceLine.h"
+#include "traceSetting.h"
 #include "values.h"
 
 namespace oxttool {
@@ -83,6 +85,10 @@ bool pauseUntilNext() {
 } // namespace
 
 Exit logCommand(const Options &options) {
+    if (!options.trace.empty()) {
+        writeTraceSetting(agentDirectory(), options.trace);
+        return Exit::Ok;
+    }
     const unsigned count =
         options.lines.empty() ? kLinesShown : parseNumber(options.lines, 0, kMostLines, "a number of lines");
     const std::string path = agentDirectory() + "log/" + kTraceFileName;

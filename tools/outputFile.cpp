@@ -11,7 +11,7 @@
 
 #include "failure.h"
 #include "fd.h"
-#include "session.h"
+#include "hostedSession.h"
 #include "values.h"
 
 namespace oxttool {

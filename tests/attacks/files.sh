@@ -88,7 +88,7 @@ metrics() {
     writeMetrics "$base/system/new.prom"
     [ "$(ls -A "$base/system" | tr '\n' ' ')" = "new.prom oxtfs.prom " ] || fail "left behind: $(ls -A "$base/system")"
 }
-writeMetrics() { "$tool" list --format prometheus --output "$1"; }
+writeMetrics() { "$tool" list --format prometheus --output-file "$1"; }
 
 lockedDirectory() {
     chmod 755 "$agent/work"
@@ -118,12 +118,12 @@ fewRights() {
     local account=(setpriv --reuid=4711 --regid=4711 --clear-groups --bounding-set=-all,+ipc_owner
         --inh-caps=-all,+ipc_owner --ambient-caps=-all,+ipc_owner)
     "${stranger[@]}" test -x "$tool" || { echo "the services without their rights: other accounts do not reach $tool"; return; }
-    "${account[@]}" "$tool" list --format prometheus --output "$file" >"$base/out" 2>&1 && fail "metrics of no provider"
+    "${account[@]}" "$tool" list --format prometheus --output-file "$file" >"$base/out" 2>&1 && fail "metrics of no provider"
     grep -q "no provider is running" "$base/out" || fail "the metrics' account is told $(cat "$base/out")"
     "${stranger[@]}" "$tool" peek >"$base/out" 2>&1 && fail "peek by a stranger"
     grep -q "cannot be told" "$base/out" || fail "a stranger is told $(cat "$base/out")"
     watch setpriv --bounding-set=-all,+dac_read_search --inh-caps=-all
-    "${account[@]}" "$tool" list --format prometheus --output "$file" || fail "the metrics' account cannot read the records"
+    "${account[@]}" "$tool" list --format prometheus --output-file "$file" || fail "the metrics' account cannot read the records"
     grep -q "$base/data" "$file" || fail "no metrics: $(cat "$file")"
     kill -TERM $watching
     wait $watching || fail "watch without rights: $(cat "$base/watch")"

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 #include "oxtHost.h"
 
@@ -16,11 +17,12 @@ enum class Unit { Human, MiB, Bytes };
 struct Amount {
     std::uint64_t mib = 0;
     double percent = -1;                           // -1: not a share
+    bool bare = false;                             // written without a unit
     std::uint64_t of(std::uint64_t sizeMiB) const; // in MiB, rounded down
 };
 
-// "512", "512M", "1.5G", "1T" or "10%". Throws a usage failure for anything else, and for more MiB than the provider
-// can take.
+// "512M", "1.5G", "10GiB", "2GB" (1000^3 bytes), "10%", or MiB without a unit: "512". Rounded down. Throws a usage
+// failure for anything else, for less than a MiB, and for more MiB than the provider can take.
 Amount parseAmount(const std::string &text);
 
 // A whole number from lowest to highest, digits only; throws a usage failure that calls it by `what`.
@@ -44,8 +46,15 @@ const char *statusName(std::int64_t freeSpaceStatus);
 // The bytes as UTF-8, each sequence that is none replaced by U+FFFD.
 std::string asUtf8(const std::string &text);
 
-// The same with every control character replaced by "?", safe to write to a terminal.
-std::string printable(const std::string &text);
+// The bytes as the locale's terminals can show them: each byte that is no part of a printable character, or that is one
+// of `also`, as \xHH, and so is the backslash of what would read as such a byte.
+std::string printable(const std::string &text, std::string_view also = {});
+
+// The bytes of a text that printable() made.
+std::string unprintable(const std::string &shown);
+
+// A word of a command line that a shell and this command read as the text.
+std::string shellWord(const std::string &text);
 
 } // namespace oxttool
 

@@ -201,7 +201,7 @@ void Watch::draw(const std::vector<FileSystem> &all) {
     std::fputs("\033[H\033[2J", stdout);
     std::printf("Pass %u at %s, every %lld s. Ctrl-C ends.\n\n", passes_, now().c_str(),
                 static_cast<long long>(cycle_.count()));
-    printFileSystems(stdout, all, look_);
+    printFileSystems(all, look_);
     std::fputs("\n", stdout);
     for (const std::string &line : recent_)
         std::printf("%s\n", line.c_str());

@@ -14,6 +14,7 @@
 #include "alertText.h"
 #include "instances.h"
 #include "packedName.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {

@@ -156,11 +156,11 @@ std::string problemOf(const Taken &taken) {
 }
 
 Failure noProvider(const std::string &root) {
-    return {Exit::Environment,
-            "no provider is at work here: none keeps its records in shared memory under " +
-                keyFileOf(root, kConfig.digit) +
-                ".\nOne starts with a request to its object manager, or with 'oxtfsctl watch'. 'oxtfsctl "
-                "list' measures by itself, 'oxtfsctl save' shows what was saved last."};
+    return {
+        Exit::Environment,
+        "no provider is running: there is no shared memory for " + keyFileOf(root, kConfig.digit) +
+            ".\nStart one with 'oxtfsctl watch', or by a request to its object manager. 'oxtfsctl list' measures now, "
+            "'oxtfsctl save' shows what was saved last."};
 }
 
 // When the save file was written, with which every pass ends.

@@ -37,7 +37,10 @@ double mibOf(std::string unit) {
     const std::string rest = letter ? unit.substr(1) : "";
     if (!letter || (!rest.empty() && rest != "I" && rest != "IB" && rest != "B"))
         return 0;
-    return std::pow(rest == "B" ? 1000.0 : 1024.0, letter - kUnits + 1) / 1048576;
+    double bytes = 1;
+    for (const char *at = kUnits; at <= letter; ++at)
+        bytes *= rest == "B" ? 1000 : 1024;
+    return bytes / 1048576;
 }
 
 } // namespace
@@ -116,15 +119,13 @@ std::string formatSpace(std::uint64_t mib, Unit unit) {
     if (unit == Unit::Bytes)
         return std::to_string(mib * 1048576);
     const char *letter = kUnits + 1; // M
-    auto amount = static_cast<double>(mib);
-    for (; amount >= 1024 && letter[1] != '\0'; ++letter)
-        amount /= 1024;
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.1f", amount);
-    std::string text = buffer;
-    if (text.size() > 2 && text.compare(text.size() - 2, 2, ".0") == 0)
-        text.resize(text.size() - 2);
-    return text + *letter;
+    std::uint64_t one = 1;           // of the unit, in MiB
+    for (; mib >= one * 1024 && letter[1] != '\0'; ++letter)
+        one *= 1024;
+    const std::uint64_t whole = mib / one, tenths = (mib % one * 10 + one / 2) / one; // 10 carries over
+    const std::uint64_t shown = whole + tenths / 10;
+    const std::string tenth = tenths % 10 == 0 ? "" : "." + std::to_string(tenths % 10);
+    return std::to_string(shown) + tenth + *letter;
 }
 
 std::string utcTime(std::time_t time) {

@@ -56,14 +56,19 @@ function(oxt_exports name map)
   target_link_options(${name} PRIVATE -Wl,--version-script=${map} -Wl,-z,relro -Wl,-z,now)
 endfunction()
 
+# oxt_without_cxx_library(NAME): compiles code that runs inside somebody else's process and brings no C++ run-time library:
+# no exceptions, no RTTI, no guarded statics, no assertions of the C++ library's headers, whether a packager asks for them
+# or a newer library has them wherever nothing is optimised. Nothing is exported that a version script does not name.
+function(oxt_without_cxx_library name)
+  target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+    -fvisibility=hidden -fvisibility-inlines-hidden -U_GLIBCXX_ASSERTIONS -D_GLIBCXX_NO_ASSERTIONS)
+endfunction()
+
 # oxt_room(NAME SOURCES... [DEPENDS ...]): a room of the provider, as a static library with its own include directory.
-# The provider runs inside somebody else's process and brings no C++ run-time library: no exceptions, no RTTI, no
-# guarded statics. Nothing is exported that the version script does not name.
 function(oxt_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-  target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-    -fvisibility=hidden -fvisibility-inlines-hidden)
+  oxt_without_cxx_library(${name})
   target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} Threads::Threads PRIVATE oxt_warnings oxt_instruments)
 endfunction()

@@ -62,10 +62,11 @@ void checkAgentDirectory(const std::string &root) {
         if (known && !S_ISDIR(state.st_mode))
             throw Failure(Exit::Environment, path + " is not a directory.\nMove it away and make one: mkdir " + path);
         if (access(path.c_str(), R_OK | W_OK | X_OK) != 0)
-            throw Failure(Exit::Environment, "the agent's directory " + path +
-                                                 " cannot be written: " + std::strerror(errno) +
-                                                 ".\nRun oxtfsctl as root or as its owner, or ask a running "
-                                                 "monitor, as everybody may: systemctl start oxtfs-watch.");
+            throw environment("the agent's directory " + path + " cannot be written: " + std::strerror(errno) + ".\n" +
+                              (errno == EROFS ? "Its file system is read-only: mount it for writing, or use 'oxtfsctl "
+                                                "save' and 'oxtfsctl log', which only read."
+                                              : "Run oxtfsctl as root or as its owner, or ask a running monitor, as "
+                                                "everybody may: systemctl start oxtfs-watch."));
         if (std::strcmp(name, "log") != 0) // another account may well write logs
             checkWriters(path, state);
     }
@@ -89,8 +90,8 @@ Fd lockWork(const std::string &root, std::chrono::milliseconds patience) {
 std::string describe(const ProviderAtWork &found) {
     return "a provider in " + nameOf(found) + " is at work here: it keeps its records in shared memory under " +
            found.keyFile +
-           ".\n'oxtfsctl peek' shows them. Ask it through its object manager, or end it first. If you know that it is "
-           "none, --force goes on; two providers at once would overwrite each other's settings.";
+           ".\nTo see its records use 'oxtfsctl list'. To change settings use its object manager, or stop that process "
+           "first.\nIf no provider runs there, repeat with --force: two at once overwrite each other's settings.";
 }
 
 Workplace enterWork(const std::string &root) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "failure.h"
+#include "oxtMof.h"
 #include "schema.h"
 #include "values.h"
 
@@ -48,15 +49,14 @@ HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaul
         if (place_.provider)
             throw Failure(Exit::Environment, describe(*place_.provider));
         if (!place_.lock)
-            throw Failure(Exit::Environment, "another oxtfsctl is at work on " + agentDirectory() +
-                                                 ".\nTry again when it has ended, or go on with --force.");
+            throw Failure(Exit::Environment, "another oxtfsctl works on " + agentDirectory() +
+                                                 ".\nTry again when it has ended, or repeat with --force.");
     }
     oxthost::Options options;
     options.library = hosting.library.empty() ? defaultLibrary() : hosting.library;
     options.nameSpace = hosting.nameSpace;
     options.serviceMode = hosting.serviceMode.value_or(defaultMode);
     options.flavour = hosting.flavour;
-    options.schema = kSchema;
     try {
         host_ = std::make_unique<oxthost::Host>(std::move(options));
     } catch (const std::runtime_error &problem) {
@@ -68,7 +68,8 @@ HostedSession::~HostedSession() {
     try {
         HostedSession::close();
     } catch (const std::exception &problem) {
-        std::fprintf(stderr, "oxtfsctl: %s\n", problem.what());
+        if (std::uncaught_exceptions() == 0) // else another failure is on its way to the user
+            std::fprintf(stderr, "oxtfsctl: %s\n", problem.what());
     }
 }
 
@@ -82,9 +83,11 @@ oxthost::Reply HostedSession::enumInstances(const std::string &className) {
 
 oxthost::Reply HostedSession::call(const std::string &className, const std::string &method,
                                    const Arguments &arguments) {
+    // Only calls need the schema: to read it, and to hold every property against it, would be a tenth of a list.
+    const oxthost::Mof schema = oxthost::readMof(kSchema);
     std::vector<oxthost::NamedValue> typed;
     for (const auto &[name, text] : arguments)
-        typed.emplace_back(name, host_->argument(className, method, name, text));
+        typed.emplace_back(name, oxthost::argumentOf(schema, className, method, name, text));
     return host_->invokeMethod(className, method, typed);
 }
 
@@ -95,8 +98,9 @@ void HostedSession::close() {
     const oxthost::Reply replies[] = {host->cleanupInstance(true), host->cleanupMethod(true)};
     for (const auto &reply : replies)
         if (!reply.ok())
-            throw Failure(Exit::Refused, "the provider's clean-up answered: " + textOrCode(reply.message, reply.rc) +
-                                             "\nSettings may not have been saved.");
+            throw Failure(Exit::Refused,
+                          "the provider failed while it was being unloaded: " + textOrCode(reply.message, reply.rc) +
+                              "\nThe last change may not have been saved.");
 }
 
 } // namespace oxttool

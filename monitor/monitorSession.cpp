@@ -13,6 +13,7 @@
 #include "failure.h"
 #include "instances.h"
 #include "packedName.h"
+#include "shownText.h"
 #include "socketFile.h"
 #include "values.h"
 
@@ -157,7 +158,7 @@ std::string MonitorSession::source() const {
     if (!state_ || state_->failing.empty())
         return {};
     return "From the monitor, process " + std::to_string(state_->process) +
-           ", whose passes fail: " + printable(state_->failing) + ". Measured at " +
+           ", whose passes fail: " + printableLine(state_->failing) + ". Measured at " +
            utcTime(static_cast<std::time_t>(state_->updated)) + ".";
 }
 

@@ -10,7 +10,7 @@
 #include <optional>
 #include <sstream>
 
-#include "values.h"
+#include "shownText.h"
 
 namespace oxttool {
 

@@ -1,7 +1,6 @@
 #include "providerWorker.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "alertText.h"
 #include "instances.h"
 #include "packedName.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {
@@ -29,16 +29,6 @@ constexpr auto kChecks = seconds(3);           // between further ones
 constexpr auto kTraceDelay = milliseconds(50); // from the written save file to the line of a failed pass
 constexpr auto kRemember = std::chrono::minutes(10);
 constexpr std::size_t kAlertLines = 100;
-
-void ring(const Fd &bell) {
-    const std::uint64_t one = 1;
-    (void)!write(bell.get(), &one, sizeof one);
-}
-
-void silence(const Fd &bell) {
-    std::uint64_t count = 0;
-    (void)!read(bell.get(), &count, sizeof count);
-}
 
 std::string firstLine(const std::string &text) {
     return text.substr(0, text.find('\n'));
@@ -72,8 +62,7 @@ HttpResponse answerOf(const oxthost::Reply &reply) {
 } // namespace
 
 ProviderWorker::ProviderWorker(MonitorOrders orders)
-    : jobsWaiting_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      orders_(std::move(orders)), root_(agentDirectory()), thread_([this] { run(); }) {}
+    : orders_(std::move(orders)), root_(agentDirectory()), thread_([this] { run(); }) {}
 
 ProviderWorker::~ProviderWorker() {
     thread_.join();
@@ -82,7 +71,7 @@ ProviderWorker::~ProviderWorker() {
 void ProviderWorker::order(std::function<void()> job) {
     const std::lock_guard<std::mutex> lock(mutex_);
     jobs_.push_back(std::move(job));
-    ring(jobsWaiting_);
+    jobsWaiting_.ring();
 }
 
 void ProviderWorker::call(HttpServer::Id id, MethodCall call) {
@@ -99,14 +88,14 @@ void ProviderWorker::stop() {
 
 ProviderWorker::News ProviderWorker::takeNews() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    silence(news_);
+    news_.silence();
     return std::exchange(pending_, {});
 }
 
 template <class Change> void ProviderWorker::tell(Change change) {
     const std::lock_guard<std::mutex> lock(mutex_);
     change(pending_);
-    ring(news_);
+    news_.ring();
 }
 
 void ProviderWorker::sayOnce(const std::string &line) {
@@ -193,9 +182,9 @@ void ProviderWorker::prepare() {
 
 void ProviderWorker::wait() {
     const auto left = std::chrono::ceil<milliseconds>(std::min(nextCheck_, nextRemember_) - Clock::now());
-    pollfd polled[] = {{jobsWaiting_.get(), POLLIN, 0}, {saves_->fd(), POLLIN, 0}};
+    pollfd polled[] = {{jobsWaiting_.fd(), POLLIN, 0}, {saves_->fd(), POLLIN, 0}};
     poll(polled, 2, static_cast<int>(std::clamp<long long>(left.count(), 0, 1000)));
-    silence(jobsWaiting_);
+    jobsWaiting_.silence();
     for (;;) {
         std::function<void()> job;
         {

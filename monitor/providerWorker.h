@@ -17,6 +17,7 @@
 
 #include "alertFile.h"
 #include "alertForecast.h"
+#include "bell.h"
 #include "failure.h"
 #include "fd.h"
 #include "hostedSession.h"
@@ -55,7 +56,7 @@ class ProviderWorker {
     explicit ProviderWorker(MonitorOrders orders);
     ~ProviderWorker(); // the thread has ended
 
-    int wakeFd() const { return news_.get(); } // readable while there is news
+    int wakeFd() const { return news_.fd(); } // readable while there is news
     News takeNews();
 
     // Orders; each is carried out behind those before it.
@@ -99,7 +100,7 @@ class ProviderWorker {
     std::mutex mutex_;
     std::deque<std::function<void()>> jobs_;
     News pending_;
-    Fd jobsWaiting_, news_;
+    Bell jobsWaiting_, news_;
 
     // The worker's own.
     const MonitorOrders orders_;

@@ -9,6 +9,9 @@
 
 namespace oxttool {
 
+// A sentence for people about where they come from and how old they are.
+std::string sourceOf(const LiveRecords &records);
+
 class RecordSession : public Session {
   public:
     // Throws an environment failure when the records cannot be had.

@@ -161,10 +161,11 @@ Failure noRecords(const std::string &root) {
                 "the provider in " + nameOf(*found) +
                     " has no records to show.\nIt has just started or is about to end, or it refused "
                     "to stop a monitoring thread: restart its object manager then."};
-    return {Exit::Environment,
-            "no provider is running here: none has shared memory under " + keyFileOf(root, kConfig.digit) +
-                ".\nOne starts with a request to its object manager, or with 'oxtfsctl watch'. 'oxtfsctl "
-                "list' measures by itself, 'oxtfsctl save' shows what was saved last."};
+    return {
+        Exit::Environment,
+        "no provider is running: none has shared memory under " + keyFileOf(root, kConfig.digit) +
+            ".\nStart one with 'oxtfsctl watch', or by a request to its object manager. 'oxtfsctl list' measures now, "
+            "'oxtfsctl save' shows what was saved last."};
 }
 
 // When the save file was written, with which every pass ends.

@@ -28,9 +28,10 @@ attack() { # attack ACCOUNT WHAT FUNCTION
     [ $failures = "$before" ] && echo "repelled: $1: $2"
 }
 
-# A monitor, left to work until it is ended, and with its first pass done.
-watch() { # watch [COMMAND...]: by way of that command
-    "$@" "$tool" watch >"$base/watch" 2>&1 &
+# A monitor, left to work until it is ended, and with its first pass done; started by way of the command `through`.
+through=()
+watch() { # watch [OPTION...]
+    "${through[@]}" "$tool" watch "$@" >"$base/watch" 2>&1 &
     watching=$!
     for _ in $(seq 600); do
         grep -qs "pass 1" "$base/watch" && return

@@ -22,7 +22,7 @@ while read -r device directory type _; do
             tr '\n' ' ')" \
         "$index $device $type fixed true normal $size $(mib avail "$directory") $((size / 10)) $((size / 100)) "
 done </etc/mtab
-equal "number of file systems" "$("$tool" total --json | tr -cd 0-9)" $number
+equal "number of file systems" "$("$tool" total --json | tr -cd 0-9)" "$number"
 
 # In service mode, with a pass every second: no client may set that, but a save file may hold it.
 printf '# Version=1.0.0.0\n\1\0\12\0\20\16\74\0\0\0\0\0' >"$agent/data/oxtfssave.dat"
@@ -59,5 +59,5 @@ equal "alerts" "$(wc -l <"$agent/log/svalert.json")" $alerts
 equal "save file" "$(stat -c %s "$agent/data/oxtfssave.dat")" $((30 + 1840 * number))
 equal "segments" "$(($(wc -l </proc/sysvipc/shm) - 1))" 0
 
-[ $failures = 0 ] && echo "$number file systems, $alerts alerts: as df says"
+[ "$failures" = 0 ] && echo "$number file systems, $alerts alerts: as df says"
 exit $((failures > 0))

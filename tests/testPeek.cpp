@@ -23,6 +23,7 @@
 #include "oxtShm.h"
 #include "saveFile.h"
 #include "segments.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace {

@@ -8,7 +8,8 @@ agent=${2:?usage: testService.sh OXTFSCTL AGENT_DIRECTORY}
 . "$(dirname "$0")/isolated.bash"
 
 # An ordinary user has to get to the socket and to the command, whatever lies above them.
-lib=$base/lib && cp -r "${agent}lib" "$lib" && mount -t tmpfs -o mode=755 none "$agent" || skip "cannot mount over $agent"
+lib=$base/lib
+{ cp -r "${agent}lib" "$lib" && mount -t tmpfs -o mode=755 none "$agent"; } || skip "cannot mount over $agent"
 mkdir "${agent}data" "${agent}work" "${agent}log" && chmod 750 "${agent}"/*/ && mv "$lib" "${agent}lib"
 cp "$tool" "$base/oxtfsctl"
 port=$((20000 + RANDOM % 20000))
@@ -24,8 +25,8 @@ within() { # seconds command...: until it succeeds
 }
 http() { # target: the answer
     exec {web}<>"/dev/tcp/127.0.0.1/$port" || return 1
-    printf 'GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n' "$1" >&$web
-    timeout 5 cat <&$web
+    printf 'GET %s HTTP/1.1\r\nHost: localhost\r\n\r\n' "$1" >&"$web"
+    timeout 5 cat <&"$web"
     exec {web}>&-
 }
 says() { http "$1" | grep -q "$2"; }
@@ -110,7 +111,7 @@ passes() { grep -c ' pass [0-9]*:' "$base/out"; }
 crowd=()
 for i in $(seq 200); do
     exec {fd}<>"/dev/tcp/127.0.0.1/$port" || { fail "connection $i"; break; }
-    crowd+=($fd)
+    crowd+=("$fd")
     case $((i % 4)) in
     0) printf 'GET / HT' >&$fd ;;
     1) printf 'rubbish\r\n\r\n' >&$fd ;;
@@ -151,5 +152,5 @@ equal "exit code" $? 1
 mv "${agent}away" "${agent}data"
 equal "segments" "$(($(wc -l </proc/sysvipc/shm) - 1))" 0
 
-[ $failures = 0 ] && echo "the service holds"
+[ "$failures" = 0 ] && echo "the service holds"
 exit $((failures > 0))

@@ -27,6 +27,7 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "shownText.h"
 #include "shownTraceLine.h"
 #include "table.h"
 #include "traceSetting.h"
@@ -105,22 +106,6 @@ TEST(ToolValues, inARow) {
     });
     EXPECT_FALSE(parseAlert("{\"a\":\xff\"}"));
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
-    // What is no UTF-8 (a byte too few, overlong, a surrogate), what controls, and what could be read as an escape.
-    EXPECT_EQ(printable("\u00e9\u8a9e\U0001f5c4 \xff\xe2\x82 \xc0\xaf\xed\xa0\x80"),
-              "\u00e9\u8a9e\U0001f5c4 \\xff\\xe2\\x82 \\xc0\\xaf\\xed\\xa0\\x80");
-    EXPECT_EQ(printable("a\033[31m\n\x7f\u009b \u202egpj.exe\u2066\u061c"),
-              "a\\x1b[31m\\x0a\\x7f\\xc2\\x9b \\u202egpj.exe\\u2066\\u061c");
-    EXPECT_EQ(printable("a\\b \\x1b \\"), "a\\b \\x5cx1b \\");
-}
-
-std::string rendered(const std::vector<FileSystem> &all, const Look &look) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *out = open_memstream(&text, &size);
-    printFileSystems(out, all, look);
-    std::fclose(out);
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-    return {text, size};
 }
 
 FileSystem sample() {
@@ -158,20 +143,6 @@ TEST(ToolTable, jsonKeepsEveryValueAndStaysJson) {
     EXPECT_EQ(jsonOf(sample(), Unit::Bytes).at("size"), 4503599626321920);
     for (const char *line : {"{}", R"({"eventId":"0x800403E9","device":"/d","availableMiB":9,"time":"T"})"})
         EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");
-}
-
-TEST(ToolTable, peopleSeeABarAndColoursOnlyWhereWanted) {
-    FileSystem unmeasured;
-    unmeasured.index = "8";
-    Look look;
-    const std::string plain = rendered({sample(), unmeasured}, look);
-    EXPECT_THAT(plain, HasSubstr("########..  75%"));
-    EXPECT_THAT(plain, HasSubstr("warning"));
-    EXPECT_EQ(plain.find('\033'), std::string::npos) << plain;
-    EXPECT_EQ(plain.find("MONITORED"), std::string::npos) << plain;
-    EXPECT_EQ(plain.find("0M"), std::string::npos) << "what was not measured is not shown as 0\n" << plain;
-    look.colour = true;
-    EXPECT_NE(rendered({sample()}, look).find("\033[33mwarning"), std::string::npos);
 }
 
 // True also where there is no promtool.

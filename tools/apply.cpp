@@ -8,6 +8,7 @@
 #include "monitorSession.h"
 #include "rules.h"
 #include "settings.h"
+#include "shownText.h"
 
 namespace oxttool {
 

@@ -12,7 +12,7 @@
 #include "failure.h"
 #include "fd.h"
 #include "hostedSession.h"
-#include "values.h"
+#include "shownText.h"
 
 namespace oxttool {
 

@@ -15,6 +15,7 @@
 #include "agentDir.h"
 #include "monitor.h"
 #include "monitorSession.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -65,7 +66,7 @@ void Watch::alerted(const Alert &alert, const View *) {
         say(line + alert.event);
         return;
     }
-    line += alert.mountPoint + " (" + alert.device + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
+    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
             spaceOf(alert.sizeMiB, look_.unit) + " free, ";
     if (alert.thresholdMiB)
         line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
@@ -91,8 +92,8 @@ void Watch::showChanges(const std::vector<FileSystem> &all) {
         const Identity identity(fs.device, fs.mountPoint);
         const auto known = statuses_.find(identity);
         if (known != statuses_.end() && known->second != fs.status)
-            say(now() + " status: " + fs.mountPoint + " (" + fs.device + ") " + statusName(known->second) + " -> " +
-                statusName(fs.status));
+            say(now() + " status: " + printable(fs.mountPoint) + " (" + printable(fs.device) + ") " +
+                statusName(known->second) + " -> " + statusName(fs.status));
         current[identity] = fs.status;
     }
     statuses_ = std::move(current);
@@ -119,7 +120,7 @@ void Watch::passed(const View &view) {
 }
 
 void Watch::say(const std::string &line) {
-    recent_.push_back(printable(line));
+    recent_.push_back(printableLine(line));
     if (recent_.size() > kRecentLines)
         recent_.pop_front();
     std::printf("%s\n", recent_.back().c_str());
@@ -130,7 +131,7 @@ void Watch::draw(const View &view) {
     std::fputs("\033[H\033[2J", stdout);
     std::printf("Pass %lu at %s, every %u s. Ctrl-C ends.\n\n", view.passes.succeeded + view.passes.failed,
                 now().c_str(), view.cycle.seconds);
-    printFileSystems(stdout, view.fileSystems, look_);
+    printFileSystems(view.fileSystems, look_);
     std::fputs("\n", stdout);
     for (const std::string &line : recent_)
         std::printf("%s\n", line.c_str());
@@ -145,8 +146,8 @@ Exit watchCommand(const Options &options) {
     monitor.orders.settingsFile = options.settingsFile;
     if (!options.seconds.empty())
         monitor.duration = seconds(parseNumber(options.seconds, 1, kLongestWatch, "a time in seconds"));
-    if (!options.cycle.empty()) // what fits is the provider's to judge
-        monitor.orders.cycle = parseNumber(options.cycle, 0, 65535, "a cycle in seconds");
+    if (!options.cycle.empty())
+        monitor.orders.cycle = parseCycle(options.cycle);
     for (const std::string &address : options.listen)
         monitor.listen.push_back(parseListenAddress(address));
     if (options.look.json)

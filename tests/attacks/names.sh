@@ -3,7 +3,7 @@
 
 hostile=(
     '$(touch${IFS}PWNED)' '$(touch PWNED)' '`touch PWNED`' '; touch PWNED' '--help' '* ?' "it's \"quoted\"" 'back\slash\x41' $'two\nlines'
-    $'tab\tbed' $'\e[31mred\e]0;title\a' $'C1 \u009b31m' $'bidi \u202egnp.exe\u2066' $'Latin-1 \xe9' 'ü → 語' '%s%n' '#1'
+    $'tab\tbed' $'\e[31mred\e]0;title\a' $'C1 \u009b31m' $'bidi \u202egnp.exe\u2066' $'Latin-1 \xe9' 'ü → 語' '%s%n' '<img src=x onerror=x>' '#1'
 )
 
 mountHostile() {
@@ -24,10 +24,17 @@ harmless() { # harmless WHAT FILE
         fail "$1 shows $(LC_ALL=C grep -aP '[\x00-\x09\x0b-\x1f\x7f]|\xc2[\x80-\x9f]|\xe2\x80[\x8e\x8f\xa8-\xae]|\xe2\x81[\xa6-\xa9]' "$2" | cat -v | head -n 2)"
 }
 
+# Every way in which a person reads them, in the locale that shows the most.
 names() {
+    export LC_ALL=C.UTF-8
     mountHostile
-    "$tool" list >"$base/out" 2>&1 || fail "list: $(cat "$base/out")"
-    harmless list "$base/out"
+    printf '[[rule]]\nmount = "*"\nwarning = "20%%"\n' >"$base/rules"
+    for way in list "list -r" "list -P" check config save "log -n 1000" "watch --for 1" "apply --dry-run $base/rules"; do
+        # shellcheck disable=SC2086 # a command and its options
+        "$tool" $way >"$base/out" 2>&1
+        [ $? -lt 3 ] && [ -s "$base/out" ] || fail "$way: $(cat "$base/out")"
+        harmless "$way" "$base/out"
+    done
     for index in $(seq ${#hostile[@]}); do
         "$tool" get "$index"
         "$tool" monitor "$index" off
@@ -35,18 +42,45 @@ names() {
     harmless get "$base/out"
     "$tool" get $'/nowhere \u202e\u009b\e' >"$base/out" 2>&1
     harmless "a message" "$base/out"
-    "$tool" log -n 1000 >"$base/out" 2>&1
-    harmless log "$base/out"
-    "$tool" watch --for 1 >"$base/out" 2>&1
-    harmless watch "$base/out"
-    "$tool" save >"$base/out" 2>&1
-    harmless save "$base/out"
+    # What a shell reads is no command, and gives the names back as list shows them.
+    "$tool" list -P -o MOUNTPOINT >"$base/out" && (cd "$base/names" && . "$base/out" && [[ $MOUNTPOINT == *"#1" ]]) ||
+        fail "pairs: $(cat "$base/out")"
     # The metrics are a line for each sample, whatever is in the names.
     "$tool" list --format prometheus >"$base/out"
     grep -vqE '^(#|oxtfs_[a-z_]+(\{.*\})? -?[0-9.]+$)' "$base/out" && fail "metrics: $(grep -vE '^(#|oxtfs_)' "$base/out")"
     [ "$(grep -c '^oxtfs_filesystem_status' "$base/out")" = ${#hostile[@]} ] || fail "metrics without all file systems"
-    [ -e pwned ] && fail "a name was run"
+    namesInAlerts
+    [ -e "$base/names/pwned" ] || [ -e pwned ] && fail "a name was run"
     unmountHostile
+    unset LC_ALL
+}
+
+# A monitor with a page, and a program for alerts: each name reaches it as it is, and its message as a person reads it.
+namesInAlerts() {
+    printf '#!/bin/bash\nprintf "%%s\\0" "$OXTFS_MOUNTPOINT" >>%s/mounts\nprintf "%%s\\n" "$OXTFS_MESSAGE" >>%s/messages\n' \
+        "$base" "$base" >"$base/program"
+    chmod 755 "$base/program"
+    printf 'listen = ["127.0.0.1:9633"]\nexec = ["%s/program"]\n' "$base" >"$base/settings"
+    # A pass every second: no client may set that, but a save file may hold it.
+    printf '# Version=1.0.0.0\n\1\0\12\0\20\16\74\0\0\0\0\0' >"$agent/data/oxtfssave.dat"
+    watch --settings "$base/settings"
+    "$tool" warn 1 100% >/dev/null || fail "warn" # they are all on one device
+    for _ in $(seq 100); do
+        [ "$(grep -c . "$base/messages" 2>/dev/null)" -ge ${#hostile[@]} ] && break
+        sleep 0.1
+    done
+    printf "$base/names/%s\0" "${hostile[@]//PWNED/pwned}" | sort -z >"$base/expected"
+    sort -z "$base/mounts" | cmp -s - "$base/expected" || fail "the program for alerts gets $(sort -z "$base/mounts" | tr '\0' '|')"
+    [ "$(wc -l <"$base/messages")" = ${#hostile[@]} ] || fail "messages: $(cat "$base/messages")"
+    exec {web}<>/dev/tcp/127.0.0.1/9633
+    printf 'GET / HTTP/1.1\r\nHost: localhost\r\n\r\n' >&"$web"
+    timeout 5 tr -d '\r' <&"$web" >"$base/page"
+    exec {web}>&-
+    grep -q "${hostile[-1]}" "$base/page" && ! grep -q '<img' "$base/page" || fail "page: $(cat "$base/page")"
+    kill -TERM $watching
+    wait $watching || fail "watch ended badly: $(cat "$base/watch")"
+    for file in page messages watch; do harmless "$file" "$base/$file"; done
+    for file in "$agent"/log/*; do harmless "$file" "$file"; done
 }
 
 # A real bash, at a real terminal: types the beginning of the name, presses Tab, and sees which arguments bash makes of it.

@@ -65,6 +65,7 @@ void removeOrphan(key_t key, int cid) {
 // The tries of shmCreate: the new segment's id or -1, and the number of the last try.
 int createUnderFreeKey(const char *function, const char *keyFile, int cid, int size, int *tries) {
     int &n = *tries;
+    int refusal = 0; // of the last try, for those who trace it: stepping around the key sets errno anew
     for (n = 1; n < TRY_LIMIT; ++n) {
         key_t key = -1;
         if (!keyOf(function, keyFile, &key))
@@ -79,7 +80,8 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
             shmctl(id, IPC_RMID, nullptr);
             OXT_TRACE_AS(function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id, errno);
         } else {
-            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
+            refusal = errno;
+            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, refusal);
             removeOrphan(key, cid);
         }
         // A new key file has a new inode and so another key; the old one stays until the end, so that its inode is
@@ -88,6 +90,7 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
         snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         rename(keyFile, backup);
     }
+    errno = refusal;
     return -1;
 }
 

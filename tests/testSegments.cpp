@@ -55,6 +55,15 @@ TEST_F(Segments, ANewOneIsTheOwnersAlone) {
     EXPECT_EQ(shmCreate(&cInfo, &shm, none.c_str(), 2, 8), -1);
     EXPECT_THAT(trace.failures(), ElementsAre("_OUT_ fopen Failure!! fnm=[" + none + "2] errno=[2]"));
 
+    system.inject(Call::Shmget, 0, ENOSPC); // none is left, under whatever key
+    DatInfo records = {8, 1, nullptr};
+    ShmInfo segment = shm;
+    trace.clear();
+    EXPECT_EQ(reallocDatArea(&cInfo, base.c_str(), 0, &records, &segment), -1);
+    EXPECT_EQ(trace.failures().back(), "_OUT_ shmCreate() Failure!! errno=[28]") << "what the kernel refused with";
+    EXPECT_THAT(workFiles(), ElementsAre("key2"));
+    system.stopInjecting();
+
     system.inject(Call::Shmget, 1, 0, 0); // an identifier of 0 is never used
     trace.clear();
     shm.shmId = create(0, 8);

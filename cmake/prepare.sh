@@ -20,7 +20,7 @@ install_packages() {
     "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev libgtest-dev libgmock-dev nlohmann-json3-dev)
+BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev libgtest-dev libgmock-dev nlohmann-json3-dev libtomlplusplus-dev)
 
 # quietly COMMAND...: its output shows only when it fails.
 quietly() {

@@ -1,0 +1,24 @@
+// Block devices as most machines have them: what a described machine takes where its file says nothing else.
+#ifndef OXT_MACHINE_DEVICES_H
+#define OXT_MACHINE_DEVICES_H
+
+#include <optional>
+#include <string>
+
+#include "machine.h"
+
+namespace oxtmachine {
+
+// A "/proc/devices" with the drivers of all these devices.
+std::string usualDrivers();
+
+// The node of a device by its name: "/dev/sda1" is a block device of the driver sd. A name without a known beginning
+// has none.
+Node usualNode(const std::string &device);
+
+// What statfs(2) calls a file system of a mount table's type; 0 for one that is not known here.
+long usualMagic(const std::string &type);
+
+} // namespace oxtmachine
+
+#endif

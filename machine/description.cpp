@@ -50,13 +50,13 @@ class Table {
     const toml::node &need(const char *key) {
         const toml::node *const node = find(key);
         if (node == nullptr)
-            refuse(table_.source(), std::string(what_) + " needs '" + key + "'.");
+            refuse(table_.source(), std::string(what_) + " needs the key '" + key + "'.");
         return *node;
     }
     std::string text(const toml::node &node, const char *key) const {
         const auto value = node.value_exact<std::string>();
         if (!value || value->find('\0') != std::string::npos)
-            refuse(node.source(), std::string("'") + key + "' is a text in quotes.");
+            refuse(node.source(), std::string("'") + key + "' must be a text in quotes.");
         return *value;
     }
     std::int64_t number(const char *key, std::int64_t least, std::int64_t most, std::int64_t otherwise) {
@@ -65,7 +65,7 @@ class Table {
             return otherwise;
         const auto value = node->value_exact<std::int64_t>();
         if (!value || *value < least || *value > most)
-            refuse(node->source(), std::string("'") + key + "' is a whole number from " + std::to_string(least) +
+            refuse(node->source(), std::string("'") + key + "' must be a whole number from " + std::to_string(least) +
                                        " to " + std::to_string(most) + ".");
         return *value;
     }
@@ -73,7 +73,7 @@ class Table {
         const toml::node *const node = find(key);
         const auto value = node != nullptr ? node->value_exact<bool>() : std::nullopt;
         if (node != nullptr && !value)
-            refuse(node->source(), std::string("'") + key + "' is true or false.");
+            refuse(node->source(), std::string("'") + key + "' must be true or false.");
         return value;
     }
     int error(const char *key) {
@@ -83,12 +83,12 @@ class Table {
         const std::string word = text(*node, key);
         const int error = errorNamed(word);
         if (error == 0)
-            refuse(node->source(), quoted(word) + " is no name of an error; \"ENOENT\" and \"EIO\" are.");
+            refuse(node->source(), quoted(word) + " is not the name of an error, such as \"ENOENT\" or \"EIO\".");
         return error;
     }
     const toml::table &asTable(const toml::node &node, const char *key) const {
         if (!node.is_table())
-            refuse(node.source(), std::string("'") + key + "' is a table: [" + key + "]");
+            refuse(node.source(), std::string("'") + key + "' must be a table, [" + key + "].");
         return *node.as_table();
     }
     // Each table of an array of tables.
@@ -97,14 +97,14 @@ class Table {
         if (node == nullptr)
             return;
         if (!node->is_array_of_tables())
-            refuse(node->source(), std::string("each '") + key + "' is a table: [[" + key + "]]");
+            refuse(node->source(), std::string("'") + key + "' must be an array of tables, [[" + key + "]].");
         for (const toml::node &one : *node->as_array())
             each(*one.as_table());
     }
     void finish() const {
         for (const auto &[key, node] : table_)
             if (known_.count(std::string(key.str())) == 0)
-                refuse(key.source(), quoted(std::string(key.str())) + " is no key of " + what_ + ".");
+                refuse(key.source(), quoted(std::string(key.str())) + " is not a key of " + what_ + ".");
     }
     const toml::source_region &source() const { return table_.source(); }
 
@@ -119,23 +119,24 @@ struct Amount {
     std::uint64_t bytes;
 };
 
-// 512 and "512M" are MiB, "1.5G" has a unit, "10%" is a share of `whole`.
-Amount amount(const toml::node &node, const char *key, std::uint64_t whole, bool signAllowed = false) {
+// 512 and "512M" are MiB, "1.5G" has a unit, "10%" is a share of `whole`, where there is one.
+Amount amount(const toml::node &node, const char *key, std::optional<std::uint64_t> whole, bool signAllowed = false) {
     constexpr char kUnits[] = "BKMGTP";
     const std::string text = node.is_integer() ? std::to_string(node.as_integer()->get()) : node.value_or("");
     const bool isSigned = signAllowed && (text[0] == '+' || text[0] == '-');
-    const std::string rest = text.substr(isSigned ? 1 : 0),
-                      digits = rest.substr(0, rest.find_first_not_of(".0123456789"));
+    const std::string rest = text.substr(isSigned ? 1 : 0);
+    const std::string digits = rest.substr(0, rest.find_first_not_of(".0123456789"));
     const std::string unit = rest.substr(digits.size());
+    const bool isShare = whole && unit == "%";
     const char *const known = unit.size() == 1 ? std::strchr(kUnits, unit[0]) : nullptr;
     const bool isNumber = !digits.empty() && digits[0] != '.' && digits.back() != '.' &&
                           std::count(digits.begin(), digits.end(), '.') <= 1;
-    if (!isNumber || (!unit.empty() && unit != "%" && known == nullptr))
+    if (!isNumber || (!unit.empty() && !isShare && known == nullptr))
         refuse(node.source(), std::string("'") + key +
-                                  "' is an amount of space: MiB (512), with a unit (\"1.5G\"), or "
-                                  "a share of the size (\"10%\").");
+                                  "' must be an amount of space: MiB (512) or with a unit (\"1.5G\")" +
+                                  (whole ? ", or a share of the size (\"10%\")." : "."));
     const long double value = std::strtold(digits.c_str(), nullptr);
-    const long double bytes = unit == "%"        ? static_cast<long double>(whole) * value / 100
+    const long double bytes = isShare            ? static_cast<long double>(*whole) * value / 100
                               : known != nullptr ? std::ldexp(value, static_cast<int>(10 * (known - kUnits)))
                                                  : value * 1048576;
     if (bytes > kMostBytes)
@@ -156,8 +157,9 @@ Node nodeOf(const toml::node &node, const std::string &text) {
         return {S_IFREG, 0};
     const int error = text == "missing" ? ENOENT : errorNamed(text);
     if (error == 0)
-        refuse(node.source(), quoted(text) + " is no device node: \"block 8:1\", \"character 11:0\", \"file\" and "
-                                             "\"missing\" are, and names of errors.");
+        refuse(node.source(), quoted(text) +
+                                  " is not a device node; write \"block 8:1\", \"character 11:0\", \"file\", "
+                                  "\"missing\" or the name of an error.");
     return {0, 0, error};
 }
 
@@ -166,10 +168,10 @@ void readMount(const toml::table &from, Machine &machine) {
     Mount mount;
     for (const auto &[key, field] : {std::pair("dir", &mount.dir), {"device", &mount.device}, {"type", &mount.type}})
         *field = unescaped(table.text(table.need(key), key));
-    if (mount.dir[0] != '/')
-        refuse(table.need("dir").source(), "'dir' is an absolute path.");
+    if (mount.dir[0] != '/' || (mount.dir.size() > 1 && mount.dir.back() == '/'))
+        refuse(table.need("dir").source(), "'dir' must be an absolute path without a slash at its end.");
     if (mount.type.find_first_of(" \t\n") != std::string::npos)
-        refuse(table.need("type").source(), "'type' is one word.");
+        refuse(table.need("type").source(), "'type' must be one word.");
     mount.present = table.flag("mounted").value_or(true);
 
     Volume volume;
@@ -178,12 +180,12 @@ void readMount(const toml::table &from, Machine &machine) {
     volume.error = table.error("error");
     const auto blockSize = static_cast<std::uint64_t>(volume.blockSize);
     if (const toml::node *size = table.find("size"))
-        volume.blocks = amount(*size, "size", 0).bytes / blockSize;
+        volume.blocks = amount(*size, "size", std::nullopt).bytes / blockSize;
     volume.available = volume.blocks;
     if (const toml::node *free = table.find("free")) {
         volume.available = amount(*free, "free", volume.bytes()).bytes / blockSize;
         if (volume.available > volume.blocks)
-            refuse(free->source(), "'free' is at most the size.");
+            refuse(free->source(), "'free' cannot exceed the size.");
     }
     const toml::node *const node = table.find("node");
     machine.nodes[mount.device] = node != nullptr ? nodeOf(*node, table.text(*node, "node")) : usualNode(mount.device);
@@ -203,7 +205,7 @@ void readEvent(const toml::table &from, Machine &machine) {
         refuse(table.need("dir").source(), "no mount has the directory " + quoted(event.dir) + ".");
     event.mounted = table.flag("mounted");
     if (const toml::node *size = table.find("size"))
-        event.sizeBytes = amount(*size, "size", 0).bytes;
+        event.sizeBytes = amount(*size, "size", std::nullopt).bytes;
     const std::uint64_t whole = event.sizeBytes.value_or(volume->second.bytes());
     if (const toml::node *free = table.find("free")) {
         const Amount given = amount(*free, "free", whole, true);
@@ -223,8 +225,7 @@ void readFailures(const toml::table &from, Machine &machine) {
     Table table(from, "[fails]");
     machine.mountsError = table.error("mount_table");
     machine.driversError = table.error("driver_list");
-    if (const int error = table.error("shared_memory"))
-        machine.injections.push_back({Call::Shmget, 0, error, -1});
+    machine.memoryError = table.error("shared_memory");
     table.finish();
 }
 
@@ -237,7 +238,7 @@ Machine readMachine(const std::string &text) {
     try {
         parsed = toml::parse(text);
     } catch (const toml::parse_error &problem) {
-        refuse(problem.source(), std::string(problem.description()));
+        refuse(problem.source(), "this is not TOML: " + std::string(problem.description()));
     }
     Table table(parsed, "a machine");
     if (const toml::node *name = table.find("name"))

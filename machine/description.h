@@ -17,8 +17,8 @@ struct Malformed : std::runtime_error {
 // The machine of a file's text. It has nothing that the text does not give it. Throws Malformed.
 Machine readMachine(const std::string &text);
 
-// The text of a file for a machine as it is now, without the story that is to come.
-std::string writeMachine(const Machine &machine);
+// The text of a file for what there is.
+std::string writeMachine(const Facts &machine);
 
 } // namespace oxtmachine
 

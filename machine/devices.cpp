@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 #include <sys/stat.h>
@@ -62,6 +63,18 @@ Node usualNode(const std::string &device) {
         if (device.rfind(kind.begin, 0) == 0)
             return {S_IFBLK, makedev(kind.major, 1)};
     return {0, 0, ENOENT};
+}
+
+std::string nodeText(const Node &node) {
+    const std::string number = std::to_string(major(node.number)) + ":" + std::to_string(minor(node.number));
+    if (node.error != 0)
+        return node.error == ENOENT ? "missing" : errorName(node.error);
+    return node.format == S_IFBLK ? "block " + number : node.format == S_IFCHR ? "character " + number : "file";
+}
+
+std::string errorName(int error) {
+    const char *const name = strerrorname_np(error);
+    return name != nullptr ? name : "EIO";
 }
 
 long usualMagic(const std::string &type) {

@@ -37,15 +37,16 @@ void apply(const Event &event, Machine &m) {
 
 } // namespace
 
-std::string Machine::mountTableText() const {
+std::string Facts::mountTableText() const {
     std::string text = mountText;
     for (const Mount &mount : mounts)
         if (mount.present)
-            text += escaped(mount.device) + " " + escaped(mount.dir) + " " + mount.type + " rw,relatime 0 0\n";
+            text += escaped(mount.device) + " " + escaped(mount.dir) +
+                    (mount.type.empty() ? "\n" : " " + mount.type + " rw,relatime 0 0\n");
     return text;
 }
 
-std::vector<Mount> Machine::mountTable() const {
+std::vector<Mount> Facts::mountTable() const {
     std::string text = mountTableText();
     std::vector<Mount> entries;
     const std::unique_ptr<FILE, int (*)(FILE *)> table(text.empty() ? nullptr : fmemopen(&text[0], text.size(), "r"),

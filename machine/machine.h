@@ -22,7 +22,7 @@
 
 #include <sys/types.h>
 
-#include "segment.h"
+#include "segmentTable.h"
 
 namespace oxtmachine {
 
@@ -86,17 +86,26 @@ enum class Rest {
     Nothing // there is no such thing
 };
 
-struct Machine {
-    std::string name; // for people
-    Rest rest = Rest::System;
-
+// What there is.
+struct Facts {
+    std::string name;      // for people
     std::string mountText; // of the table "/etc/mtab", in front of the lines of `mounts`
     std::vector<Mount> mounts;
     std::string drivers; // the text of "/proc/devices"
     static constexpr int kUnasked = -1;
     int mountsError = 0, driversError = 0; // not 0: the file cannot be opened; kUnasked: nothing was noted yet
+    int memoryError = 0;                   // not 0: there is no shared memory
     std::map<std::string, Node> nodes;     // by path
     std::map<std::string, Volume> volumes; // by mount directory
+
+    // The entries of the mount table as getmntent(3) reads them, in file order.
+    std::vector<Mount> mountTable() const;
+    // The table as it stands in the file.
+    std::string mountTableText() const;
+};
+
+struct Machine : Facts {
+    Rest rest = Rest::System;
 
     std::vector<Event> story; // by time; what has happened is taken out
     unsigned speed = 1;       // the machine's seconds in a second; waits last so many times shorter
@@ -118,10 +127,6 @@ struct Machine {
     std::vector<TraceLine> trace; //
     SegmentTable memory;          // shared memory that no other process has
 
-    // The entries of the mount table as getmntent(3) reads them, in file order.
-    std::vector<Mount> mountTable() const;
-    // The table as it stands in the file.
-    std::string mountTableText() const;
     // Lets happen what is due.
     void advance(std::chrono::steady_clock::time_point now);
 };

@@ -1,10 +1,6 @@
 #include "description.h"
 
-#include <cerrno>
-#include <cstring>
-
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
+#include <cstdio>
 
 #include "devices.h"
 
@@ -42,20 +38,8 @@ std::string literal(const std::string &text) {
     return "'" + all + "'";
 }
 
-std::string errorName(int error) {
-    const char *const name = strerrorname_np(error);
-    return name != nullptr ? name : "EIO";
-}
-
 std::string space(std::uint64_t bytes) {
     return bytes % 1024 == 0 ? "\"" + std::to_string(bytes / 1024) + "K\"" : "\"" + std::to_string(bytes) + "B\"";
-}
-
-std::string nodeText(const Node &node) {
-    const std::string number = std::to_string(major(node.number)) + ":" + std::to_string(minor(node.number));
-    if (node.error != 0)
-        return node.error == ENOENT ? "missing" : errorName(node.error);
-    return node.format == S_IFBLK ? "block " + number : node.format == S_IFCHR ? "character " + number : "file";
 }
 
 std::string writeVolume(const Volume &volume, const std::string &type) {
@@ -73,7 +57,7 @@ std::string writeVolume(const Volume &volume, const std::string &type) {
     return text;
 }
 
-std::string writeMount(const Machine &machine, const Mount &mount) {
+std::string writeMount(const Facts &machine, const Mount &mount) {
     std::string text = "\n[[mount]]\ndir = " + literal(mount.dir) + "\ndevice = " + literal(mount.device) +
                        "\ntype = " + literal(mount.type) + "\n";
     const auto node = machine.nodes.find(mount.device);
@@ -86,19 +70,17 @@ std::string writeMount(const Machine &machine, const Mount &mount) {
 
 } // namespace
 
-std::string writeMachine(const Machine &machine) {
+std::string writeMachine(const Facts &machine) {
     std::string text;
     if (!machine.name.empty())
         text += "name = " + literal(machine.name) + "\n";
     if (machine.drivers != usualDrivers() && !machine.drivers.empty())
         text += "drivers = '''\n" + machine.drivers + "'''\n";
     std::string failures;
-    for (const auto &[key, error] :
-         {std::pair("mount_table", machine.mountsError), {"driver_list", machine.driversError}})
+    for (const auto &[key, error] : {std::pair("mount_table", machine.mountsError),
+                                     {"driver_list", machine.driversError},
+                                     {"shared_memory", machine.memoryError}})
         failures += error > 0 ? std::string(key) + " = \"" + errorName(error) + "\"\n" : "";
-    for (const Injection &injection : machine.injections)
-        if (injection.call == Call::Shmget && injection.nth == 0)
-            failures += "shared_memory = \"" + errorName(injection.error) + "\"\n";
     text += failures.empty() ? "" : "\n[fails]\n" + failures;
     for (const Mount &mount : machine.mountTable())
         text += mount.dir[0] == '/' ? writeMount(machine, mount) : ""; // swap space is mounted on no directory

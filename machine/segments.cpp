@@ -34,6 +34,11 @@ extern "C" int OXT_CALL(shmget)(key_t key, size_t size, int flags) noexcept {
         errno = error;
         return result;
     }
+    int refused = 0;
+    withMachine([&](const Machine &m) { refused = m.memoryError; });
+    errno = refused;
+    if (refused != 0)
+        return -1;
     if (hasOwnMemory())
         return ofMachine<int>(-1, [=](SegmentTable &memory) { return memory.get(key, size, flags); });
     result = real(key, size, flags);

@@ -16,13 +16,13 @@ using Open = FILE *(const char *, const char *);
 // A system file, and what stands for it in a machine.
 struct Table {
     const char *file;
-    std::string Machine::*text;
-    int Machine::*error;
+    std::string Facts::*text;
+    int Facts::*error;
     std::string (*content)(const Machine &);
 };
-constexpr Table kMounts = {"/etc/mtab", &Machine::mountText, &Machine::mountsError,
+constexpr Table kMounts = {"/etc/mtab", &Facts::mountText, &Facts::mountsError,
                            [](const Machine &m) { return m.mountTableText(); }};
-constexpr Table kDrivers = {"/proc/devices", &Machine::drivers, &Machine::driversError,
+constexpr Table kDrivers = {"/proc/devices", &Facts::drivers, &Facts::driversError,
                             [](const Machine &m) { return m.drivers; }};
 
 // A stream over a text; null with errno when the file that it stands for cannot be opened.

@@ -9,7 +9,7 @@ using namespace oxtmachine;
 namespace {
 
 // What `table` holds under a path. False when it holds nothing.
-template <class Answer> bool find(std::map<std::string, Answer> Machine::*table, const char *path, Answer *answer) {
+template <class Answer> bool find(std::map<std::string, Answer> Facts::*table, const char *path, Answer *answer) {
     bool found = false;
     withMachine([&](const Machine &m) {
         const auto known = (m.*table).find(path);
@@ -30,7 +30,7 @@ int failed(int error) {
 extern "C" int OXT_CALL(stat)(const char *path, struct stat *st) noexcept {
     static const auto real = realFunction<int(const char *, struct stat *)>("stat");
     Node node;
-    if (find(&Machine::nodes, path, &node)) {
+    if (find(&Facts::nodes, path, &node)) {
         *st = {};
         st->st_mode = node.format | 0600;
         st->st_rdev = node.number;
@@ -54,10 +54,10 @@ extern "C" int OXT_CALL(stat)(const char *path, struct stat *st) noexcept {
 extern "C" int OXT_CALL(statfs)(const char *path, struct statfs *st) noexcept {
     static const auto real = realFunction<int(const char *, struct statfs *)>("statfs");
     Volume volume;
-    bool found = find(&Machine::volumes, path, &volume);
+    bool found = find(&Facts::volumes, path, &volume);
     if (volume.during) {
         volume.during();
-        found = find(&Machine::volumes, path, &volume); // it may have changed the volume
+        found = find(&Facts::volumes, path, &volume); // it may have changed the volume
     }
     const Rest rest = restOfCalls();
     if (!found && rest == Rest::Nothing)

@@ -16,6 +16,7 @@ using oxthost::ServiceMode;
 constexpr const char *kFileSystemClass = "OXT_FileSystem";
 constexpr const char *kConfigClass = "OXT_FileSystemConfig";
 constexpr const char *kThreadClass = "OXT_FileSystemThread";
+constexpr const char *kNotStarted = "fsInitProvider() Failure!!"; // of the provider, whatever it was asked
 constexpr unsigned kHighestIndex = 65535;
 
 const char *onOff(const std::string &number) {
@@ -244,6 +245,8 @@ Exit callCommand(const Options &options) {
                 options.look);
     if (closed)
         throw *closed; // the answer is shown all the same
+    if (!reply.ok() && reply.message == kNotStarted)
+        refuse(reply.rc, reply.message);
     return reply.ok() && (!reply.returned || reply.returned->number == 0) ? Exit::Ok : Exit::Refused;
 }
 

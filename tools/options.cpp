@@ -6,6 +6,7 @@
 #include "inspect.h"
 #include "log.h"
 #include "watch.h"
+#include "why.h"
 
 namespace oxttool {
 
@@ -28,10 +29,14 @@ Examples:
   oxtfsctl peek                     what a provider at work keeps
   oxtfsctl save                     what was saved last
   oxtfsctl log --follow --failures
+  oxtfsctl why /home                what decided whether it is monitored
+  oxtfsctl record >here.toml        this machine as a file
+  oxtfsctl --machine here.toml list
   oxtfsctl call OXT_FileSystem SetWarningThreshold Index=3 WarningThreshold=512
 
 Exit codes: 0 done; 1 the provider refused or failed; 2 the command line is wrong; 3 the provider cannot be hosted here
-(library, agent directory, another provider at work), there is nothing to look at, or the output cannot be written.)";
+(library, agent directory, another provider at work), there is nothing to look at, or the output cannot be written;
+4 no mounted file system qualifies; 5 there is no shared memory for the provider.)";
 
 void addGlobalOptions(CLI::App &app, Options &options) {
     app.add_flag("--json", options.look.json, "Write JSON; sizes are in MiB, or in bytes with --bytes");
@@ -57,6 +62,9 @@ void addGlobalOptions(CLI::App &app, Options &options) {
            "Whose manners the hosting has where object managers differ (default: sfcb)")
         ->check(CLI::IsMember({"sfcb", "standard"}));
     app.add_flag("--force", options.hosting.force, "Go on although a provider is at work here");
+    app.add_option("--machine", options.machine,
+                   "Host the provider over the machine that a file describes instead of this one")
+        ->type_name("FILE");
 }
 
 CLI::App *addCommand(CLI::App &app, Options &options, const char *name, const char *about,
@@ -85,12 +93,29 @@ void checkFormat(Options &options) {
     options.look.json |= options.format == "json";
 }
 
+// A described machine has a provider of its own, and nothing of this one's files and shared memory.
+void checkMachine(const Options &options) {
+    if (options.machine.empty())
+        return;
+    for (const auto looksHere : {peekCommand, saveCommand, logCommand})
+        if (options.command == looksHere)
+            throw Failure(Exit::Usage, "peek, save and log look at what this machine has: leave --machine out.");
+    if (!options.hosting.library.empty())
+        throw Failure(Exit::Usage, "--machine hosts a provider of its own: leave --library out.");
+}
+
 // The commands that look without a provider of their own.
 void addInspection(CLI::App &app, Options &options) {
     auto *peek = addCommand(app, options, "peek", "Show what a provider at work keeps, without asking it", peekCommand);
     peek->footer("The records are read from its shared memory. 'oxtfsctl list' measures by itself instead, where no\n"
                  "provider is at work.");
     addFormat(peek, options);
+
+    addCommand(app, options, "why", "Tell why mounts are monitored or not", whyCommand)
+        ->add_option("mount", options.target, "Mount point (default: all mounts)")
+        ->type_name("MOUNTPOINT");
+    addCommand(app, options, "record", "Write this machine down, for --machine", recordCommand)
+        ->footer("The file is in the format that oxtfs-machine(5) tells. It names devices and mount points.");
 
     auto *save = addCommand(app, options, "save", "Show a save file, and what is wrong with it", saveCommand);
     save->add_option("file", options.file, "The file (default: the provider's)")->type_name("FILE");
@@ -169,6 +194,7 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
         return std::nullopt;
     }
     checkFormat(options);
+    checkMachine(options);
     return options;
 }
 

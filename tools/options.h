@@ -27,6 +27,7 @@ struct Options {
     std::string format;                 // "table", "json" or "prometheus"
     std::string file;                   // of save
     std::string lines;                  // of log
+    std::string machine;                // the file of a described one; empty: this machine
     bool follow = false, failuresOnly = false;
 };
 

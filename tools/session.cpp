@@ -7,13 +7,13 @@
 #include "agentDir.h"
 #include "failure.h"
 #include "schema.h"
+#include "sharedMemory.h"
 #include "values.h"
 
 namespace oxttool {
 
 namespace {
 
-constexpr const char *kLibraryName = "libOXTFileSystemProvider.so";
 constexpr auto kLockPatience = std::chrono::seconds(3);
 
 struct Hint {
@@ -36,22 +36,11 @@ constexpr Hint kHints[] = {
     {"getArgToInt(MonitorCycle) FAILED", "A cycle is 10 to 3600 seconds."},
 };
 
-std::string hintFor(const std::string &message) {
+const char *hintFor(const std::string &message) {
     for (const Hint &hint : kHints)
         if (message == hint.message)
             return hint.help;
-    return "The trace log " + agentDirectory() + "log/oxtfs.log may tell more.";
-}
-
-std::string defaultLibrary() {
-    std::error_code ignored;
-    const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto installed = bin / OXT_TOOL_BIN_TO_LIB / "cmpi" / kLibraryName;
-    for (const auto &candidate : {bin / ".." / "provider" / kLibraryName, installed})
-        if (std::filesystem::exists(candidate, ignored))
-            return candidate.lexically_normal().string();
-    throw Failure(Exit::Environment, "the provider's library is not at " + installed.lexically_normal().string() +
-                                         ".\nInstall it there, or name it with --library PATH.");
+    return nullptr;
 }
 
 std::string textOrCode(const std::string &message, CMPIrc code) {
@@ -60,8 +49,23 @@ std::string textOrCode(const std::string &message, CMPIrc code) {
 
 } // namespace
 
+std::string libraryBeside(const char *buildFolder, const char *installedFolder, const char *name, const char *help) {
+    std::error_code ignored;
+    const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    const auto installed = bin / OXT_TOOL_BIN_TO_LIB / installedFolder / name;
+    for (const auto &candidate : {bin / ".." / buildFolder / name, installed})
+        if (std::filesystem::exists(candidate, ignored))
+            return candidate.lexically_normal().string();
+    throw Failure(Exit::Environment, "the library " + installed.lexically_normal().string() + " is missing.\n" + help);
+}
+
 void refuse(CMPIrc code, const std::string &message) {
-    throw Failure(Exit::Refused, "the provider answered: " + textOrCode(message, code) + "\n" + hintFor(message));
+    const char *const hint = hintFor(message);
+    Failure failure(Exit::Refused,
+                    "the provider answered: " + textOrCode(message, code) + "\n" +
+                        (hint ? hint : "The trace log " + agentDirectory() + "log/oxtfs.log may tell more."));
+    failure.unexplained = hint == nullptr;
+    throw failure;
 }
 
 SignalsHeld::SignalsHeld() {
@@ -75,19 +79,25 @@ SignalsHeld::~SignalsHeld() {
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
 }
 
-Session::Session(const Hosting &hosting, oxthost::ServiceMode defaultMode) {
-    const std::string root = agentDirectory();
-    checkAgentDirectory(root);
-    lock_ = lockWork(root, kLockPatience);
+Session::Session(const Hosting &hosting, oxthost::ServiceMode defaultMode)
+    : root_(hosting.root.empty() ? agentDirectory() : hosting.root) {
+    checkAgentDirectory(root_);
+    lock_ = lockWork(root_, kLockPatience);
     if (!hosting.force) {
-        if (const auto found = findProviderAtWork(root))
+        if (const auto found = findProviderAtWork(root_))
             throw Failure(Exit::Environment, describe(*found));
         if (!lock_)
-            throw Failure(Exit::Environment, "another oxtfsctl is at work on " + root +
+            throw Failure(Exit::Environment, "another oxtfsctl is at work on " + root_ +
                                                  ".\nTry again when it has ended, or go on with --force.");
     }
+    // The provider would try 65,535 keys, and write as many lines into its log.
+    if (const int error = hosting.memoryError ? *hosting.memoryError : sharedMemoryRefusal(1))
+        throw noSharedMemory(error);
     oxthost::Options options;
-    options.library = hosting.library.empty() ? defaultLibrary() : hosting.library;
+    options.library = hosting.library.empty()
+                          ? libraryBeside("provider", "cmpi", "libOXTFileSystemProvider.so",
+                                          "Install it there, or name another one with --library PATH.")
+                          : hosting.library;
     options.nameSpace = hosting.nameSpace;
     options.serviceMode = hosting.serviceMode.value_or(defaultMode);
     options.flavour = hosting.flavour;

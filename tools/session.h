@@ -22,7 +22,9 @@ struct Hosting {
     std::string nameSpace = "root/TAVRIN/AS";
     std::optional<oxthost::ServiceMode> serviceMode; // none: what the command needs
     oxthost::Flavour flavour = oxthost::Flavour::Sfcb;
-    bool force = false; // go on beside a provider that is at work
+    bool force = false;             // go on beside a provider that is at work
+    std::string root;               // the agent's directory; empty: the one of the build
+    std::optional<int> memoryError; // of a machine in place of this one: what it answers to shmget(2)
 };
 
 class SignalsHeld {
@@ -59,13 +61,20 @@ class Session {
     // Both clean-ups, then unloads the library. Throws a refusal when the provider reports a failure.
     void close();
 
+    // The agent's directory, with its closing slash.
+    const std::string &root() const { return root_; }
     const sigset_t &heldSignals() const { return signals_.set(); }
 
   private:
     SignalsHeld signals_;
+    std::string root_;
     Fd lock_;
     std::unique_ptr<oxthost::Host> host_;
 };
+
+// The path of a library of this project: in a build beside this program's folder, else installed in a folder of the
+// libraries' directory. Throws an environment failure that ends in the help when it is in neither.
+std::string libraryBeside(const char *buildFolder, const char *installedFolder, const char *name, const char *help);
 
 // The refusal for a provider's answer, with what is known to help against it.
 [[noreturn]] void refuse(CMPIrc code, const std::string &message);

@@ -10,11 +10,14 @@
 #include <memory>
 #include <new>
 
+#include <nlohmann/json.hpp>
+
 namespace oxttool {
 
 namespace {
 
 constexpr std::uint64_t kBarCells = 10;
+constexpr int kJsonTypes[] = {SCOLS_JSON_STRING, SCOLS_JSON_NUMBER, SCOLS_JSON_BOOLEAN}; // by Field::Kind
 
 using TablePtr = std::unique_ptr<libscols_table, decltype(&scols_unref_table)>;
 
@@ -33,6 +36,19 @@ TablePtr newTable(FILE *out, const std::string &name, const Look &look) {
     check(scols_table_enable_json(table.get(), look.json));
     check(scols_table_enable_colors(table.get(), look.colour));
     return table;
+}
+
+// JSON over a described machine says so in a member of its own.
+void print(libscols_table *table, FILE *out, const Look &look) {
+    if (!look.json || look.machine.empty())
+        return check(scols_print_table(table));
+    char *text = nullptr;
+    check(scols_print_table_to_string(table, &text));
+    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
+    nlohmann::ordered_json all = {
+        {"machine", {{"described", true}, {"name", asUtf8(look.machine)}, {"file", asUtf8(look.machineFile)}}}};
+    all.update(nlohmann::ordered_json::parse(text));
+    std::fprintf(out, "%s\n", all.dump(3).c_str());
 }
 
 void addColumn(libscols_table *table, const std::string &name, int flags, int jsonType) {
@@ -111,6 +127,10 @@ void adaptToOutput(Look &look, FILE *out) {
     look.blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
 }
 
+std::string machineLabel(const Look &look) {
+    return "Described machine " + look.machine + " (" + look.machineFile + "), not this one.";
+}
+
 const char *colourOf(std::int64_t status, const Look &look) {
     constexpr const char *colours[] = {"", "\033[32m", "\033[33m", "\033[1;31m"};
     return look.colour && status >= 0 && status < 4 ? colours[status] : "";
@@ -134,11 +154,30 @@ void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look 
             if (look.json || !column.jsonOnly)
                 setCell(line, cell++, column.text(fs, look), look, column.coloured ? colourOf(fs.status, look) : "");
     }
-    check(scols_print_table(table.get()));
+    print(table.get(), out, look);
+}
+
+void printRows(FILE *out, const std::string &name, const std::vector<Heading> &headings,
+               const std::vector<std::vector<std::string>> &rows, const Look &look) {
+    const TablePtr table = newTable(out, name, look);
+    for (const Heading &heading : headings)
+        if (look.json || !heading.jsonOnly)
+            addColumn(table.get(), heading.name,
+                      (heading.right ? SCOLS_FL_RIGHT : 0) | (heading.wrapped ? SCOLS_FL_WRAP : 0),
+                      kJsonTypes[heading.kind]);
+    for (const std::vector<std::string> &row : rows) {
+        libscols_line *line = scols_table_new_line(table.get(), nullptr);
+        if (!line)
+            throw std::bad_alloc();
+        std::size_t cell = 0;
+        for (std::size_t i = 0; i < headings.size(); ++i)
+            if (look.json || !headings[i].jsonOnly)
+                setCell(line, cell++, row[i], look);
+    }
+    print(table.get(), out, look);
 }
 
 void printRecord(FILE *out, const std::string &name, const std::vector<Field> &fields, const Look &look) {
-    constexpr int jsonTypes[] = {SCOLS_JSON_STRING, SCOLS_JSON_NUMBER, SCOLS_JSON_BOOLEAN};
     const TablePtr table = newTable(out, name, look);
     if (!look.json) {
         check(scols_table_enable_noheadings(table.get(), 1));
@@ -146,7 +185,7 @@ void printRecord(FILE *out, const std::string &name, const std::vector<Field> &f
         addColumn(table.get(), "value", SCOLS_FL_WRAP, SCOLS_JSON_STRING);
     }
     for (std::size_t i = 0; look.json && i < fields.size(); ++i) // all columns come before the first line
-        addColumn(table.get(), fields[i].name, 0, jsonTypes[fields[i].kind]);
+        addColumn(table.get(), fields[i].name, 0, kJsonTypes[fields[i].kind]);
     libscols_line *line = nullptr;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         if (!look.json || i == 0)
@@ -157,7 +196,7 @@ void printRecord(FILE *out, const std::string &name, const std::vector<Field> &f
         if (!look.json)
             setCell(line, 1, fields[i].shown, look);
     }
-    check(scols_print_table(table.get()));
+    print(table.get(), out, look);
 }
 
 } // namespace oxttool

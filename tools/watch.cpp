@@ -89,7 +89,7 @@ class Watch {
   public:
     Watch(Session &session, const Options &options)
         : session_(session), look_(options.look), redraw_(isatty(STDOUT_FILENO)),
-          alertFile_(agentDirectory() + "log/" + kAlertFileName), events_(agentDirectory(), session.heldSignals()) {}
+          alertFile_(session.root() + "log/" + kAlertFileName), events_(session.root(), session.heldSignals()) {}
     void run(std::optional<seconds> duration);
 
   private:
@@ -201,6 +201,8 @@ void Watch::say(const std::string &line) {
 
 void Watch::draw(const std::vector<FileSystem> &all) {
     std::fputs("\033[H\033[2J", stdout);
+    if (!look_.machine.empty())
+        std::printf("%s\n", printable(machineLabel(look_)).c_str());
     std::printf("Pass %u at %s, every %lld s. Ctrl-C ends.\n\n", passes_, now().c_str(),
                 static_cast<long long>(cycle_.count()));
     printFileSystems(stdout, all, look_);

@@ -1,6 +1,6 @@
 // Shared memory that no other process has: System V segments in this process's own memory.
-#ifndef OXT_MACHINE_SEGMENT_H
-#define OXT_MACHINE_SEGMENT_H
+#ifndef OXT_MACHINE_SEGMENT_TABLE_H
+#define OXT_MACHINE_SEGMENT_TABLE_H
 
 #include <cstddef>
 #include <map>

@@ -1,4 +1,4 @@
-#include "segment.h"
+#include "segmentTable.h"
 
 #include <cerrno>
 #include <new>

@@ -18,8 +18,8 @@ char traceLibrary; // its address is the handle
 
 void selectLog(const char *) {}
 
-__attribute__((format(printf, 5, 6))) void traceLog(int level, const char *, const char *function, int,
-                                                    const char *format, ...) {
+__attribute__((format(printf, 5, 6))) void traceLog(int, const char *, const char *function, int, const char *format,
+                                                    ...) {
     bool traced = false;
     withMachine([&](const Machine &m) { traced = m.traced; });
     if (!traced)
@@ -31,7 +31,7 @@ __attribute__((format(printf, 5, 6))) void traceLog(int level, const char *, con
     va_end(arguments);
     if (length < 0)
         return;
-    withMachine([&](Machine &m) { m.trace.push_back({level, function, text}); });
+    withMachine([&](Machine &m) { m.trace.push_back({function, text}); });
     free(text);
 }
 

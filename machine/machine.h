@@ -75,7 +75,6 @@ struct Injection {
 
 // A line that the provider traced.
 struct TraceLine {
-    int level = 0;
     std::string function, text;
 };
 
@@ -106,6 +105,8 @@ struct Facts {
 
 struct Machine : Facts {
     Rest rest = Rest::System;
+    std::function<Node(const char *path)> otherNode; // of a path that has none; empty: the rest's
+    std::function<Volume(const char *path)> otherVolume;
 
     std::vector<Event> story; // by time; what has happened is taken out
     unsigned speed = 1;       // the machine's seconds in a second; waits last so many times shorter
@@ -121,11 +122,11 @@ struct Machine : Facts {
     std::vector<std::string> systemLog;
 
     // Of liboxtfsmachine.so alone.
-    std::string library;          // its path: it brings the agent's alert library
-    std::string agent;            // the directory in place of the agent's, with its closing slash
-    bool traced = false;          // keep the lines in `trace`
-    std::vector<TraceLine> trace; //
-    SegmentTable memory;          // shared memory that no other process has
+    std::string library; // its path: it brings the agent's alert library
+    std::string agent;   // the directory in place of the agent's, with its closing slash
+    bool traced = false; // keep the lines in `trace`
+    std::vector<TraceLine> trace;
+    SegmentTable memory; // shared memory that no other process has
 
     // Lets happen what is due.
     void advance(std::chrono::steady_clock::time_point now);

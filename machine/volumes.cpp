@@ -8,14 +8,16 @@ using namespace oxtmachine;
 
 namespace {
 
-// What `table` holds under a path. False when it holds nothing.
-template <class Answer> bool find(std::map<std::string, Answer> Facts::*table, const char *path, Answer *answer) {
+// What `table` holds under a path, or what stands for the paths that it does not hold. False when there is neither.
+template <class Answer>
+bool find(std::map<std::string, Answer> Facts::*table, std::function<Answer(const char *)> Machine::*other,
+          const char *path, Answer *answer) {
     bool found = false;
     withMachine([&](const Machine &m) {
         const auto known = (m.*table).find(path);
-        found = known != (m.*table).end();
+        found = known != (m.*table).end() || m.*other;
         if (found)
-            *answer = known->second;
+            *answer = known != (m.*table).end() ? known->second : (m.*other)(path);
     });
     return found;
 }
@@ -30,7 +32,7 @@ int failed(int error) {
 extern "C" int OXT_CALL(stat)(const char *path, struct stat *st) noexcept {
     static const auto real = realFunction<int(const char *, struct stat *)>("stat");
     Node node;
-    if (find(&Facts::nodes, path, &node)) {
+    if (find(&Facts::nodes, &Machine::otherNode, path, &node)) {
         *st = {};
         st->st_mode = node.format | 0600;
         st->st_rdev = node.number;
@@ -54,10 +56,10 @@ extern "C" int OXT_CALL(stat)(const char *path, struct stat *st) noexcept {
 extern "C" int OXT_CALL(statfs)(const char *path, struct statfs *st) noexcept {
     static const auto real = realFunction<int(const char *, struct statfs *)>("statfs");
     Volume volume;
-    bool found = find(&Facts::volumes, path, &volume);
+    bool found = find(&Facts::volumes, &Machine::otherVolume, path, &volume);
     if (volume.during) {
         volume.during();
-        found = find(&Facts::volumes, path, &volume); // it may have changed the volume
+        found = find(&Facts::volumes, &Machine::otherVolume, path, &volume); // it may have changed the volume
     }
     const Rest rest = restOfCalls();
     if (!found && rest == Rest::Nothing)

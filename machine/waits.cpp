@@ -12,11 +12,19 @@ using namespace oxtmachine;
 
 namespace {
 
-unsigned long long shortened(unsigned long long nanoseconds) {
+// These two stay frames of their own: see nap.
+__attribute__((noinline)) unsigned long long shortened(unsigned long long nanoseconds) noexcept {
     withMachine([&](const Machine &m) { nanoseconds /= m.speed; });
     return nanoseconds;
 }
 
+__attribute__((noinline)) void count(unsigned seconds) noexcept {
+    withMachine([&](Machine &m) { m.sleeps.push_back(seconds); });
+}
+
+// The provider's thread is cancelled in here. The C library unwinds it with an unwinder that it loads, so neither this
+// frame nor its caller's may hold anything that has to be destroyed.
+//
 // A cancellation point between short naps: ThreadSanitizer overlooks the locks that a thread takes once it was
 // cancelled inside a call that it watches.
 void nap(unsigned long long nanoseconds) {
@@ -40,7 +48,7 @@ extern "C" int OXT_CALL(usleep)(useconds_t microseconds) {
 }
 
 extern "C" unsigned OXT_CALL(sleep)(unsigned seconds) {
-    withMachine([&](Machine &m) { m.sleeps.push_back(seconds); });
+    count(seconds);
     nap(shortened(seconds * 1'000'000'000ULL));
     return 0;
 }

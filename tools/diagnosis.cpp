@@ -23,7 +23,7 @@ std::string headline(const Discovery &found) {
     if (found.verdicts.empty())
         return nothing + "/etc/mtab names no mount.";
     if (any([](const Verdict &verdict) { return verdict.mountPoint == "/" && verdict.type == "overlay"; }))
-        return nothing + "the root is an overlay, as in a container, and no disk is mounted beside it.";
+        return nothing + "the root is an overlay, as in a container, and nothing else qualifies.";
     if (any([](const Verdict &verdict) { return verdict.rule == Rule::NoRoom; }))
         return nothing + "no device node of those that are mounted from disks can be examined.";
     return nothing + "no mount is of a type that lies on a disk.";

@@ -5,6 +5,7 @@
 
 #include "devices.h"
 #include "discoveryTrace.h"
+#include "failure.h"
 
 namespace oxttool {
 
@@ -86,7 +87,8 @@ Judged judgeUnlisted(const Facts &machine, const Mount &mount, bool examined, co
     return {Degree::NotListed, Rule::Twice, "its directory is mounted twice, so that neither mount is listed"};
 }
 
-// The line of each entry; null where it has none. Lines and entries stand in one order.
+// The line of each entry; null where it has none. Lines and entries stand in one order, and a line names the device: an
+// entry without one could only be mistaken for the next if both named the same device and differed in type.
 std::vector<const ListLine *> linesOf(const std::vector<Mount> &mounts, const std::vector<ListLine> &list) {
     std::vector<const ListLine *> lines;
     auto next = list.cbegin();
@@ -186,6 +188,8 @@ Discovery discover(const Hosting &hosting) {
         m.trace.clear();
         found.machine = m;
     });
+    if (found.machine.mountsError == Facts::kUnasked)
+        throw Failure(Exit::Environment, "the provider did not look at the mounts.");
     return found;
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,16 +19,21 @@ struct Ended {
 };
 
 // `output`, a path, names the files that take what the command writes.
-inline pid_t startCommand(const std::string &arguments, const std::string &output) {
-    const std::string command = std::string("exec ") + OXTFSCTL + " " + arguments;
+inline pid_t startShell(const std::string &words, const std::string &output, unsigned user = 0) {
+    const std::string command = "exec " + words;
     const pid_t child = fork();
     if (child == 0) {
         dup2(creat((output + ".out").c_str(), 0600), STDOUT_FILENO);
         dup2(creat((output + ".err").c_str(), 0600), STDERR_FILENO);
-        execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+        if (user == 0 || (setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0))
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(127);
     }
     return child;
+}
+
+inline pid_t startCommand(const std::string &arguments, const std::string &output) {
+    return startShell(OXTFSCTL " " + arguments, output);
 }
 
 inline Ended finishCommand(pid_t child, const std::string &output) {

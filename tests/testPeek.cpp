@@ -14,15 +14,16 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <thread>
 
 #include "agentDir.h"
 #include "failure.h"
+#include "oxtFile.h"
 #include "oxtFsSave.h"
 #include "oxtShm.h"
 #include "saveFile.h"
 #include "segments.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace {
@@ -157,11 +158,11 @@ TEST_F(Peek, recordsThatMakeNoSenseStayInsideTheirFields) {
               "65535" + std::string(255, 'n') + std::string(255, '\xff') + std::string(255, 't'));
     EXPECT_EQ(driveName(fs.driveType) + std::string(statusName(fs.status)), "unknownunknown");
     EXPECT_THAT((std::vector{fs.sizeMiB, fs.freeMiB, fs.warningMiB}), ElementsAre(0, 0, 4294967295));
-    EXPECT_EQ(printable("a\033\x80\n\u009b1m\u00e9\xe2\x82"), "a?\ufffd??1m\u00e9\ufffd");
+    EXPECT_EQ(printable("a\033\x80\n\u009b1m\u00e9\xe2\x82"), R"(a\x1b\x80\x0a\xc2\x9b1m\xc3\xa9\xe2\x82)");
 }
 
 bool providerLoads(std::string bytes) {
-    const std::unique_ptr<FILE, decltype(&std::fclose)> file(fmemopen(bytes.data(), bytes.size(), "r"), &std::fclose);
+    const OxtFile file(fmemopen(bytes.data(), bytes.size(), "r"));
     DatInfo areas[OXT_CID_FS_COUNT];
     fsInitDatInfo(areas);
     areas[0].datAdr = memalloc(sizeof(FsConf));
@@ -196,7 +197,7 @@ TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
         {[](Image &i) { i.prov(0)._AvailableSpace = 1001; }, "_AvailableSpace is 1001 MiB of 1000"},
         {[](Image &i) { memset(i.prov(0).Name, 'x', 256); }, "record 1: Name has no end"},
         {[](Image &i) { i.prov(0)._root[0] = '\0'; }, "_root is empty"},
-        {[](Image &i) { strcpy(i.prov(0).CSName, "a\033b"); }, "CSName is \"a?b\", not empty"},
+        {[](Image &i) { strcpy(i.prov(0).CSName, "a\033b"); }, "CSName is \"a\\x1bb\", not empty"},
         {[](Image &i) { strcpy(i.prov(0)._FileSystemType, "btrfs"); }, "_FileSystemType is \"btrfs\""},
     };
     for (const auto &row : rows) {
@@ -235,7 +236,7 @@ TEST_F(Peek, saveFilesOnTheDisk) {
 }
 
 TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
-    EXPECT_THAT(failure(), HasSubstr("no provider is at work"));
+    EXPECT_THAT(failure(), HasSubstr("no provider is running"));
     const Image image(2);
     makeSegment(0, image.conf);
     EXPECT_THAT(failure(), HasSubstr("total number is missing"));
@@ -343,7 +344,7 @@ TEST_F(Peek, nothingTornIsReadFromAProviderThatWritesAllTheTime) {
         EXPECT_FALSE(writer.ended());
     }
     EXPECT_GE(std::min(seen[0], seen[1]), 1) << problem; // how many a slow machine gets is not the question
-    EXPECT_THAT(failure(), HasSubstr("no provider is at work")) << "its maker is dead";
+    EXPECT_THAT(failure(), HasSubstr("no provider is running")) << "its maker is dead";
 }
 
 } // namespace

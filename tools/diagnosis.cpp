@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "sharedMemory.h"
+#include "shownText.h"
 
 namespace oxttool {
 

@@ -12,7 +12,7 @@
 
 #include "description.h"
 #include "failure.h"
-#include "values.h"
+#include "shownText.h"
 
 namespace oxttool {
 

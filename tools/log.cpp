@@ -3,14 +3,18 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <vector>
 
 #include "agentDir.h"
 #include "lineFile.h"
+#include "shownTraceLine.h"
 #include "traceLine.h"
+#include "traceSetting.h"
 #include "values.h"
 
 namespace oxttool {
@@ -63,14 +67,19 @@ bool pauseUntilNext() {
 } // namespace
 
 Exit logCommand(const Options &options) {
+    if (!options.trace.empty()) {
+        writeTraceSetting(agentDirectory(), options.trace);
+        return Exit::Ok;
+    }
     const unsigned count =
         options.lines.empty() ? kLinesShown : parseNumber(options.lines, 0, kMostLines, "a number of lines");
     const std::string path = agentDirectory() + "log/" + kTraceFileName;
     LineFile file(path, LineFile::Beginning);
-    const bool missing = access(path.c_str(), F_OK) != 0;
-    if (!file.isOpen() && !missing)
-        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read.\nRun oxtfsctl as root.");
-    if (missing && !options.follow)
+    const int reason = access(path.c_str(), R_OK) == 0 ? 0 : errno;
+    if (reason != 0 && reason != ENOENT)
+        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read: " + std::strerror(reason) +
+                                             ".\nRun oxtfsctl as root.");
+    if (reason == ENOENT && !options.follow)
         throw Failure(Exit::Environment, "there is no trace log " + path +
                                              ".\nA provider writes it where the agent's trace library is installed; "
                                              "'oxtfsctl log --follow' waits for it.");

@@ -8,6 +8,7 @@
 #include "diagnosis.h"
 #include "hostedMachine.h"
 #include "options.h"
+#include "shownText.h"
 #include "why.h"
 
 namespace {

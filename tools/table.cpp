@@ -1,130 +1,40 @@
 #include "table.h"
 
 #include <langinfo.h>
-#include <libsmartcols.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
-#include <memory>
-#include <new>
 
-#include <nlohmann/json.hpp>
+#include "columns.h"
+#include "grid.h"
 
 namespace oxttool {
 
 namespace {
 
-constexpr std::uint64_t kBarCells = 10;
-constexpr int kJsonTypes[] = {SCOLS_JSON_STRING, SCOLS_JSON_NUMBER, SCOLS_JSON_BOOLEAN}; // by Field::Kind
+constexpr std::size_t kNarrowest = 20; // a terminal that says less does not know
 
-using TablePtr = std::unique_ptr<libscols_table, decltype(&scols_unref_table)>;
-
-// libsmartcols fails for want of memory only.
-void check(int result) {
-    if (result != 0)
-        throw std::bad_alloc();
+// The worst has the least: fatal before warning before normal, then the smallest share of free space.
+std::pair<int, unsigned> badnessOf(const FileSystem &fs) {
+    constexpr int ranks[] = {4, 2, 1, 0}; // not monitored, normal, warning, fatal
+    return {fs.status >= 0 && fs.status < 4 ? ranks[fs.status] : 3, fs.isMeasured() ? fs.freePermille() : 1000};
 }
-
-TablePtr newTable(FILE *out, const std::string &name, const Look &look) {
-    TablePtr table(scols_new_table(), &scols_unref_table);
-    if (!table)
-        throw std::bad_alloc();
-    check(scols_table_set_stream(table.get(), out));
-    check(scols_table_set_name(table.get(), name.c_str()));
-    check(scols_table_enable_json(table.get(), look.json));
-    check(scols_table_enable_colors(table.get(), look.colour));
-    return table;
-}
-
-// JSON over a described machine says so in a member of its own.
-void print(libscols_table *table, FILE *out, const Look &look) {
-    if (!look.json || look.machine.empty())
-        return check(scols_print_table(table));
-    char *text = nullptr;
-    check(scols_print_table_to_string(table, &text));
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-    nlohmann::ordered_json all = {
-        {"machine", {{"described", true}, {"name", asUtf8(look.machine)}, {"file", asUtf8(look.machineFile)}}}};
-    all.update(nlohmann::ordered_json::parse(text));
-    std::fprintf(out, "%s\n", all.dump(3).c_str());
-}
-
-void addColumn(libscols_table *table, const std::string &name, int flags, int jsonType) {
-    libscols_column *column = scols_table_new_column(table, name.c_str(), 0, flags);
-    if (!column)
-        throw std::bad_alloc();
-    check(scols_column_set_json_type(column, jsonType));
-}
-
-void setCell(libscols_line *line, std::size_t column, const std::string &text, const Look &look,
-             const char *colour = "") {
-    check(scols_line_set_data(line, column, (look.json ? asUtf8(text) : text).c_str()));
-    if (*colour != '\0')
-        check(scols_cell_set_color(scols_line_get_cell(line, column), colour));
-}
-
-std::string bar(std::uint64_t percent, const Look &look) {
-    const std::uint64_t full = (percent * kBarCells + 50) / 100;
-    std::string text;
-    for (std::uint64_t i = 0; i < kBarCells; ++i)
-        text += i < full ? (look.blocks ? "\u2588" : "#") : (look.blocks ? "\u2591" : ".");
-    const std::string number = std::to_string(percent);
-    return text + std::string(number.size() < 3 ? 4 - number.size() : 1, ' ') + number + "%";
-}
-
-std::string space(std::uint64_t mib, bool known, const Look &look) {
-    if (look.json)
-        return formatSpace(mib, look.jsonUnit());
-    return known ? formatSpace(mib, look.unit) : "-";
-}
-
-// The columns of the table of file systems. Rows of people show "-" for what was not measured or is not in force.
-struct Column {
-    const char *name;
-    int flags;
-    int jsonType;
-    bool jsonOnly;
-    bool coloured;
-    std::string (*text)(const FileSystem &, const Look &);
-};
-constexpr int kNumber = SCOLS_JSON_NUMBER;
-constexpr Column kColumns[] = {
-    {"INDEX", SCOLS_FL_RIGHT, kNumber, false, false, [](const FileSystem &fs, const Look &) { return fs.index; }},
-    {"DEVICE", 0, SCOLS_JSON_STRING, false, false, [](const FileSystem &fs, const Look &) { return fs.device; }},
-    {"MOUNTPOINT", SCOLS_FL_WRAP, SCOLS_JSON_STRING, false, false,
-     [](const FileSystem &fs, const Look &) { return fs.mountPoint; }},
-    {"TYPE", 0, SCOLS_JSON_STRING, false, false, [](const FileSystem &fs, const Look &) { return fs.type; }},
-    {"DRIVE", 0, SCOLS_JSON_STRING, false, false,
-     [](const FileSystem &fs, const Look &) { return std::string(driveName(fs.driveType)); }},
-    {"SIZE", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.sizeMiB, fs.sizeMiB != 0, look); }},
-    {"FREE", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.freeMiB, fs.sizeMiB != 0, look); }},
-    {"USED", 0, kNumber, false, true,
-     [](const FileSystem &fs, const Look &look) {
-         if (look.json)
-             return std::to_string(fs.usedPercent());
-         return fs.sizeMiB != 0 ? bar(fs.usedPercent(), look) : std::string("-");
-     }},
-    {"MONITORED", 0, SCOLS_JSON_BOOLEAN, true, false,
-     [](const FileSystem &fs, const Look &) { return std::string(fs.monitored == 1 ? "1" : "0"); }},
-    {"WARNING", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.warningMiB, fs.monitored == 1, look); }},
-    {"FATAL", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.fatalMiB, fs.monitored == 1, look); }},
-    {"STATUS", 0, SCOLS_JSON_STRING, false, true,
-     [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
-};
 
 } // namespace
 
 void adaptToOutput(Look &look, FILE *out) {
+    look.blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    if (!isatty(fileno(out)))
+        return;
     const char *noColour = std::getenv("NO_COLOR");
     const char *terminal = std::getenv("TERM");
-    look.colour = isatty(fileno(out)) && !(noColour && *noColour) && terminal && std::strcmp(terminal, "dumb") != 0;
-    look.blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    look.colour = !(noColour && *noColour) && terminal && std::strcmp(terminal, "dumb") != 0;
+    winsize size = {};
+    if (ioctl(fileno(out), TIOCGWINSZ, &size) == 0 && size.ws_col >= kNarrowest)
+        look.width = size.ws_col;
 }
 
 std::string machineLabel(const Look &look) {
@@ -140,63 +50,105 @@ const char *colourEnd(const Look &look) {
     return look.colour ? "\033[0m" : "";
 }
 
-void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look &look) {
-    const TablePtr table = newTable(out, "filesystems", look);
-    for (const Column &column : kColumns)
-        if (look.json || !column.jsonOnly)
-            addColumn(table.get(), column.name, column.flags, column.jsonType);
+void sortFileSystems(std::vector<FileSystem> &all, const std::string &by) {
+    if (by == "worst") {
+        std::stable_sort(all.begin(), all.end(),
+                         [](const FileSystem &a, const FileSystem &b) { return badnessOf(a) < badnessOf(b); });
+    } else if (!by.empty()) {
+        std::vector<std::pair<Json, FileSystem>> keyed;
+        for (FileSystem &fs : all)
+            keyed.emplace_back(jsonOf(fs, Unit::MiB).value(by, Json()), std::move(fs));
+        std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+            return !a.first.is_null() && (b.first.is_null() || a.first < b.first); // what was not measured is last
+        });
+        for (std::size_t i = 0; i < all.size(); ++i)
+            all[i] = std::move(keyed[i].second);
+    }
+}
+
+std::string tableOf(const std::vector<FileSystem> &all, const Look &look) {
+    const std::vector<const Column *> columns = columnsOf(look);
+    std::vector<GridColumn> grid;
+    for (const Column *column : columns) // who asks for a column, gets it
+        grid.push_back({look.pairs ? variableOf(*column) : column->heading, column->right, column->least,
+                        look.columns.empty() ? column->leaves : 0});
+    std::vector<Row> rows;
+    rows.reserve(all.size());
     for (const FileSystem &fs : all) {
-        libscols_line *line = scols_table_new_line(table.get(), nullptr);
-        if (!line)
-            throw std::bad_alloc();
-        std::size_t cell = 0;
-        for (const Column &column : kColumns)
-            if (look.json || !column.jsonOnly)
-                setCell(line, cell++, column.text(fs, look), look, column.coloured ? colourOf(fs.status, look) : "");
+        Row &row = rows.emplace_back();
+        row.reserve(columns.size());
+        for (const Column *column : columns)
+            row.push_back({column->text(fs, look), column->coloured ? colourOf(fs.status, look) : ""});
     }
-    print(table.get(), out, look);
+    if (look.raw)
+        return rawGrid(grid, rows, look.headings);
+    if (look.pairs)
+        return pairsGrid(grid, rows);
+    return alignedGrid(std::move(grid), std::move(rows), {look.headings, look.width, colourEnd(look)});
 }
 
-void printRows(FILE *out, const std::string &name, const std::vector<Heading> &headings,
-               const std::vector<std::vector<std::string>> &rows, const Look &look) {
-    const TablePtr table = newTable(out, name, look);
-    for (const Heading &heading : headings)
-        if (look.json || !heading.jsonOnly)
-            addColumn(table.get(), heading.name,
-                      (heading.right ? SCOLS_FL_RIGHT : 0) | (heading.wrapped ? SCOLS_FL_WRAP : 0),
-                      kJsonTypes[heading.kind]);
-    for (const std::vector<std::string> &row : rows) {
-        libscols_line *line = scols_table_new_line(table.get(), nullptr);
-        if (!line)
-            throw std::bad_alloc();
-        std::size_t cell = 0;
-        for (std::size_t i = 0; i < headings.size(); ++i)
-            if (look.json || !headings[i].jsonOnly)
-                setCell(line, cell++, row[i], look);
+Json jsonOf(std::vector<FileSystem> all, const Look &look) {
+    sortFileSystems(all, look.sort);
+    Json json = jsonOf(all, look.unit);
+    if (look.columns.empty())
+        return json;
+    for (Json &fs : json.at("filesystems")) {
+        Json chosen = Json::object();
+        for (const std::string &member : look.columns)
+            if (fs.contains(member))
+                chosen[member] = fs.at(member);
+        fs = std::move(chosen);
     }
-    print(table.get(), out, look);
+    return json;
 }
 
-void printRecord(FILE *out, const std::string &name, const std::vector<Field> &fields, const Look &look) {
-    const TablePtr table = newTable(out, name, look);
-    if (!look.json) {
-        check(scols_table_enable_noheadings(table.get(), 1));
-        addColumn(table.get(), "name", 0, SCOLS_JSON_STRING);
-        addColumn(table.get(), "value", SCOLS_FL_WRAP, SCOLS_JSON_STRING);
+void printFileSystems(std::vector<FileSystem> all, const Look &look) {
+    if (look.json) {
+        printJson(jsonOf(std::move(all), look), look);
+        return;
     }
-    for (std::size_t i = 0; look.json && i < fields.size(); ++i) // all columns come before the first line
-        addColumn(table.get(), fields[i].name, 0, kJsonTypes[fields[i].kind]);
-    libscols_line *line = nullptr;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (!look.json || i == 0)
-            line = scols_table_new_line(table.get(), nullptr);
-        if (!line)
-            throw std::bad_alloc();
-        setCell(line, look.json ? i : 0, look.json ? fields[i].raw : fields[i].name, look);
-        if (!look.json)
-            setCell(line, 1, fields[i].shown, look);
+    sortFileSystems(all, look.sort);
+    std::fputs(tableOf(all, look).c_str(), stdout);
+}
+
+void printRecord(const std::vector<Field> &fields) {
+    std::vector<Row> rows;
+    for (const auto &[name, value] : fields)
+        rows.push_back({{name}, {value}});
+    std::fputs(alignedGrid({{}, {}}, std::move(rows), {false}).c_str(), stdout);
+}
+
+std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
+    const auto threshold = [&](std::uint64_t mib, std::uint64_t byDefault) {
+        std::string text = formatSpace(mib, look.unit) + " free";
+        if (mib == byDefault)
+            text += ", the default";
+        return fs.monitored == 1 ? text : text + ", not in force";
+    };
+    std::vector<Field> fields = {{"Mount point", fs.mountPoint},
+                                 {"Device", fs.device},
+                                 {"Type", fs.type},
+                                 {"Drive", driveName(fs.driveType)},
+                                 {"Index", fs.index}};
+    if (fs.isMeasured()) {
+        fields.emplace_back("Size", formatSpace(fs.sizeMiB, look.unit));
+        fields.emplace_back("Free", formatSpace(fs.freeMiB, look.unit) + ", " + freePercent(fs) + " of it");
+    } else {
+        fields.emplace_back("Size", "not measured");
     }
-    print(table.get(), out, look);
+    fields.emplace_back("Warning at", threshold(fs.warningMiB, fs.warningDefaultMiB));
+    fields.emplace_back("Fatal at", threshold(fs.fatalMiB, fs.fatalDefaultMiB));
+    fields.emplace_back("Monitored", fs.monitored == 1 ? "yes" : "no");
+    fields.emplace_back("Status", statusName(fs.status));
+    return fields;
+}
+
+void printJson(const Json &json, const Look &look) {
+    Json all = Json::object();
+    if (!look.machine.empty())
+        all["machine"] = {{"described", true}, {"name", look.machine}, {"file", look.machineFile}};
+    all.update(json);
+    std::printf("%s\n", textOf(all, 3).c_str());
 }
 
 } // namespace oxttool

@@ -1,10 +1,13 @@
 #include "why.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <optional>
 
 #include "description.h"
 #include "diagnosis.h"
+#include "grid.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -24,31 +27,57 @@ std::string majorOf(const std::string &node) {
     return space != std::string::npos ? node.substr(space + 1, node.find(':') - space - 1) : "";
 }
 
-std::string orDash(const std::string &text, const Look &look) {
-    return text.empty() && !look.json ? "-" : text;
+std::string orDash(const std::string &text) {
+    return text.empty() ? "-" : text;
+}
+
+void printTable(const std::vector<Verdict> &verdicts, const Look &look) {
+    const auto space = [&look](const Verdict &verdict, std::uint64_t mib) {
+        return verdict.degree >= Degree::Measured ? formatSpace(mib, look.unit) : "-";
+    };
+    std::vector<Row> rows;
+    for (const Verdict &verdict : verdicts)
+        rows.push_back({{verdict.mountPoint},
+                        {verdict.device},
+                        {verdict.type},
+                        {orDash(verdict.node)},
+                        {orDash(verdict.driver)},
+                        {space(verdict, verdict.sizeMiB)},
+                        {space(verdict, verdict.freeMiB)},
+                        {degreeName(verdict.degree)},
+                        {verdict.reason}});
+    const std::vector<GridColumn> columns = {
+        {"MOUNTPOINT", false, 12}, {"DEVICE", false, 10, 4}, {"TYPE", false, 0, 3}, {"NODE", false, 0, 5},
+        {"DRIVER", false, 0, 6},   {"SIZE", true, 0, 7},     {"FREE", true, 0, 8},  {"VERDICT"},
+        {"REASON", false, 20}};
+    std::fputs(alignedGrid(columns, std::move(rows), {true, look.width, ""}).c_str(), stdout);
+}
+
+Json jsonOf(const Verdict &verdict, Unit unit) {
+    const auto text = [](const std::string &value) { return value.empty() ? Json() : Json(value); };
+    const bool measured = verdict.degree >= Degree::Measured;
+    const std::string major = majorOf(verdict.node);
+    return {{"mountpoint", verdict.mountPoint},
+            {"device", verdict.device},
+            {"type", verdict.type},
+            {"node", text(verdict.node)},
+            {"major", major.empty() ? Json() : Json(std::stoul(major))},
+            {"driver", text(verdict.driver)},
+            {"drive", driveName(verdict.driveType)},
+            {"size", measured ? jsonOfSpace(verdict.sizeMiB, unit) : Json()},
+            {"free", measured ? jsonOfSpace(verdict.freeMiB, unit) : Json()},
+            {"verdict", degreeName(verdict.degree)},
+            {"rule", ruleName(verdict.rule)},
+            {"reason", verdict.reason}};
 }
 
 void printVerdicts(const std::vector<Verdict> &verdicts, const Look &look) {
-    constexpr auto text = Field::Text, number = Field::Number;
-    const std::vector<Heading> headings = {
-        {"MOUNTPOINT", text, false, true, false}, {"DEVICE", text, false, false, false},
-        {"TYPE", text, false, false, false},      {"NODE", text, false, false, false},
-        {"MAJOR", number, false, false, true},    {"DRIVER", text, false, false, false},
-        {"DRIVE", text, false, false, true},      {"SIZE", number, true, false, false},
-        {"FREE", number, true, false, false},     {"VERDICT", text, false, false, false},
-        {"RULE", text, false, false, true},       {"REASON", text, false, true, false}};
-    std::vector<std::vector<std::string>> rows;
-    for (const Verdict &verdict : verdicts) {
-        const bool measured = verdict.degree >= Degree::Measured;
-        const auto space = [&](std::uint64_t mib) {
-            return measured || look.json ? formatSpace(mib, look.json ? look.jsonUnit() : look.unit) : "-";
-        };
-        rows.push_back({verdict.mountPoint, verdict.device, verdict.type, orDash(verdict.node, look),
-                        majorOf(verdict.node), orDash(verdict.driver, look), driveName(verdict.driveType),
-                        space(verdict.sizeMiB), space(verdict.freeMiB), degreeName(verdict.degree),
-                        ruleName(verdict.rule), verdict.reason});
-    }
-    printRows(stdout, "mounts", headings, rows, look);
+    if (!look.json)
+        return printTable(verdicts, look);
+    Json mounts = Json::array();
+    for (const Verdict &verdict : verdicts)
+        mounts.push_back(jsonOf(verdict, look.unit));
+    printJson({{"unit", wordOf(look.unit)}, {"mounts", std::move(mounts)}}, look);
 }
 
 // The mount that holds a path: the one with the longest directory above it.

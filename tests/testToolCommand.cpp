@@ -257,10 +257,10 @@ TEST_F(ToolCommand, theLogIsShownAndFollowed) {
     append(path, "##start##", 3);
     EXPECT_THAT(texts(run("log --json -n 3").out), ElementsAre("c", "d Failure!!", "##start##"));
     EXPECT_THAT(texts(run("log --json --failures -n 2").out), ElementsAre("b Failure!!", "d Failure!!"));
-    EXPECT_TRUE(waitForOutput("follow", "d Failure!!"));
+    EXPECT_TRUE(waitForOutput("/mnt/follow", "d Failure!!"));
     filesystem::rename(path, path + ".1");
     append(path, "e Failure!!", 3);
-    EXPECT_TRUE(waitForOutput("follow", "e Failure!!"));
+    EXPECT_TRUE(waitForOutput("/mnt/follow", "e Failure!!"));
     EXPECT_EQ(kill(follower, SIGTERM), 0);
     EXPECT_THAT(texts(finish(follower, "follow").out), ::testing::Not(::testing::Contains("c")));
     EXPECT_EQ(std::system("$T log -f | head -1 >/dev/null"), 0) << "ends with its reader";

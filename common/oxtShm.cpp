@@ -93,6 +93,7 @@ bool isRefused(const Search &search) {
 // The tries of shmCreate: the new segment's id or -1.
 int createUnderFreeKey(const char *function, const char *keyFile, int cid, int size, Search *search) {
     int &n = search->tries;
+    int refusal = 0; // of the last try, for those who trace it: stepping around the key sets errno anew
     for (n = 1; n < TRY_LIMIT && !isRefused(*search); ++n) {
         key_t key = -1;
         if (!keyOf(function, keyFile, &key))
@@ -107,8 +108,9 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
             shmctl(id, IPC_RMID, nullptr);
             OXT_TRACE_AS(function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id, errno);
         } else {
-            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
-            if (errno != EEXIST)
+            refusal = errno;
+            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, refusal);
+            if (refusal != EEXIST)
                 countRefusal(search);
             removeOrphan(key, cid);
         }
@@ -118,6 +120,7 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
         snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         rename(keyFile, backup);
     }
+    errno = refusal;
     return -1;
 }
 

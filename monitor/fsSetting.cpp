@@ -1,5 +1,7 @@
 #include "fsSetting.h"
 
+#include "instances.h"
+
 namespace oxttool {
 
 const FsSetting kSettingOf[kSettings] = {
@@ -10,6 +12,11 @@ const FsSetting kSettingOf[kSettings] = {
     {"fatal threshold", "fatal", "fatal", "SetFatalThreshold", "FatalThreshold",
      [](const FileSystem &fs) { return fs.fatalMiB; }},
 };
+
+void change(Session &session, const std::string &index, std::size_t setting, std::uint64_t value) {
+    session.invoke(kFileSystemClass, kSettingOf[setting].method,
+                   {{"Index", index}, {kSettingOf[setting].property, std::to_string(value)}});
+}
 
 std::string shownSetting(std::size_t setting, std::uint64_t value, Unit unit) {
     if (setting == kMonitoring)

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "json.h"
+#include "session.h"
 
 namespace oxttool {
 
@@ -19,6 +20,9 @@ struct FsSetting {
 };
 enum FsSettingId : std::size_t { kMonitoring, kWarning, kFatal, kSettings };
 extern const FsSetting kSettingOf[kSettings];
+
+// Sets it through the provider; throws a refusal. Whoever has to know whether it holds, looks afterwards.
+void change(Session &session, const std::string &index, std::size_t setting, std::uint64_t value);
 
 // "on", "off" or an amount.
 std::string shownSetting(std::size_t setting, std::uint64_t value, Unit unit);

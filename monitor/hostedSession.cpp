@@ -7,26 +7,20 @@
 #include "failure.h"
 #include "oxtMof.h"
 #include "schema.h"
+#include "sharedMemory.h"
 #include "values.h"
 
 namespace oxttool {
 
-namespace {
-
-constexpr const char *kLibraryName = "libOXTFileSystemProvider.so";
-
-std::string defaultLibrary() {
+std::string libraryBeside(const char *buildFolder, const char *installedFolder, const char *name, const char *help) {
     std::error_code ignored;
     const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / "cmpi" / kLibraryName;
-    for (const auto &candidate : {bin / ".." / "provider" / kLibraryName, installed})
+    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / installedFolder / name;
+    for (const auto &candidate : {bin / ".." / buildFolder / name, installed})
         if (std::filesystem::exists(candidate, ignored))
             return candidate.lexically_normal().string();
-    throw Failure(Exit::Environment, "the provider's library is not at " + installed.lexically_normal().string() +
-                                         ".\nInstall it there, or name it with --library PATH.");
+    throw Failure(Exit::Environment, "the library " + installed.lexically_normal().string() + " is missing.\n" + help);
 }
-
-} // namespace
 
 SignalsHeld::SignalsHeld() {
     sigemptyset(&held_);
@@ -40,20 +34,26 @@ SignalsHeld::~SignalsHeld() {
 }
 
 HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaultMode)
-    : HostedSession(hosting, defaultMode, enterWork(agentDirectory())) {}
+    : HostedSession(hosting, defaultMode, enterWork(hosting.root)) {}
 
 HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaultMode, Workplace place)
     : place_(std::move(place)) {
-    checkAgentDirectory(agentDirectory());
+    checkAgentDirectory(hosting.root);
     if (!hosting.force) {
         if (place_.provider)
             throw Failure(Exit::Environment, describe(*place_.provider));
         if (!place_.lock)
-            throw Failure(Exit::Environment, "another oxtfsctl works on " + agentDirectory() +
+            throw Failure(Exit::Environment, "another oxtfsctl works on " + hosting.root +
                                                  ".\nTry again when it has ended, or repeat with --force.");
     }
+    // The provider would try dozens of keys, with a line in its log for each, and not say why.
+    if (const int error = hosting.memoryError ? *hosting.memoryError : sharedMemoryRefusal(1))
+        throw noSharedMemory(error);
     oxthost::Options options;
-    options.library = hosting.library.empty() ? defaultLibrary() : hosting.library;
+    options.library = hosting.library.empty()
+                          ? libraryBeside("provider", "cmpi", "libOXTFileSystemProvider.so",
+                                          "Install it there, or name another one with --library PATH.")
+                          : hosting.library;
     options.nameSpace = hosting.nameSpace;
     options.serviceMode = hosting.serviceMode.value_or(defaultMode);
     options.flavour = hosting.flavour;

@@ -13,6 +13,10 @@ Json spaceOrNull(std::optional<std::uint64_t> mib, Unit unit) {
 
 } // namespace
 
+const char *wordOf(Unit unit) {
+    return unit == Unit::Bytes ? "bytes" : "MiB";
+}
+
 Json jsonOfSpace(std::uint64_t mib, Unit unit) {
     return unit == Unit::Bytes ? mib * 1048576 : mib;
 }
@@ -73,7 +77,7 @@ Json jsonOf(const std::vector<FileSystem> &all, Unit unit) {
     Json array = Json::array();
     for (const FileSystem &fs : all)
         array.push_back(jsonOf(fs, unit));
-    return {{"unit", unit == Unit::Bytes ? "bytes" : "MiB"}, {"filesystems", std::move(array)}};
+    return {{"unit", wordOf(unit)}, {"filesystems", std::move(array)}};
 }
 
 std::string textOf(const Json &json, int indent) {

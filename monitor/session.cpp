@@ -2,7 +2,6 @@
 
 #include <ctime>
 
-#include "agentDir.h"
 #include "failure.h"
 #include "hostedSession.h"
 #include "monitorSession.h"
@@ -40,7 +39,7 @@ constexpr Reason kReasons[] = {
      "the provider cannot read or keep its records: the save file or shared memory cannot be read or written, for "
      "example on a full or read-only disk, or with a link in the save file's place.\n'oxtfsctl save' and 'oxtfsctl log "
      "--failures' show more."},
-    {"fsInitProvider() Failure!!",
+    {kNotStarted,
      "the provider found nothing that it can begin with: no mounted disk file system with a device node, as in a "
      "container, or no /etc/mtab that can be read.\nOr it cannot make its shared memory: 'oxtfsctl log --failures' "
      "shows the step that failed."},
@@ -49,7 +48,7 @@ constexpr Reason kReasons[] = {
 bool isToHost(const Hosting &hosting) {
     const Hosting asUsual;
     return hosting.direct || hosting.force || hosting.serviceMode || hosting.flavour != asUsual.flavour ||
-           hosting.library != asUsual.library || hosting.nameSpace != asUsual.nameSpace;
+           hosting.isElsewhere() || hosting.library != asUsual.library || hosting.nameSpace != asUsual.nameSpace;
 }
 
 } // namespace
@@ -59,11 +58,17 @@ std::string textOrCode(const std::string &message, CMPIrc code) {
 }
 
 void refuse(CMPIrc code, const std::string &message) {
+    std::string text = "the provider answered: " + textOrCode(message, code) + "\nThe trace log " + agentDirectory() +
+                       "log/" + kTraceFileName + " may tell more.";
+    bool explained = false;
     for (const Reason &reason : kReasons)
-        if (message == reason.message)
-            throw Failure(Exit::Refused, reason.meaning + ("\nThe provider answered: " + message));
-    throw Failure(Exit::Refused, "the provider answered: " + textOrCode(message, code) + "\nThe trace log " +
-                                     agentDirectory() + "log/" + kTraceFileName + " may tell more.");
+        if (message == reason.message) {
+            text = reason.meaning + ("\nThe provider answered: " + message);
+            explained = message != kNotStarted;
+        }
+    Failure failure(Exit::Refused, text);
+    failure.unexplained = !explained;
+    throw failure;
 }
 
 oxthost::Instance Session::get(const std::string &className, const Keys &keys) {
@@ -93,14 +98,14 @@ void Session::invoke(const std::string &className, const std::string &method, co
 }
 
 std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode) {
-    if (auto monitor = MonitorSession::find(agentDirectory())) {
+    if (auto monitor = MonitorSession::find(hosting.root)) {
         if (!isToHost(hosting))
             return monitor;
         throw Failure(Exit::Environment, "a monitor is running here; two at once would overwrite each other's settings."
                                          "\nAsk it, without --direct, --force and options of the hosting, or end it: "
                                          "systemctl stop oxtfs-watch");
     }
-    Workplace place = enterWork(agentDirectory());
+    Workplace place = enterWork(hosting.root);
     if (place.provider && !isToHost(hosting))
         return std::make_unique<RecordSession>(*place.provider);
     return std::make_unique<HostedSession>(hosting, defaultMode, std::move(place));

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "agentDir.h"
 #include "oxtHost.h"
 
 namespace oxttool {
@@ -19,6 +20,9 @@ struct Hosting {
     oxthost::Flavour flavour = oxthost::Flavour::Sfcb;
     bool direct = false; // host a provider, whoever else could be asked
     bool force = false;  // the same, even beside a provider that is at work
+    std::string root = agentDirectory();
+    std::optional<int> memoryError; // of a machine in place of this one: what it answers to shmget(2)
+    bool isElsewhere() const { return root != agentDirectory(); } // over a machine in place of this one
 };
 
 class Session {
@@ -57,6 +61,9 @@ class Session {
 // that lives in this process, with `defaultMode` as its service mode. Whoever says how to host, wants the latter.
 // Throws an environment failure when there is no way.
 std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode);
+
+// The provider's message when it has nothing to begin with, whatever it was asked.
+inline constexpr const char *kNotStarted = "fsInitProvider() Failure!!";
 
 // The refusal for a provider's answer, with what is known to help against it.
 [[noreturn]] void refuse(CMPIrc code, const std::string &message);

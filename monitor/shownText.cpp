@@ -94,9 +94,8 @@ std::string printable(const std::string &text, std::string_view also) {
     const auto isPlain = [also](char c) { return c >= 0x20 && c < 0x7F && c != '\\' && also.find(c) == also.npos; };
     if (std::all_of(text.begin(), text.end(), isPlain))
         return text;
-    return shown(text, inLocale, [also](std::string_view rest) {
-        return also.find(rest.front()) == also.npos && !isEscaped(rest);
-    });
+    return shown(text, inLocale,
+                 [also](std::string_view rest) { return also.find(rest.front()) == also.npos && !isEscaped(rest); });
 }
 
 std::string unprintable(const std::string &shown) {

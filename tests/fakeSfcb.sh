@@ -1,5 +1,4 @@
-# shellcheck shell=bash
-# Sourced: an object manager's commands and daemon below a prefix, for tests of what registers with it.
+# Sourced by tests of what registers with an object manager: its commands and daemon below a prefix.
 #
 # The commands keep to what the real ones do: staged files are copied, and a rebuild moves the old repository away
 # before it knows whether it can make the new one. A staged file with the word "broken" does not compile.

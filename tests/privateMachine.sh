@@ -1,6 +1,5 @@
-# shellcheck shell=bash
-# Sourced first by a test that does to the machine what no test may: it goes on in namespaces of its own, as root, with
-# an empty directory `base` in memory. Processes, mounts and segments end with it. Exits with 77 where that cannot be.
+# Sourced by tests, first in one that does to the machine what no test may: it goes on in namespaces of its own, as root,
+# with an empty directory `base` in memory. Processes, mounts and segments end with it. Exits with 77 where that cannot be.
 
 skip() {
     echo "SKIP: $1"

@@ -3,6 +3,7 @@
 # monitor goes on. docs/trust.md has the table with what each of them once reached.
 #
 # Needs root and the right to make namespaces. Exits with 77 where it cannot run.
+# shellcheck disable=SC2015 # "fail" succeeds
 set -u
 usage="usage: testAttacks.sh OXTFSCTL AGENT_DIRECTORY OXTFS-REGISTER DAEMON"
 tool=${1:?$usage} agent=${2:?$usage} register=${3:?$usage} daemon=${4:?$usage}
@@ -23,9 +24,10 @@ attack() { # attack ACCOUNT WHAT FUNCTION
     mv "$base/lib" "$agent"
     ipcrm --all=shm
     "$3"
+    # shellcheck disable=SC2046 # a number each
     kill $(jobs -p) 2>/dev/null
     wait 2>/dev/null
-    [ $failures = "$before" ] && echo "repelled: $1: $2"
+    [ "$failures" = "$before" ] && echo "repelled: $1: $2"
 }
 
 # A monitor, left to work until it is ended, and with its first pass done; started by way of the command `through`.
@@ -47,11 +49,12 @@ says() { # says EXIT TEXT ARGUMENT...
     local output status
     output=$(timeout 30 "$tool" "${@:3}" 2>&1)
     status=$?
-    [ $status = "$1" ] && [[ $output == *"$2"* ]] || fail "oxtfsctl ${*:3}: exit $status, expected $1 and '$2': ${output:0:400}"
+    [ "$status" = "$1" ] && [[ $output == *"$2"* ]] || fail "oxtfsctl ${*:3}: exit $status, expected $1 and '$2': ${output:0:400}"
 }
 
 only=${5:-}
 for file in "$here"/attacks/*.sh; do
+    # shellcheck source=attacks/names.sh
     . "$file"
 done
 fixture

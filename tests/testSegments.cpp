@@ -102,7 +102,7 @@ TEST_F(Segments, ARefusalIsTriedAgainForAWhile) {
     const auto tries = [this] { return trace.failures().size() - 1; }; // the last line tells their end
     system.inject(Call::Shmget, 0, ENOSPC);
     EXPECT_EQ(create(0, 8), -1);
-    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(errno, ENOSPC) << "what the kernel refused with";
     EXPECT_EQ(tries(), 64U);
     EXPECT_EQ(trace.failures().back(), "_OUT_ shmget Failure!!*[65]");
     EXPECT_TRUE(trace.contains("unlink[" + base + "0.bak.64]"));

@@ -6,15 +6,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <grp.h>
 #include <pty.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/ipc.h>
 #include <sys/mount.h>
 #include <sys/shm.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -28,6 +25,7 @@
 #include <nlohmann/json.hpp>
 
 #include "agentDir.h"
+#include "command.h"
 #include "golden.h"
 #include "grid.h"
 #include "jsonSchema.h"
@@ -40,11 +38,6 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 constexpr unsigned kNobody = 65534;
-
-struct Ended {
-    int exit = -1; // -1: ended by a signal
-    std::string out, err;
-};
 
 class ToolCommand : public ::testing::Test {
   protected:
@@ -87,23 +80,11 @@ class ToolCommand : public ::testing::Test {
     static void mountTwo() { prepare(": >/mnt/etc/mtab; add /mnt/big 128 0 ext4; add /mnt/small 64 0 xfs"); }
 
     // `output` names the files in /mnt that take what the command writes.
-    static pid_t start(const std::string &arguments, const std::string &output = "run", unsigned user = 0) {
-        const std::string command = "exec " + arguments, to = "/mnt/" + output;
-        const pid_t child = fork();
-        if (child == 0) {
-            dup2(creat((to + ".out").c_str(), 0600), STDOUT_FILENO);
-            dup2(creat((to + ".err").c_str(), 0600), STDERR_FILENO);
-            if (user == 0 || (setgroups(0, nullptr) == 0 && setgid(user) == 0 && setuid(user) == 0))
-                execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
-            _exit(127);
-        }
-        return child;
+    static pid_t start(const std::string &words, const std::string &output = "run", unsigned user = 0) {
+        return startShell(words, "/mnt/" + output, user);
     }
     static Ended finish(pid_t child, const std::string &output = "run") {
-        int status = 0;
-        waitpid(child, &status, 0);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, fileContent("/mnt/" + output + ".out"),
-                fileContent("/mnt/" + output + ".err")};
+        return finishCommand(child, "/mnt/" + output);
     }
     static Ended run(const std::string &arguments) { return finish(start("$T " + arguments)); }
     // On a terminal, which takes both streams.
@@ -133,13 +114,6 @@ class ToolCommand : public ::testing::Test {
         return value.is_discarded() ? json("no JSON: " + ended.out + ended.err) : value;
     }
     static void fillBig(int mib) { prepare("fallocate -l " + std::to_string(mib) + "M /mnt/big/filler"); }
-    static bool waitForOutput(const std::string &output, const std::string &text) {
-        for (int i = 0; i < 1200; ++i, std::this_thread::sleep_for(std::chrono::milliseconds(50)))
-            if (fileContent("/mnt/" + output + ".out").find(text) != std::string::npos)
-                return true;
-        return false;
-    }
-
     static bool isolated_;
 };
 bool ToolCommand::isolated_ = false;
@@ -197,7 +171,7 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
         ASSERT_EQ(run(command).exit, 0) << command;
     fillBig(80);
     const pid_t watch = start("$T watch --cycle 10", "watch");
-    const auto told = [](const std::string &text) { return waitForOutput("watch", text); };
+    const auto told = [](const std::string &text) { return waitForOutput("/mnt/watch", text); };
     EXPECT_TRUE(told("pass 1: 2 file systems, every 10 s")) << fileContent("/mnt/watch.err");
     EXPECT_TRUE(told("/big (/mnt/disk1) 48M of 128M free, threshold 64M, before -> warning"));
     EXPECT_TRUE(told("file system 1: /mnt/big (/mnt/disk1) 48M of 128M free, warning"));
@@ -217,7 +191,7 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_THAT(seen.out, HasSubstr("48M"));
     EXPECT_EQ(seen.err, "") << "it is asked, not its shared memory";
     EXPECT_EQ(run("check /mnt/big").exit, 1);
-    EXPECT_EQ(parsed("get 1 --json"), parsed("get " + base_ + "/big --json"));
+    EXPECT_EQ(parsed("get 1 --json"), parsed("get /mnt/big --json"));
     EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10);
     EXPECT_EQ(parsed("total --json")["total"], 2);
     EXPECT_EQ(parsed("thread status --json")["thread"]["running"], true);
@@ -283,10 +257,10 @@ TEST_F(ToolCommand, theLogIsShownAndFollowed) {
     append(path, "##start##", 3);
     EXPECT_THAT(texts(run("log --json -n 3").out), ElementsAre("c", "d Failure!!", "##start##"));
     EXPECT_THAT(texts(run("log --json --failures -n 2").out), ElementsAre("b Failure!!", "d Failure!!"));
-    EXPECT_TRUE(waitForOutput("follow", "d Failure!!"));
+    EXPECT_TRUE(waitForOutput("/mnt/follow", "d Failure!!"));
     filesystem::rename(path, path + ".1");
     append(path, "e Failure!!", 3);
-    EXPECT_TRUE(waitForOutput("follow", "e Failure!!"));
+    EXPECT_TRUE(waitForOutput("/mnt/follow", "e Failure!!"));
     EXPECT_EQ(kill(follower, SIGTERM), 0);
     EXPECT_THAT(texts(finish(follower, "follow").out), ::testing::Not(::testing::Contains("c")));
     EXPECT_EQ(std::system("$T log -f | head -1 >/dev/null"), 0) << "ends with its reader";

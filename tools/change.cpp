@@ -27,7 +27,8 @@ void printChange(FsSettingId setting, const FileSystem &was, const FileSystem &i
                      {"old", before.at(known.member)},
                      {"new", after.at(known.member)},
                      {"oldstatus", before.at("status")},
-                     {"newstatus", after.at("status")}}}});
+                     {"newstatus", after.at("status")}}}},
+                  look);
         return;
     }
     const std::string before = shownSetting(setting, known.now(was), look.unit),
@@ -121,7 +122,7 @@ Exit configCommand(const Options &options) {
         throw Failure(Exit::Refused, "the cycle is still " + secondsOf(is.seconds) +
                                          ".\nThe provider accepted the change and did not make it.");
     if (options.look.json)
-        printJson({{"config", jsonOf(is)}});
+        printJson({{"config", jsonOf(is)}}, options.look);
     else if (sets)
         std::printf("Cycle: %s%s\n", was.seconds == is.seconds ? "" : (secondsOf(was.seconds) + " -> ").c_str(),
                     secondsOf(is.seconds).c_str());

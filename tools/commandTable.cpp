@@ -11,6 +11,7 @@
 #include "log.h"
 #include "settings.h"
 #include "watch.h"
+#include "why.h"
 
 namespace oxttool {
 
@@ -111,6 +112,10 @@ void takeLines(CLI::App &command, Options &options) {
         ->type_name("on|off");
 }
 
+void takeMount(CLI::App &command, Options &options) {
+    command.add_option("MOUNTPOINT", options.target, "Only what is mounted there")->type_name("");
+}
+
 void takeTopic(CLI::App &command, Options &options) {
     command.add_option("COMMAND", options.value, "The command to explain")->type_name("");
 }
@@ -196,6 +201,18 @@ const Command kCommands[kCommandCount] = {
      logCommand,
      {takeLines, takeJson},
      "With --json each line is an object of its own."},
+    {"why",
+     "Tell what decided for each mount whether it is monitored",
+     whyCommand,
+     {takeMount, takeJson, takeUnits},
+     "The answer is the provider's own: it looks at this machine once more, without\n"
+     "the agent's directory, and its steps are told."},
+    {"record",
+     "Write this machine down, for --machine",
+     recordCommand,
+     {},
+     "The file is in the format of oxtfs-machine(5). It names devices and mount points\n"
+     "and nothing of what is in them."},
     {"call", "Call any method of any class and show the answer", callCommand, {takeCall, takeJson}, ""},
     {"help", "Explain a command", nullptr, {takeTopic}, ""},
 };

@@ -78,7 +78,7 @@ Exit totalCommand(const Options &options) {
     const unsigned total = totalOf(session->get(kTotalClass));
     session->close();
     if (options.look.json)
-        printJson({{"total", total}});
+        printJson({{"total", total}}, options.look);
     else
         std::printf("%u file system%s\n", total, total == 1 ? "" : "s");
     saySource(*session, options);
@@ -94,7 +94,7 @@ Exit threadCommand(const Options &options) {
     const std::optional<bool> runs = threadRunsOf(session->get(kThreadClass));
     session->close();
     if (options.look.json)
-        printJson({{"thread", jsonOfThread(runs)}});
+        printJson({{"thread", jsonOfThread(runs)}}, options.look);
     else
         std::printf("The monitoring thread %s.\n", !runs   ? "may run or not: its records do not tell"
                                                    : *runs ? "runs"
@@ -131,13 +131,16 @@ Exit callCommand(const Options &options) {
                      {"message", reply.message.empty() ? Json() : Json(reply.message)},
                      {"returned", !reply.returned           ? Json()
                                   : isText(*reply.returned) ? Json(reply.returned->text)
-                                                            : Json(reply.returned->number)}}}});
+                                                            : Json(reply.returned->number)}}}},
+                  options.look);
     else
         printRecord({{"status", std::to_string(reply.rc)},
                      {"message", reply.message.empty() ? "-" : reply.message},
                      {"returned", reply.returned ? textOf(*reply.returned) : "-"}});
     if (closed)
         throw Failure(*closed); // the answer is shown all the same
+    if (!reply.ok() && reply.message == kNotStarted)
+        refuse(reply.rc, reply.message);
     return reply.ok() && (!reply.returned || reply.returned->number == 0) ? Exit::Ok : Exit::Refused;
 }
 

@@ -33,7 +33,7 @@ Json jsonOf(const std::string &path, const SaveFile &save, const Look &look) {
 
 void printSave(const std::string &path, const SaveFile &save, const Look &look) {
     if (look.json) {
-        printJson(jsonOf(path, save, look));
+        printJson(jsonOf(path, save, look), look);
         return;
     }
     std::vector<Field> fields = {{"File", path}};
@@ -68,7 +68,7 @@ Exit peekCommand(const Options &options) {
                       {"measured", utcTime(static_cast<std::time_t>(live.measured))}}},
                     {"config", oxttool::jsonOf(live.cycle)}};
         all.update(oxttool::jsonOf(live.fileSystems, options.look));
-        printJson(all);
+        printJson(all, options.look);
     } else {
         if (options.isForPeople())
             std::printf("%s\n\n", sourceOf(live).c_str());

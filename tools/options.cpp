@@ -8,6 +8,8 @@
 
 #include "columns.h"
 #include "commandTable.h"
+#include "inspect.h"
+#include "log.h"
 #include "shownText.h"
 
 namespace oxttool {
@@ -31,10 +33,14 @@ Examples:
   oxtfsctl watch --for 600          monitor for ten minutes
   oxtfsctl list -o MOUNTPOINT,FREE  two columns
   oxtfsctl log --follow --failures
+  oxtfsctl why /home                what decided whether it is monitored
+  oxtfsctl record >here.toml        this machine as a file
+  oxtfsctl --machine here.toml list
 
 Exit codes: 0 success; 1 the provider rejected the request or failed; 2 usage
 error; 3 the provider cannot be reached or loaded here, there is nothing to
-show, or the output cannot be written.)";
+show, or the output cannot be written; 4 no mounted file system qualifies;
+5 the system has no shared memory for the provider. Those of check differ.)";
 
 // Help as readers of man pages know it: "-b, --bytes", and the values of an option only where they are its own words.
 class HelpFormat : public CLI::Formatter {
@@ -90,6 +96,7 @@ void addGlobalOptions(CLI::App &app, Options &options) {
         ->type_name("HOST");
     app.add_flag("--direct", options.hosting.direct, "Load a provider here, whoever else could be asked");
     app.add_flag("--force", options.hosting.force, "Load one even beside another: settings may be lost");
+    app.add_option("--machine", options.machine, "Load one over the machine that a file describes")->type_name("FILE");
 }
 
 // Letters that have to be added, dropped, changed or swapped with their neighbour to make one word of the other.
@@ -175,6 +182,19 @@ void printHelp(const CLI::App &app, const std::string &topic) {
     std::cout << app.get_subcommand(topic)->help("oxtfsctl");
 }
 
+// A described machine has a provider of its own, and nothing of this one's files, settings and shared memory.
+void checkMachine(const Options &options) {
+    if (options.machine.empty())
+        return;
+    for (const auto looksHere : {peekCommand, saveCommand, logCommand})
+        if (options.command == looksHere)
+            throw Failure(Exit::Usage, "peek, save and log look at what this machine has: leave --machine out.");
+    if (!options.hosting.library.empty())
+        throw Failure(Exit::Usage, "--machine hosts a provider of its own: leave --library out.");
+    if (!options.listen.empty())
+        throw Failure(Exit::Usage, "nobody else can ask about a described machine: leave --listen out.");
+}
+
 void settle(Options &options) {
     Look &look = options.look;
     if (look.json && !options.format.empty() && options.format != "json")
@@ -188,6 +208,7 @@ void settle(Options &options) {
         look.columns = parseColumns(options.columns);
     if (!look.sort.empty())
         look.sort = parseSort(look.sort);
+    checkMachine(options);
 }
 
 // False when there is nothing to run, since help or the version was shown.

@@ -34,6 +34,7 @@ struct Options {
     std::string warning, critical;      // of check, amounts
     std::string file;                   // of save
     std::string lines;                  // of log
+    std::string machine;                // the file of a described one; empty: this machine
     bool follow = false, failuresOnly = false;
     std::string trace;   // of log: "on" or "off"
     bool dryRun = false; // of apply

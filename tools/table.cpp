@@ -37,6 +37,10 @@ void adaptToOutput(Look &look, FILE *out) {
         look.width = size.ws_col;
 }
 
+std::string machineLabel(const Look &look) {
+    return "Described machine " + look.machine + " (" + look.machineFile + "), not this one.";
+}
+
 const char *colourOf(std::int64_t status, const Look &look) {
     constexpr const char *colours[] = {"", "\033[32m", "\033[33m", "\033[1;31m"};
     return look.colour && status >= 0 && status < 4 ? colours[status] : "";
@@ -100,7 +104,7 @@ Json jsonOf(std::vector<FileSystem> all, const Look &look) {
 
 void printFileSystems(std::vector<FileSystem> all, const Look &look) {
     if (look.json) {
-        printJson(jsonOf(std::move(all), look));
+        printJson(jsonOf(std::move(all), look), look);
         return;
     }
     sortFileSystems(all, look.sort);
@@ -139,8 +143,12 @@ std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
     return fields;
 }
 
-void printJson(const Json &json) {
-    std::printf("%s\n", textOf(json, 3).c_str());
+void printJson(const Json &json, const Look &look) {
+    Json all = Json::object();
+    if (!look.machine.empty())
+        all["machine"] = {{"described", true}, {"name", look.machine}, {"file", look.machineFile}};
+    all.update(json);
+    std::printf("%s\n", textOf(all, 3).c_str());
 }
 
 } // namespace oxttool

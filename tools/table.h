@@ -17,6 +17,7 @@ struct Look {
     Unit unit = Unit::Human;
     std::vector<std::string> columns; // by the names of their JSON members; none: the usual ones
     std::string sort;                 // such a name, or "worst"; empty: in the order of the mount table
+    std::string machine, machineFile; // name and file of a described machine; empty: this one
 
     // Of the output, see adaptToOutput.
     bool colour = false;
@@ -26,6 +27,9 @@ struct Look {
 
 // Colours and a width on a terminal, unless NO_COLOR is set to something; block characters where the locale has them.
 void adaptToOutput(Look &look, FILE *out);
+
+// The line that says of which described machine an output is.
+std::string machineLabel(const Look &look);
 
 // The colour sequence for a free-space status, and the one that ends it; empty when the look has no colours.
 const char *colourOf(std::int64_t status, const Look &look);
@@ -47,8 +51,8 @@ void printRecord(const std::vector<Field> &fields);
 // All that is known of one, for people.
 std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look);
 
-// On the standard output, indented.
-void printJson(const Json &json);
+// On the standard output, indented; what is of a described machine says so in a member of its own.
+void printJson(const Json &json, const Look &look);
 
 } // namespace oxttool
 

@@ -12,7 +12,6 @@
 #include <map>
 #include <optional>
 
-#include "agentDir.h"
 #include "monitor.h"
 #include "monitorSession.h"
 #include "shownText.h"
@@ -66,8 +65,8 @@ void Watch::alerted(const Alert &alert, const View *) {
         say(line + alert.event);
         return;
     }
-    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
-            spaceOf(alert.sizeMiB, look_.unit) + " free, ";
+    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " + spaceOf(alert.freeMiB, look_.unit) +
+            " of " + spaceOf(alert.sizeMiB, look_.unit) + " free, ";
     if (alert.thresholdMiB)
         line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
     const Identity identity(alert.device, alert.mountPoint);
@@ -129,6 +128,8 @@ void Watch::say(const std::string &line) {
 
 void Watch::draw(const View &view) {
     std::fputs("\033[H\033[2J", stdout);
+    if (!look_.machine.empty())
+        std::printf("%s\n", printable(machineLabel(look_)).c_str());
     std::printf("Pass %lu at %s, every %u s. Ctrl-C ends.\n\n", view.passes.succeeded + view.passes.failed,
                 now().c_str(), view.cycle.seconds);
     printFileSystems(view.fileSystems, look_);
@@ -156,9 +157,10 @@ Exit watchCommand(const Options &options) {
         monitor.foreground |= isatty(fd) != 0;
     signal(SIGPIPE, SIG_IGN); // a closed output ends the watch in order
     Watch watch(options);
-    const bool own = monitor.orders.cycle || !monitor.listen.empty() || !options.settingsFile.empty();
-    return !own && MonitorSession::find(agentDirectory()) ? followMonitor(monitor.duration, watch)
-                                                          : runMonitor(monitor, watch);
+    const bool own = options.hosting.isElsewhere() || monitor.orders.cycle || !monitor.listen.empty() ||
+                     !options.settingsFile.empty();
+    return !own && MonitorSession::find(options.hosting.root) ? followMonitor(monitor.duration, watch)
+                                                              : runMonitor(monitor, watch);
 }
 
 } // namespace oxttool

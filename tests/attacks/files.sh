@@ -1,6 +1,7 @@
-# shellcheck shell=bash
-# Files where others may write: the log directory, whose writer is another account on some machines, and the directory
-# of the metrics' reader.
+# Sourced by testAttacks.sh: files where others may write: the log directory, whose writer is another account on some
+# machines, and the directory of the metrics' reader.
+#
+# shellcheck disable=SC2015,SC2016 # "fail" succeeds; what others run is quoted
 
 strangeFiles=(
     'ln -s "$base/secret" NAME'
@@ -30,13 +31,13 @@ watchedFiles() {
         rm -rf "$agent/log"/*
         eval "${way//NAME/\"\$agent/log/svalert.json\"}"
         watch
-        kill -TERM $watching
+        kill -TERM "$watching"
         for _ in $(seq 100); do
-            kill -0 $watching 2>/dev/null || break
+            kill -0 "$watching" 2>/dev/null || break
             sleep 0.1
         done
-        kill -KILL $watching 2>/dev/null && fail "watch is deaf to SIGTERM: ${way//NAME/svalert.json}"
-        wait $watching || fail "watch ended badly: $(cat "$base/watch")"
+        kill -KILL "$watching" 2>/dev/null && fail "watch is deaf to SIGTERM: ${way//NAME/svalert.json}"
+        wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
     done
 }
 
@@ -86,7 +87,7 @@ metrics() {
         grep -q oxtfs_filesystems "$base/system/new.prom" || fail "cut off: $(cat "$base/system/new.prom")"
     done
     writeMetrics "$base/system/new.prom"
-    [ "$(ls -A "$base/system" | tr '\n' ' ')" = "new.prom oxtfs.prom " ] || fail "left behind: $(ls -A "$base/system")"
+    [ "$(ls -mA "$base/system")" = "new.prom, oxtfs.prom" ] || fail "left behind: $(ls -A "$base/system")"
 }
 writeMetrics() { "$tool" list --format prometheus --output-file "$1"; }
 
@@ -115,18 +116,19 @@ fewRights() {
     mkdir "$base/metrics"
     chown 4711 "$base/metrics"
     local file=$base/metrics/oxtfs.prom
-    local account=(setpriv --reuid=4711 --regid=4711 --clear-groups --bounding-set=-all,+ipc_owner
-        --inh-caps=-all,+ipc_owner --ambient-caps=-all,+ipc_owner)
+    local account=(setpriv --reuid=4711 --regid=4711 --clear-groups "--bounding-set=-all,+ipc_owner"
+        "--inh-caps=-all,+ipc_owner" "--ambient-caps=-all,+ipc_owner")
     "${stranger[@]}" test -x "$tool" || { echo "the services without their rights: other accounts do not reach $tool"; return; }
     "${account[@]}" "$tool" list --format prometheus --output-file "$file" >"$base/out" 2>&1 && fail "metrics of no provider"
     grep -q "cannot be written: Permission denied" "$base/out" || fail "the metrics' account is told $(cat "$base/out")"
     "${stranger[@]}" "$tool" peek >"$base/out" 2>&1 && fail "peek by a stranger"
     grep -q "cannot be told" "$base/out" || fail "a stranger is told $(cat "$base/out")"
-    through=(setpriv --bounding-set=-all,+dac_read_search --inh-caps=-all)
+    through=(setpriv "--bounding-set=-all,+dac_read_search" --inh-caps=-all)
     watch
     through=()
-    "${account[@]}" "$tool" list --format prometheus --output-file "$file" || fail "the metrics' account cannot read the records"
+    "${account[@]}" "$tool" list --format prometheus --output-file "$file" || fail "the metrics' account gets no metrics"
     grep -q "$base/data" "$file" || fail "no metrics: $(cat "$file")"
-    kill -TERM $watching
-    wait $watching || fail "watch without rights: $(cat "$base/watch")"
+    "${account[@]}" "$tool" peek --format prometheus | grep -q "$base/data" || fail "the metrics' account cannot read segments"
+    kill -TERM "$watching"
+    wait "$watching" || fail "watch without rights: $(cat "$base/watch")"
 }

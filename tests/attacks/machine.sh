@@ -1,6 +1,7 @@
-# shellcheck shell=bash
-# The machine that is attacked: one disk file system, which the mount table names under a directory, and the object
-# manager's commands.
+# Sourced by testAttacks.sh: the machine that is attacked, with one disk file system, which the mount table names under a
+# directory, and the object manager's commands.
+#
+# shellcheck disable=SC2015,SC2016 # "fail" succeeds; what others run is quoted
 
 fixture() {
     major=$(sed -n '/^Block devices:/,$s/^ *\([0-9]*\) \(sd\|virtblk\)$/\1/p' /proc/devices | head -n 1)

@@ -1,5 +1,6 @@
-# shellcheck shell=bash
-# Names that any user can give a directory, and that somebody mounts a disk on.
+# Sourced by testAttacks.sh: names that any user can give a directory, and that somebody mounts a disk on.
+#
+# shellcheck disable=SC2015,SC2016 # "fail" succeeds; what others run is quoted
 
 hostile=(
     '$(touch${IFS}PWNED)' '$(touch PWNED)' '`touch PWNED`' '; touch PWNED' '--help' '* ?' "it's \"quoted\"" 'back\slash\x41' $'two\nlines'
@@ -29,7 +30,7 @@ names() {
     export LC_ALL=C.UTF-8
     mountHostile
     printf '[[rule]]\nmount = "*"\nwarning = "20%%"\n' >"$base/rules"
-    for way in list "list -r" "list -P" check config save "log -n 1000" "watch --for 1" "apply --dry-run $base/rules"; do
+    for way in list "list -r" "list -P" why record check config save "log -n 1000" "watch --for 1" "apply --dry-run $base/rules"; do
         # shellcheck disable=SC2086 # a command and its options
         "$tool" $way >"$base/out" 2>&1
         [ $? -lt 3 ] && [ -s "$base/out" ] || fail "$way: $(cat "$base/out")"
@@ -77,8 +78,8 @@ namesInAlerts() {
     timeout 5 tr -d '\r' <&"$web" >"$base/page"
     exec {web}>&-
     grep -q "${hostile[-1]}" "$base/page" && ! grep -q '<img' "$base/page" || fail "page: $(cat "$base/page")"
-    kill -TERM $watching
-    wait $watching || fail "watch ended badly: $(cat "$base/watch")"
+    kill -TERM "$watching"
+    wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
     for file in page messages watch; do harmless "$file" "$base/$file"; done
     for file in "$agent"/log/*; do harmless "$file" "$file"; done
 }

@@ -1,5 +1,7 @@
-# shellcheck shell=bash
-# The kernel's shared memory belongs to all users: keys can be taken, and all of it can be used up.
+# Sourced by testAttacks.sh: the kernel's shared memory belongs to all users. Keys can be taken, and all of it can be
+# used up.
+#
+# shellcheck disable=SC2015,SC2016 # "fail" succeeds; what others run is quoted
 
 # take NAME KEY SIZE...: makes segments under these keys, with records of a file system /forged in them, and keeps
 # living. GIVE=uid gives them to that user.
@@ -33,11 +35,12 @@ PERL
 # The keys of a monitor that has worked here, for everybody to read.
 learnKeys() {
     watch
-    keys=$("${stranger[@]}" cat /proc/sysvipc/shm | while read -r key _ _ size _; do
-        [ "$key" = key ] || echo "$key $size"
-    done)
-    kill -TERM $watching
-    wait $watching || fail "watch ended badly: $(cat "$base/watch")"
+    keys=()
+    while read -r key _ _ size _; do
+        [ "$key" = key ] || keys+=("$key" "$size")
+    done < <("${stranger[@]}" cat /proc/sysvipc/shm)
+    kill -TERM "$watching"
+    wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
 }
 
 forgedIsNotBelieved() {
@@ -47,54 +50,70 @@ forgedIsNotBelieved() {
     watch
     says 0 "$base/data" peek
     "$tool" peek | grep -q forged && fail "peek shows forged records"
-    kill -TERM $watching
-    wait $watching || fail "watch ended badly: $(cat "$base/watch")"
+    kill -TERM "$watching"
+    wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
 }
 
 squattedKeys() {
     learnKeys
-    take $keys
+    take "${keys[@]}"
     forgedIsNotBelieved
 }
 
 squattedKeysGivenAway() {
     learnKeys
-    GIVE=1 take $keys
+    GIVE=1 take "${keys[@]}"
     forgedIsNotBelieved
 }
 
 # A monitor that was killed leaves its segments; a stranger makes processes until he gets its number.
 reusedNumber() {
     watch
-    kill -KILL $watching
-    wait $watching 2>/dev/null
+    kill -KILL "$watching"
+    wait "$watching" 2>/dev/null
     echo $((watching - 1)) >/proc/sys/kernel/ns_last_pid
     "${stranger[@]}" sleep 1000 &
-    [ $! = $watching ] || fail "process $! instead of $watching"
+    [ $! = "$watching" ] || fail "process $! instead of $watching"
     says 3 "no provider is running" peek
     works "beside a process with the dead monitor's number"
     # A process of root's with that number began after the segments all the same.
     watch
-    kill -KILL $watching
-    wait $watching 2>/dev/null
+    kill -KILL "$watching"
+    wait "$watching" 2>/dev/null
     sleep 4 # segments know when they were made by the second
     echo $((watching - 1)) >/proc/sys/kernel/ns_last_pid
     sleep 1000 &
     works "beside root's process with the dead monitor's number"
 }
 
+# exhaust PAGES: of the 64 that this machine has then, as segments of a page each.
+exhaust() {
+    echo 64 >/proc/sys/kernel/shmall
+    "${stranger[@]}" perl -e '$| = 1; for (1 .. $ARGV[0]) { shmget(0, 4096, 01600) // die $! } print "taken\n"; sleep 1000' \
+        "$1" >"$base/take" 2>&1 &
+    until grep -q taken "$base/take"; do sleep 0.1; done
+}
 exhaustion() {
+    local limit tries files
+    limit=$(cat /proc/sys/kernel/shmall)
     "$tool" list >/dev/null
+    exhaust 64
+    says 5 "the provider cannot have shared memory" list
+    ipcrm --all=shm
+    # Enough is left to begin with, but not for the records of three file systems.
+    for directory in "$base" "$base/open"; do
+        echo "$base/disk $directory ext4 rw 0 0" >>"$base/etc/mtab"
+    done
     mv "$agent/log/oxtfs.log" "$base/earlier.log"
-    "${stranger[@]}" perl -e '$| = 1; while (defined shmget(0, 4096, 01600)) {} print "$!\n"; sleep 1000' >"$base/take" &
-    until grep -q space "$base/take"; do sleep 0.1; done
-    "$tool" list >"$base/out" 2>&1 && fail "list found a segment: $(cat "$base/out")"
-    local tries files
+    exhaust 61
+    says 5 "the provider cannot have shared memory" list
     tries=$(cat "$agent"/log/oxtfs.log* | grep -c '=retry')
-    files=$(ls "$agent/log" | wc -l)
+    files=$(find "$agent/log" -type f | wc -l)
     [ "$tries" -gt 0 ] && [ "$tries" -le 64 ] || fail "$tries tries"
     [ "$files" = 1 ] || fail "$files logs: what was traced before is lost"
-    [ "$(ls -A "$agent/work" | grep -c bak)" = 0 ] || fail "left behind: $(ls -A "$agent/work")"
+    ls "$agent"/work/*.bak* >"$base/out" 2>/dev/null && fail "left behind: $(cat "$base/out")"
+    echo "$base/disk $base/data ext4 rw 0 0" >"$base/etc/mtab"
     ipcrm --all=shm
     works "when there are segments again"
+    echo "$limit" >/proc/sys/kernel/shmall
 }

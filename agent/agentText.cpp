@@ -72,8 +72,8 @@ std::size_t sequenceLength(const char *bytes, std::size_t left) {
     return length;
 }
 
-// Whether a sequence of several bytes is a control character (U+0080 to U+009F), or a mark, embedding, override or
-// isolate of direction, or a separator that some readers take for the end of a line.
+// Whether a sequence of several bytes is a control character (U+0080 to U+009F), or one without a shape of its own that
+// turns, joins or hides its neighbours, or a separator that some readers take for the end of a line.
 bool steersText(const char *bytes, std::size_t length) {
     const auto second = static_cast<unsigned char>(bytes[1]);
     const auto last = static_cast<unsigned char>(bytes[length - 1]);
@@ -83,11 +83,22 @@ bool steersText(const char *bytes, std::size_t length) {
     case 0xD8:
         return last == 0x9C;
     case 0xE2:
-        return (second == 0x80 && (last == 0x8E || last == 0x8F || (last >= 0xA8 && last <= 0xAE))) ||
-               (second == 0x81 && last >= 0xA6 && last <= 0xA9);
+        return (second == 0x80 && ((last >= 0x8B && last <= 0x8F) || (last >= 0xA8 && last <= 0xAE))) ||
+               (second == 0x81 && last >= 0xA0 && last <= 0xAF);
+    case 0xEF:
+        return second == 0xBB && last == 0xBF;
     default:
         return false;
     }
+}
+
+// The code of a sequence of two or three bytes.
+unsigned codeOf(const char *bytes, std::size_t length) {
+    unsigned code = static_cast<unsigned char>(bytes[0]) & (length == 2 ? 0x1FU : 0x0FU);
+    for (std::size_t i = 1; i < length; ++i) {
+        code = code << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3FU);
+    }
+    return code;
 }
 
 bool putEscaped(Text &out, const char *prefix, std::size_t length, unsigned char byte) {
@@ -210,6 +221,10 @@ bool putJson(Text &out, const char *string, std::size_t most) {
             fits = putEscaped(out, "\\u00", 4, byte);
         } else if (byte == '"' || byte == '\\') {
             fits = putBytes(out, "\\", 1) && putBytes(out, string + i, 1);
+        } else if (sequence > 1 && steersText(string + i, sequence)) {
+            const unsigned code = codeOf(string + i, sequence);
+            fits = putEscaped(out, "\\u", 2, static_cast<unsigned char>(code >> 8)) &&
+                   putEscaped(out, "", 0, static_cast<unsigned char>(code & 0xFF));
         } else {
             fits = putBytes(out, string + i, sequence);
         }

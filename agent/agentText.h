@@ -38,8 +38,9 @@ bool putVisible(Text &out, const char *bytes, std::size_t length);
 // Whether putVisible may change anything.
 bool needsCare(const char *bytes, std::size_t length);
 
-// A JSON string with its quotes: control characters escaped, bytes that are not UTF-8 replaced by U+FFFD, cut behind
-// `most` bytes of the source and then marked with "...". A null pointer is put as null. False when it did not fit.
+// A JSON string with its quotes: control characters and those that turn the direction of the text escaped, bytes that
+// are not UTF-8 replaced by U+FFFD, cut behind `most` bytes of the source and then marked with "...". A null pointer is
+// put as null. False when it did not fit.
 bool putJson(Text &out, const char *string, std::size_t most);
 
 } // namespace agent

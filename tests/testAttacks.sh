@@ -6,7 +6,7 @@
 # shellcheck disable=SC2015 # "fail" succeeds
 set -u
 usage="usage: testAttacks.sh OXTFSCTL AGENT_DIRECTORY OXTFS-REGISTER DAEMON"
-tool=${1:?$usage} agent=${2:?$usage} register=${3:?$usage} daemon=${4:?$usage}
+tool=${1:?$usage} agent=${2%/} register=${3:?$usage} daemon=${4:?$usage}
 here=$(dirname "$(realpath "$0")")
 . "$here/privateMachine.sh"
 . "$here/fakeSfcb.sh"

@@ -106,7 +106,7 @@ exhaustion() {
     done
     mv "$agent/log/oxtfs.log" "$base/earlier.log"
     exhaust 61
-    says 5 "the provider cannot have shared memory" list
+    says 1 "shared memory cannot be read or written" list
     tries=$(cat "$agent"/log/oxtfs.log* | grep -c '=retry')
     files=$(find "$agent/log" -type f | wc -l)
     [ "$tries" -gt 0 ] && [ "$tries" -le 64 ] || fail "$tries tries"

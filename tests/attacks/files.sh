@@ -39,6 +39,19 @@ watchedFiles() {
         kill -KILL "$watching" 2>/dev/null && fail "watch is deaf to SIGTERM: ${way//NAME/svalert.json}"
         wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
     done
+    # An alert of his own making is shown as one, and steers no terminal. A pass every second, as in names.sh.
+    rm -rf "$agent/log"/*
+    printf '# Version=1.0.0.0\n\1\0\12\0\20\16\74\0\0\0\0\0' >"$agent/data/oxtfssave.dat"
+    watch
+    echo '{"time":"now\n","severity":"\u001b[2J","event":"forged \u202e\u009b"}' >>"$agent/log/svalert.json"
+    for _ in $(seq 100); do
+        grep -q forged "$base/watch" && break
+        sleep 0.1
+    done
+    kill -TERM "$watching"
+    wait "$watching" || fail "watch ended badly: $(cat "$base/watch")"
+    grep -q 'now.x0a alert .x1b.2J: forged' "$base/watch" || fail "watch shows $(cat "$base/watch")"
+    harmless watch "$base/watch"
 }
 
 # The reader owns the directory above, as an exporter's account does, and puts things in the way 100 times over.

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "agentDir.h"
 #include "failure.h"
 
 namespace oxttool {

@@ -191,7 +191,7 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_THAT(seen.out, HasSubstr("48M"));
     EXPECT_EQ(seen.err, "") << "it is asked, not its shared memory";
     EXPECT_EQ(run("check /mnt/big").exit, 1);
-    EXPECT_EQ(parsed("get 1 --json"), parsed("get " + base_ + "/big --json"));
+    EXPECT_EQ(parsed("get 1 --json"), parsed("get /mnt/big --json"));
     EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10);
     EXPECT_EQ(parsed("total --json")["total"], 2);
     EXPECT_EQ(parsed("thread status --json")["thread"]["running"], true);

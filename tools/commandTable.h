@@ -21,7 +21,7 @@ struct Command {
     const char *footer;
 };
 
-inline constexpr std::size_t kCommandCount = 16;
+inline constexpr std::size_t kCommandCount = 18;
 extern const Command kCommands[kCommandCount];
 
 // What several commands take; before the command, too.

@@ -6,8 +6,8 @@
 
 #include <string>
 
+#include "hostedSession.h"
 #include "machine.h"
-#include "session.h"
 
 namespace oxttool {
 

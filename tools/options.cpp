@@ -182,6 +182,19 @@ void printHelp(const CLI::App &app, const std::string &topic) {
     std::cout << app.get_subcommand(topic)->help("oxtfsctl");
 }
 
+// A described machine has a provider of its own, and nothing of this one's files, settings and shared memory.
+void checkMachine(const Options &options) {
+    if (options.machine.empty())
+        return;
+    for (const auto looksHere : {peekCommand, saveCommand, logCommand})
+        if (options.command == looksHere)
+            throw Failure(Exit::Usage, "peek, save and log look at what this machine has: leave --machine out.");
+    if (!options.hosting.library.empty())
+        throw Failure(Exit::Usage, "--machine hosts a provider of its own: leave --library out.");
+    if (!options.listen.empty())
+        throw Failure(Exit::Usage, "nobody else can ask about a described machine: leave --listen out.");
+}
+
 void settle(Options &options) {
     Look &look = options.look;
     if (look.json && !options.format.empty() && options.format != "json")
@@ -194,19 +207,6 @@ void settle(Options &options) {
     if (!look.sort.empty())
         look.sort = parseSort(look.sort);
     checkMachine(options);
-}
-
-// A described machine has a provider of its own, and nothing of this one's files, settings and shared memory.
-void checkMachine(const Options &options) {
-    if (options.machine.empty())
-        return;
-    for (const auto looksHere : {peekCommand, saveCommand, logCommand})
-        if (options.command == looksHere)
-            throw Failure(Exit::Usage, "peek, save and log look at what this machine has: leave --machine out.");
-    if (!options.hosting.library.empty())
-        throw Failure(Exit::Usage, "--machine hosts a provider of its own: leave --library out.");
-    if (!options.listen.empty())
-        throw Failure(Exit::Usage, "nobody else can ask about a described machine: leave --listen out.");
 }
 
 // False when there is nothing to run, since help or the version was shown.

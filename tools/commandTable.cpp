@@ -173,7 +173,8 @@ const Command kCommands[kCommandCount] = {
      watchCommand,
      {takeWatching, takeJson, takeUnits},
      "Shows all file systems after each pass, and alerts as they are sent: on a\n"
-     "terminal as a table that is redrawn, otherwise each as a line."},
+     "terminal as a table that is redrawn (q ends, s sorts, arrows scroll), otherwise\n"
+     "each as a line, with --json as an object on a line."},
     {"apply",
      "Set what the rules of the settings file say",
      applyCommand,

@@ -143,10 +143,15 @@ std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
     return fields;
 }
 
-void printJson(const Json &json, const Look &look) {
-    Json all = Json::object();
+Json labelled(const Look &look) {
+    Json object = Json::object();
     if (!look.machine.empty())
-        all["machine"] = {{"described", true}, {"name", look.machine}, {"file", look.machineFile}};
+        object["machine"] = {{"described", true}, {"name", look.machine}, {"file", look.machineFile}};
+    return object;
+}
+
+void printJson(const Json &json, const Look &look) {
+    Json all = labelled(look);
     all.update(json);
     std::printf("%s\n", textOf(all, 3).c_str());
 }

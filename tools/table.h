@@ -51,7 +51,9 @@ void printRecord(const std::vector<Field> &fields);
 // All that is known of one, for people.
 std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look);
 
-// On the standard output, indented; what is of a described machine says so in a member of its own.
+// An object that says in a member of its own when it is of a described machine; else without members.
+Json labelled(const Look &look);
+// On the standard output, indented and labelled.
 void printJson(const Json &json, const Look &look);
 
 } // namespace oxttool

@@ -73,7 +73,7 @@ Amount parseAmount(const std::string &text) {
         throw badAmount(text, "is not an amount of space: '" + printable(unit) + "' is no unit.");
     if (number * factor > static_cast<double>(kMostMiB))
         throw badAmount(text, "is more than " + std::to_string(kMostMiB) + " MiB.");
-    if (number * factor < 1 && !amount.bare)
+    if (number * factor < 1)
         throw badAmount(text, "is less than 1 MiB.");
     amount.mib = static_cast<std::uint64_t>(number * factor);
     return amount;

@@ -27,6 +27,7 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "screen.h"
 #include "shownText.h"
 #include "shownTraceLine.h"
 #include "table.h"
@@ -151,6 +152,36 @@ bool promtoolTakes(const std::string &metrics) {
         popen("if command -v promtool >/dev/null; then promtool check metrics; else cat >/dev/null; fi", "w");
     const bool written = fwrite(metrics.data(), 1, metrics.size(), promtool) == metrics.size();
     return pclose(promtool) == 0 && written;
+}
+
+// The rows between the headings and what can be pressed.
+TEST(ToolShow, theScreenShowsTheWorstWhereNotAllFit) {
+    View view;
+    for (unsigned i = 1; i <= 9; ++i) {
+        FileSystem fs;
+        fs.index = std::to_string(i);
+        fs.mountPoint = "/" + fs.index;
+        fs.sizeMiB = 1000;
+        fs.freeMiB = 100 * i;
+        fs.monitored = 1;
+        fs.status = i == 7 ? 3 : 1;
+        view.fileSystems.push_back(fs);
+    }
+    Look look;
+    look.columns = {"mountpoint"};
+    ScreenState state;
+    state.recent = {"older", "newer"};
+    const auto shown = [&](std::size_t rows) {
+        const std::string text = screenOf(view, look, "now", rows, state);
+        EXPECT_LE(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')), rows);
+        std::string table = text.substr(text.find("MOUNTPOINT\n") + 11);
+        return std::regex_replace(table, std::regex("\n+"), " ");
+    };
+    EXPECT_EQ(shown(17), "/1 /2 /3 /4 /5 /6 /7 /8 /9 in the order of the mount table. q ends, s sorts. older newer ");
+    EXPECT_EQ(shown(10), "/7 /1 /2 /3 1 to 4 of 9, worst first. q ends, s sorts, arrows scroll. ");
+    state.first = 99;
+    EXPECT_EQ(shown(10), "/5 /6 /8 /9 6 to 9 of 9, worst first. q ends, s sorts, arrows scroll. ");
+    EXPECT_EQ(state.first, 5U);
 }
 
 TEST(ToolShow, metricsAreEscapedAndWellFormed) {

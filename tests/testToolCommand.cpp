@@ -87,8 +87,9 @@ class ToolCommand : public ::testing::Test {
         return finishCommand(child, "/mnt/" + output);
     }
     static Ended run(const std::string &arguments) { return finish(start("$T " + arguments)); }
-    // On a terminal, which takes both streams.
-    static Ended runOnTerminal(const std::string &command, unsigned short columns) {
+    // On a terminal, which takes both streams. After `cue` the keys are pressed.
+    static Ended runOnTerminal(const std::string &command, unsigned short columns, const char *cue = nullptr,
+                               const std::string &keys = "") {
         winsize size = {};
         size.ws_row = 24;
         size.ws_col = columns;
@@ -102,7 +103,9 @@ class ToolCommand : public ::testing::Test {
         Ended ended;
         char buffer[4096];
         for (ssize_t got; (got = read(terminal, buffer, sizeof buffer)) > 0;)
-            ended.out.append(buffer, static_cast<std::size_t>(got));
+            if (ended.out.append(buffer, static_cast<std::size_t>(got));
+                cue && ended.out.find(cue) != std::string::npos)
+                cue = write(terminal, keys.data(), keys.size()) > 0 ? nullptr : cue;
         close(terminal);
         ended.out = std::regex_replace(ended.out, std::regex("\r"), "");
         ended.exit = finish(child).exit;
@@ -212,8 +215,11 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_EQ(failures.out, "");
 }
 
-TEST_F(ToolCommand, watchEndsByItselfAndWhenNobodyReads) {
+TEST_F(ToolCommand, watchEndsByItselfAtAKeyAndWhenNobodyReads) {
     mountTwo();
+    const Ended keyed = runOnTerminal(OXTFSCTL " watch --for 60", 80, "q ends", "sq");
+    EXPECT_EQ(keyed.exit, 0) << keyed.out;
+    EXPECT_THAT(keyed.out, HasSubstr("worst first. q ends, s sorts."));
     EXPECT_EQ(run("watch --for 1").exit, 0);
     EXPECT_EQ(segments(), 0);
     const auto begin = std::chrono::steady_clock::now();

@@ -203,7 +203,7 @@ const Command kCommands[kCommandCount] = {
      {takeLines, takeJson},
      "With --json each line is an object of its own."},
     {"why",
-     "Tell what decided for each mount whether it is monitored",
+     "Tell why each mount is monitored or not",
      whyCommand,
      {takeMount, takeJson, takeUnits},
      "The answer is the provider's own: it looks at this machine once more, without\n"

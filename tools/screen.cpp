@@ -129,9 +129,9 @@ bool Screen::press() {
     if (got <= 0)
         takesKeys_ = got < 0; // an ended input has no more
     const std::string pressed(keys, got > 0 ? static_cast<std::size_t>(got) : 0);
-    for (std::size_t i = 0; i < pressed.size(); ++i) {
-        if (pressed[i] == 'q')
-            return false;
+    bool ended = false;
+    for (std::size_t i = 0; i < pressed.size() && !ended; ++i) {
+        ended = pressed[i] == 'q';
         if (pressed[i] == 's') {
             const Order *next = &orderOf(state_.sort) + 1;
             state_.sort = next != std::end(kOrders) ? next->by : "";
@@ -143,7 +143,7 @@ bool Screen::press() {
     }
     if (shown_ && !pressed.empty())
         draw();
-    return true;
+    return !ended;
 }
 
 void Screen::draw() {

@@ -65,8 +65,7 @@ void checkAgentDirectory(const std::string &root) {
             throw environment("the agent's directory " + path + " cannot be written: " + std::strerror(errno) + ".\n" +
                               (errno == EROFS ? "Its file system is read-only: mount it for writing, or use 'oxtfsctl "
                                                 "save' and 'oxtfsctl log', which only read."
-                                              : "Run oxtfsctl as root or as its owner, or ask a running monitor, as "
-                                                "everybody may: systemctl start oxtfs-watch."));
+                                              : "Run oxtfsctl as root or as its owner."));
         if (std::strcmp(name, "log") != 0) // another account may well write logs
             checkWriters(path, state);
     }

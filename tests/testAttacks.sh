@@ -43,7 +43,7 @@ watch() { # watch [OPTION...]
 }
 works() { # works WHAT: whether a monitor can be hosted, with its own file system
     local output
-    output=$("$tool" list 2>&1) && [[ $output == *"$base/disk"* ]] || fail "$1: list says $output"
+    output=$("$tool" list --direct 2>&1) && [[ $output == *"$base/disk"* ]] || fail "$1: list says $output"
 }
 says() { # says EXIT TEXT ARGUMENT...
     local output status

@@ -83,6 +83,7 @@ reusedNumber() {
     sleep 4 # segments know when they were made by the second
     echo $((watching - 1)) >/proc/sys/kernel/ns_last_pid
     sleep 1000 &
+    says 3 "no provider is running" peek
     works "beside root's process with the dead monitor's number"
 }
 

@@ -133,7 +133,7 @@ std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting) {
     const auto known = memories.find(fs.device);
     if (known == memories.end() || !known->second.settings[setting].outcome)
-        return "no rule";
+        return kNoRule;
     const SettingMemory &memory = known->second.settings[setting];
     return memory.byHand ? "by hand" : "the rule in line " + std::to_string(memory.line);
 }

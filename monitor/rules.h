@@ -61,6 +61,7 @@ void forgetChange(RuleMemories &memories, const Change &change);
 std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector<FileSystem> &fileSystems);
 
 // "the rule in line 12", "by hand" or "no rule": what a setting's value comes from.
+inline constexpr const char *kNoRule = "no rule";
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting);
 
 } // namespace oxttool

@@ -4,6 +4,7 @@
 #include <cctype>
 
 #include "failure.h"
+#include "outlook.h"
 #include "shownText.h"
 
 namespace oxttool {
@@ -40,6 +41,10 @@ std::string bar(const FileSystem &fs, const Look &look) {
     return text;
 }
 
+std::string fullIn(const FileSystem &fs, const Look &) {
+    return fs.outlook && fs.outlook->forecast ? spokenTime(fs.outlook->forecast->secondsToFull) : "-";
+}
+
 constexpr Column kColumns[] = {
     {"index", "INDEX", "place in the mount table", Use::Usual, true, false, 0, 6,
      [](const FileSystem &fs, const Look &) { return fs.index; }},
@@ -68,6 +73,8 @@ constexpr Column kColumns[] = {
      [](const FileSystem &fs, const Look &look) { return space(fs.fatalMiB, fs.monitored == 1, look); }},
     {"fataldefault", "FATALDEFAULT", "its default", Use::OnRequest, true, false, 0, 0,
      [](const FileSystem &fs, const Look &look) { return space(fs.fatalDefaultMiB, fs.isMeasured(), look); }},
+    {"fullseconds", "FULLIN", "the time left at its present rate, where a monitor runs", Use::Foretold, true, false, 0,
+     0, fullIn},
     {"status", "STATUS", "normal, warning, fatal, not monitored, unknown", Use::Usual, false, true, 0, 0,
      [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
 };
@@ -95,13 +102,18 @@ const Column &columnNamed(const std::string &name) {
 
 } // namespace
 
-std::vector<const Column *> columnsOf(const Look &look) {
+std::vector<const Column *> columnsOf(const Look &look, const std::vector<FileSystem> &all) {
     std::vector<const Column *> columns;
     for (const std::string &member : look.columns)
         columns.push_back(&columnNamed(member));
+    if (!columns.empty())
+        return columns;
     const bool forPeople = !look.raw && !look.pairs;
+    const bool foretold =
+        std::any_of(all.begin(), all.end(), [](const FileSystem &fs) { return fs.outlook && fs.outlook->forecast; });
     for (const Column &column : kColumns)
-        if (look.columns.empty() && (column.use == Use::Usual || (column.use == Use::ForPeople && forPeople)))
+        if (column.use == Use::Usual || (column.use == Use::ForPeople && forPeople) ||
+            (column.use == Use::Foretold && forPeople && foretold))
             columns.push_back(&column);
     return columns;
 }
@@ -124,7 +136,7 @@ std::vector<std::string> parseColumns(const std::string &text) {
     std::vector<std::string> members;
     const bool adds = !text.empty() && text.front() == '+';
     for (const Column &column : kColumns)
-        if (adds && column.use != Use::OnRequest)
+        if (adds && column.use < Use::Foretold)
             members.emplace_back(column.member);
     for (std::size_t begin = adds ? 1 : 0; begin <= text.size();) {
         const std::size_t end = std::min(text.find(',', begin), text.size());

@@ -12,7 +12,8 @@
 namespace oxttool {
 
 // Its texts show "-" for what was not measured or is not in force.
-enum class Use { Usual, ForPeople, OnRequest }; // ForPeople: usual, but not where a program reads
+// ForPeople: usual, but not where a program reads. Foretold: the same, and only while one of the file systems has it.
+enum class Use { Usual, ForPeople, Foretold, OnRequest };
 struct Column {
     const char *member; // of the JSON object
     const char *heading, *about;
@@ -23,7 +24,7 @@ struct Column {
 };
 
 // Those of the look, in its order.
-std::vector<const Column *> columnsOf(const Look &look);
+std::vector<const Column *> columnsOf(const Look &look, const std::vector<FileSystem> &all);
 // The member's name as a shell can take it for a variable.
 std::string variableOf(const Column &column);
 

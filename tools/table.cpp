@@ -10,6 +10,8 @@
 
 #include "columns.h"
 #include "grid.h"
+#include "outlook.h"
+#include "rules.h"
 
 namespace oxttool {
 
@@ -67,7 +69,7 @@ void sortFileSystems(std::vector<FileSystem> &all, const std::string &by) {
 }
 
 std::string tableOf(const std::vector<FileSystem> &all, const Look &look) {
-    const std::vector<const Column *> columns = columnsOf(look);
+    const std::vector<const Column *> columns = columnsOf(look, all);
     std::vector<GridColumn> grid;
     for (const Column *column : columns) // who asks for a column, gets it
         grid.push_back({look.pairs ? variableOf(*column) : column->heading, column->right, column->least,
@@ -119,10 +121,16 @@ void printRecord(const std::vector<Field> &fields) {
 }
 
 std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
-    const auto threshold = [&](std::uint64_t mib, std::uint64_t byDefault) {
+    // Where a monitor runs, it knows who has set what.
+    const auto by = [&fs](std::string Outlook::*origin) {
+        const std::string who = fs.outlook ? (*fs.outlook).*origin : kNoRule;
+        return who == kNoRule ? "" : ", " + who;
+    };
+    const auto threshold = [&](std::uint64_t mib, std::uint64_t byDefault, std::string Outlook::*origin) {
         std::string text = formatSpace(mib, look.unit) + " free";
         if (mib == byDefault)
             text += ", the default";
+        text += by(origin);
         return fs.monitored == 1 ? text : text + ", not in force";
     };
     std::vector<Field> fields = {{"Mount point", fs.mountPoint},
@@ -136,9 +144,11 @@ std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
     } else {
         fields.emplace_back("Size", "not measured");
     }
-    fields.emplace_back("Warning at", threshold(fs.warningMiB, fs.warningDefaultMiB));
-    fields.emplace_back("Fatal at", threshold(fs.fatalMiB, fs.fatalDefaultMiB));
-    fields.emplace_back("Monitored", fs.monitored == 1 ? "yes" : "no");
+    fields.emplace_back("Warning at", threshold(fs.warningMiB, fs.warningDefaultMiB, &Outlook::warningBy));
+    fields.emplace_back("Fatal at", threshold(fs.fatalMiB, fs.fatalDefaultMiB, &Outlook::fatalBy));
+    fields.emplace_back("Monitored", (fs.monitored == 1 ? "yes" : "no") + by(&Outlook::monitoredBy));
+    if (fs.outlook && fs.outlook->forecast)
+        fields.emplace_back("Full in", spokenTime(fs.outlook->forecast->secondsToFull) + ", if it goes on as now");
     fields.emplace_back("Status", statusName(fs.status));
     return fields;
 }

@@ -24,8 +24,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr auto kPause = std::chrono::microseconds(250);
-// A segment that somebody keeps attached is believed when its bytes stayed the same for so long.
-constexpr auto kSteady = milliseconds(500);
 
 struct Class {
     int digit; // of its key file
@@ -96,24 +94,13 @@ Copy copyOnce(const std::string &keyFile, const Class &of) {
     return copy;
 }
 
-// Tries until the copy is exact, or steady, or nothing to wait for. Disturbed at the end of the patience.
+// Tries until the copy is exact or there is nothing to wait for. Disturbed at the end of the patience: bytes that stay
+// the same while somebody has the segment attached may be half of a copy whose writer was stopped.
 Copy copySegment(const std::string &root, const Class &of, Clock::time_point end) {
-    Copy last;
-    auto since = Clock::now(); // last.bytes have been the same
     for (;;) {
         Copy copy = copyOnce(keyFileOf(root, of.digit), of);
-        if (copy.state != Copy::Disturbed)
+        if (copy.state != Copy::Disturbed || Clock::now() >= end)
             return copy;
-        const auto now = Clock::now();
-        if (copy.bytes != last.bytes)
-            since = now;
-        last = std::move(copy);
-        if (now - since >= kSteady) {
-            last.state = Copy::Exact;
-            return last;
-        }
-        if (now >= end)
-            return last;
         std::this_thread::sleep_for(kPause);
     }
 }
@@ -144,7 +131,7 @@ std::string problemOf(const Taken &taken) {
         if (row.copy.state == Copy::Forbidden)
             return name + " may not be read.\nRun oxtfsctl as root or as the provider's user.";
         if (row.copy.state == Copy::Disturbed)
-            return name + " is being written all the time.\nTry again.";
+            return name + " could not be copied whole: another process writes it or keeps it attached.\nTry again.";
         if (row.copy.state == Copy::WrongSize)
             return name + " has " + std::to_string(row.copy.about.shm_segsz) +
                    " bytes: it is another program's, or another version's of the provider.\n'oxtfsctl save' shows what "

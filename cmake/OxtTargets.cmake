@@ -24,11 +24,16 @@ endif()
 # oxt_room(NAME SOURCES... [DEPENDS ...]): a room of the provider, as a static library with its own include directory.
 # The provider runs inside somebody else's process and brings no C++ run-time library: no exceptions, no RTTI, no
 # guarded statics. Nothing is exported that the version script does not name.
+add_library(oxt_room_options INTERFACE)
+target_compile_options(oxt_room_options INTERFACE -fno-exceptions -fno-rtti -fno-threadsafe-statics
+  -fvisibility=hidden -fvisibility-inlines-hidden)
+target_link_libraries(oxt_room_options INTERFACE oxt_warnings oxt_instruments)
+
 function(oxt_room name)
   cmake_parse_arguments(ROOM "" "" "SOURCES;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-  target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -fno-threadsafe-statics
-    -fvisibility=hidden -fvisibility-inlines-hidden)
-  target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} Threads::Threads PRIVATE oxt_warnings oxt_instruments)
+  target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} Threads::Threads PRIVATE oxt_room_options)
+  list(TRANSFORM ROOM_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  set_property(GLOBAL APPEND PROPERTY OXT_ROOM_SOURCES ${ROOM_SOURCES}) # for those who compile them once more
 endfunction()

@@ -313,7 +313,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
     return asks && strikes("pthread_mutex_unlock", EPERM) ? EPERM : ret;
 }
 
-int failingThreadCreate(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
+int wrappedThreadCreate(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
     if (strikes("pthread_create", EAGAIN))
         return EAGAIN;
     stand = GONE;

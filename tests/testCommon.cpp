@@ -69,19 +69,6 @@ class Common : public Room {
     long liveAtStart = 0;
 };
 
-TEST_F(Common, LibrariesAreNotClosedUnderTheirCallers) {
-    std::atomic<bool> end{false};
-    std::thread caller([&] {
-        while (!end)
-            memalloc(0);
-    });
-    for (int i = 0; i < 50; ++i)
-        TraceLog bindsAndCloses;
-    end = true;
-    caller.join();
-    EXPECT_EQ(g_Func[OXT_FUNC_TRACELOG].load(), nullptr);
-}
-
 TEST_F(Common, AlertsAreCheckedBeforeTheyAreSent) {
     char first[] = "one", second[] = "two";
     char *strings[] = {first, second, nullptr};

@@ -34,26 +34,6 @@ class Life : public Room {
     }
 };
 
-TEST_F(Life, OneOfTwoFirstRequestsBuildsTheStore) {
-    system.speedUpWaits(10);
-    const int before = system.calls(Call::Usleep);
-    FakeVolume volume = system.volume("/data");
-    volume.during = [&] { // the first one takes until the second one waits
-        becomes([&] { return system.calls(Call::Usleep) > before; });
-    };
-    system.setVolume("/data", volume);
-    const auto initialiseOnce = [&] {
-        EXPECT_EQ(fsInitProvider(&cInfo), 0);
-        fsLeaveProvider();
-    };
-    std::thread other(initialiseOnce);
-    initialiseOnce();
-    other.join();
-    EXPECT_EQ(trace.countOf("fsInitInstance()"), 1);
-    EXPECT_EQ(trace.countOf("_OUT_ Already Initialize."), 1);
-    EXPECT_EQ(fsGetFirstProc()->load(), OXT_FS_INITIALISED);
-}
-
 TEST_F(Life, RequestsGiveUpOnAnInitialisationThatDoesNotEnd) {
     system.speedUpWaits(100);
     gfs_first.store(OXT_FS_IN_PROGRESS);

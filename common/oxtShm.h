@@ -12,10 +12,9 @@
 #include "oxtService.h"
 
 enum OxtShmContent {
-    OXT_SHM_EMPTY,   // zeros: not filled since it was made
-    OXT_SHM_STALE,   // older than the data area: the last copy into it failed
-    OXT_SHM_CURRENT, // as the data area
-    OXT_SHM_MISSING  // there is no segment, since it could not be made: the data area alone holds the records
+    OXT_SHM_EMPTY,  // zeros: not filled since it was made
+    OXT_SHM_STALE,  // older than the data area: the last copy into it failed
+    OXT_SHM_CURRENT // as the data area
 };
 
 struct ShmInfo {
@@ -23,7 +22,8 @@ struct ShmInfo {
     int shmNum;   // records that the segment was made for
     void *shmAdr; // address of the last attachment, kept after the detach; null for a segment never attached
     pthread_mutex_t mutex;
-    int content; // OXT_SHM_...: what a reader would find
+    int content;   // OXT_SHM_...: what a reader would find
+    int spent = 0; // tries of the mutex that the caller's wait for its turn has taken
 };
 
 // Forgets a segment; its mutex stays.

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <unistd.h>
 
+#include "oxtService.h"
 #include "oxtTrace.h"
 
 namespace {
@@ -66,6 +67,6 @@ int oxtThreadJoin(OxtThreadId *thid, int seconds) {
             return rc;
         if (monotonicMillis() >= deadline)
             return ETIMEDOUT;
-        usleep(1000);
+        usleep(OXT_WAIT_MICROS);
     }
 }

@@ -5,6 +5,7 @@
 #include "cmpift.h"
 #include "cmpimacs.h"
 #include "oxtFsStore.h"
+#include "oxtFsTurn.h"
 #include "oxtFsWatch.h"
 
 namespace {
@@ -16,7 +17,9 @@ CMPIStatus failed(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
 CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     if (terminating) {
         OXT_TRACE_AS(function, "CleanUp Exit SFCB.");
-        fsExitThread(cInfo, FS_FROM_CLEANUP);
+        fsExitThread(cInfo);
+        if (fsGateClose() == 0) // once the requests inside have left, the library may go
+            fsGateOpen();
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
         return {CMPI_RC_OK, nullptr};
     }
@@ -26,14 +29,33 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
     return status;
 }
 
+// For the end of the store: true once no request is inside, and no start or stop is at work.
+bool beginAlone() {
+    if (fsGateClose() != 0)
+        return false;
+    if (fsTurnBegin(FS_LIFE) == 0)
+        return true;
+    fsGateOpen();
+    return false;
+}
+
+void endAlone() {
+    fsTurnEnd(FS_LIFE);
+    fsGateOpen();
+}
+
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
-    const FsDropped dropped = fsDropStore(cInfo, FS_FROM_CLEANUP);
-    if (dropped == FS_DROP_WATCHED) // a start came in between: the library must not go under its thread
+    const bool alone = beginAlone();
+    const bool isWatched = alone && gfs_thid.load() != 0;
+    const bool freed = alone && !isWatched && fsFreeInstance(cInfo) == 0;
+    if (alone)
+        endAlone();
+    if (isWatched) // a start came in between: the library must not be unloaded while its thread runs
         return cleanUpWithThread(function, cInfo, terminating);
-    if (dropped != FS_DROPPED)
+    if (!freed)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
-    if (dropped == FS_DROP_BUSY && !terminating) { // nor under a request
+    if (!alone && !terminating) { // nor while a request is inside
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
         return {CMPI_RC_DO_NOT_UNLOAD, nullptr};
     }
@@ -41,8 +63,8 @@ CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, boo
     return {CMPI_RC_OK, nullptr};
 }
 
-// Outside service mode, with the gate closed: saves and frees; *state becomes the provider's new state.
-CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) {
+// Outside service mode, alone: saves and frees.
+CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo) {
     OXT_TRACE_AS(function, "fsSetInstance()");
     OXT_REQUIRE_AS(function, fsSetInstance(cInfo) == 0, failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!"),
                    "fsSetInstance Failure!!");
@@ -50,29 +72,25 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) 
     OXT_REQUIRE_AS(function, fsFreeInstance(cInfo) == 0,
                    failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
     fsTraceMutexesDestroyed(function);
-    *state = OXT_FS_UNINITIALISED;
+    fsGateForget();
     return {CMPI_RC_OK, nullptr};
 }
 
 CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bool terminating) {
-    int state = OXT_FS_UNINITIALISED;
-    if (fsGateClose(FS_FROM_CLEANUP, &state) != 0) { // a request is busy with the store: it cannot be saved now
+    if (!beginAlone()) { // a request is busy with the store: it cannot be saved now
         OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
         OXT_TRACE_AS(function, "_OUT_");
         return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
     }
-    if (state == OXT_FS_UNINITIALISED) {
-        fsGateOpen(FS_FROM_CLEANUP, state);
-        OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
-        return {CMPI_RC_OK, nullptr};
-    }
-    if (gfs_thid.load() != 0) { // the mode became known meanwhile, and a thread was started
-        fsGateOpen(FS_FROM_CLEANUP, state);
+    const bool isBuilt = fsGateState() == OXT_FS_INITIALISED;
+    const bool isWatched = isBuilt && gfs_thid.load() != 0; // the mode became known meanwhile
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    if (isBuilt && !isWatched)
+        status = saveAndFree(function, cInfo);
+    endAlone();
+    if (isWatched)
         return cleanUpWithThread(function, cInfo, terminating);
-    }
-    const CMPIStatus status = saveAndFree(function, cInfo, &state);
-    fsGateOpen(FS_FROM_CLEANUP, state);
-    OXT_TRACE_AS(function, "_OUT_");
+    OXT_TRACE_AS(function, isBuilt ? "_OUT_" : "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
     return status;
 }
 
@@ -92,8 +110,12 @@ int fsInitProvider(const OxtCInfo *cInfo) {
         OXT_TRACE("_OUT_ Already Initialize.");
         return 0;
     }
-    OXT_TRACE("fsInitInstance()");
-    const int ret = fsInitInstance(cInfo);
+    int ret = fsTurnBegin(FS_LIFE);
+    if (ret == 0) {
+        OXT_TRACE("fsInitInstance()");
+        ret = fsInitInstance(cInfo);
+        fsTurnEnd(FS_LIFE);
+    }
     fsGateBuilt(ret == 0);
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
@@ -113,15 +135,12 @@ CMPIStatus fsCleanUpProvider(const OxtCInfo *cInfo, bool terminating) {
     return cleanUpWithThread(__func__, cInfo, terminating);
 }
 
-FsDropped fsDropStore(const OxtCInfo *cInfo, FsCaller caller) {
-    int state = OXT_FS_UNINITIALISED;
-    if (fsGateClose(caller, &state) != 0)
-        return FS_DROP_BUSY;
-    FsDropped dropped = FS_DROP_WATCHED;
-    if (gfs_thid.load() == 0)
-        dropped = fsFreeInstance(cInfo) == 0 ? FS_DROPPED : FS_DROP_FAILED;
-    fsGateOpen(caller, state);
-    return dropped;
+int fsDropStore(const OxtCInfo *cInfo) {
+    if (fsTurnBegin(FS_LIFE) != 0)
+        return -1;
+    const int ret = gfs_thid.load() == 0 ? fsFreeInstance(cInfo) : -1;
+    fsTurnEnd(FS_LIFE);
+    return ret;
 }
 
 std::atomic<int> *fsGetFirstProc() {

@@ -21,7 +21,7 @@ constexpr OxtProperty PROPERTIES[] = {
 constexpr OxtClass CONFIG = OXT_CLASS("OXT_FileSystemConfig", false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst,
                                       "datconf", "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
 
-CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, FsConf *datconf) {
+CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, const FsConf *datconf) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     int value = -1;
     OXT_TRACE_AS(function, "CMGetArg(MonitorCycle)");
@@ -30,8 +30,7 @@ CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs 
     if (value < MIN_CYCLE || value > MAX_CYCLE)
         return oxtRefuseSetting(function, cInfo, "MonitorCycle", value);
     OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle, value);
-    datconf->MonitorCycle = static_cast<uint16_t>(value);
-    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", datconf->MonitorCycle);
+    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", value); // as the commit stores it
     const FsEdit edit = {OXT_CID_FS_CONF,
                          0,
                          datconf,
@@ -58,6 +57,6 @@ CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, c
     OXT_ENTER_HANDLER();
     const char *function = __func__;
     return oxtWithRecords(function, CONFIG, cInfo, [&](const DatInfo *records) {
-        return setCycle(function, cInfo, in, static_cast<FsConf *>(records->datAdr));
+        return setCycle(function, cInfo, in, static_cast<const FsConf *>(records->datAdr));
     });
 }

@@ -14,12 +14,14 @@ constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", false, -1, OXT_FST
 constexpr char NOT_SERVICE_TRACE[] = "ServiceMode is non-Service Failure!!";
 constexpr char NOT_SERVICE_FAILED[] = "ServiceMode is non-Service FAILED";
 
-// The service mode and the thread's state agreed: starts it.
-CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
+// In service mode. A start, a stop or a clean-up that is at work has 3 seconds to end.
+CMPIStatus start(const char *function, const OxtCInfo *cInfo, bool alone) {
     if (getThreadSts(fsGetThreadID()) != 0)
         return oxtFailed(function, cInfo, "Thread is Already WakeUp Failure!!", CMPI_RC_ERR_FAILED,
                          "Thread is Already WakeUp FAILED");
-    if (fsCreateThread(cInfo) != 0) // the trace names another call, as it always has; log filters know it
+    // A stop that came first has taken the store down. The trace names another call, as it always has; log filters know
+    // it.
+    if (!alone || fsGateState() != OXT_FS_INITIALISED || fsCreateThread(cInfo) != 0)
         return oxtFailed(function, cInfo, "getClassName() Failure!!", CMPI_RC_ERR_FAILED, "fsCreateThread() FAILED");
     OXT_TRACE_AS(function, "_OUT_");
     return {CMPI_RC_OK, nullptr};
@@ -27,7 +29,7 @@ CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
 
 CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *trace, const char *message) {
     OXT_TRACE_FAIL_AS(function, "%s", trace);
-    if (fsDropStore(cInfo, FS_FROM_REQUEST) != FS_DROPPED)
+    if (fsDropStore(cInfo) != 0)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
     OXT_TRACE_AS(function, "_OUT_");
     return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, message);
@@ -52,9 +54,10 @@ CMPIStatus OXT_FSThreadStartInvokeMethod(const OxtCInfo *cInfo, const CMPIResult
     OXT_ENTER_HANDLER();
     if (getServiceMode(cInfo) != 1)
         return oxtFailed(__func__, cInfo, NOT_SERVICE_TRACE, CMPI_RC_ERR_FAILED, NOT_SERVICE_FAILED);
-    fsThreadStartLock();
-    const CMPIStatus status = start(__func__, cInfo);
-    fsThreadStartUnlock();
+    const bool alone = fsTurnBegin(FS_LIFE) == 0;
+    const CMPIStatus status = start(__func__, cInfo, alone);
+    if (alone)
+        fsTurnEnd(FS_LIFE);
     return status;
 }
 
@@ -65,7 +68,7 @@ CMPIStatus OXT_FSThreadStopInvokeMethod(const OxtCInfo *cInfo, const CMPIResult 
         return refuseStop(__func__, cInfo, NOT_SERVICE_TRACE, NOT_SERVICE_FAILED);
     if (getThreadSts(fsGetThreadID()) != 1)
         return refuseStop(__func__, cInfo, "Thread is Already Pause Failure!!", "Thread is Already Pause FAILED");
-    fsExitThread(cInfo, FS_FROM_REQUEST);
+    fsExitThread(cInfo);
     OXT_TRACE("_OUT_");
     return {CMPI_RC_OK, nullptr};
 }

@@ -169,17 +169,18 @@ CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus st
     return status;
 }
 
-bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, FsRecords *reading,
                   CMPIStatus *status) {
     OXT_TRACE_AS(function, "%s", cls.readText);
-    const bool read = fsGetInstance(cInfo, cls.cid, records) == 0;
-    if (read && records->datNum > 0 && records->datAdr != nullptr)
+    const bool read = fsGetInstance(cInfo, cls.cid, reading) == 0;
+    const DatInfo &area = reading->area;
+    if (read && area.datNum > 0 && area.datAdr != nullptr)
         return true;
     *status =
-        read && records->datNum <= 0
+        read && area.datNum <= 0
             ? oxtFailed(function, cInfo, "fsGetInstance() NoData Failure!!", CMPI_RC_ERR_NOT_FOUND, "NotFound Data")
             : oxtFailed(function, cInfo, "fsGetInstance() Failure!!", CMPI_RC_ERR_FAILED, "fsGetInstance() FAILED");
-    fsReleaseInstance(records);
+    fsReleaseInstance(reading);
     return false;
 }
 

@@ -80,18 +80,18 @@ CMPIStatus oxtReturnInstance(const char *function, const OxtClass &cls, const Ox
 // The end of a handler that has returned its instances: says so to the result. With another status, nothing.
 CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus status);
 
-// Reads the class's records: true with at least one, freed by the caller with fsReleaseInstance; else *status is the
-// answer and the exit is traced.
-bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+// Reads the class's records: true with at least one, until fsReleaseInstance; else *status is the answer and the exit
+// is traced.
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, FsRecords *reading,
                   CMPIStatus *status);
 // Reads the records and answers with what `use` makes of them.
 template <typename Use>
 CMPIStatus oxtWithRecords(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, Use use) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (oxtReadClass(function, cls, cInfo, &records, &status)) {
-        status = use(static_cast<const DatInfo *>(&records));
-        fsReleaseInstance(&records);
+    FsRecords reading = {};
+    if (oxtReadClass(function, cls, cInfo, &reading, &status)) {
+        status = use(static_cast<const DatInfo *>(&reading.area));
+        fsReleaseInstance(&reading);
     }
     return status;
 }

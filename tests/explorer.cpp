@@ -80,7 +80,7 @@ void note(const std::string &promise) {
 }
 
 void endWait(Thread &thread, bool timedOut) {
-    thread.waited += (timedOut ? std::min(clockNow, thread.until) : clockNow) - thread.since;
+    thread.waited += std::max(0LL, (timedOut ? std::min(clockNow, thread.until) : clockNow) - thread.since);
     thread.state = Thread::READY;
     thread.timedOut = timedOut;
 }

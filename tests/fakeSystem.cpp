@@ -291,6 +291,21 @@ extern "C" int usleep(useconds_t microseconds) {
     return 0;
 }
 
+// Ends the wait sooner: the provider takes that for the end of its time.
+extern "C" int pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
+                                      const timespec *until) {
+    static const auto real =
+        realFunction<int(pthread_cond_t *, pthread_mutex_t *, clockid_t, const timespec *)>("pthread_cond_clockwait");
+    timespec now = {};
+    clock_gettime(clock, &now);
+    constexpr long long SECOND = 1'000'000'000;
+    long long left = (until->tv_sec - now.tv_sec) * SECOND + until->tv_nsec - now.tv_nsec;
+    withFake([&](const FakeState &s) { left /= s.speed; });
+    const long long end = now.tv_sec * SECOND + now.tv_nsec + left;
+    const timespec sooner = {end / SECOND, end % SECOND};
+    return real(condition, mutex, clock, &sooner);
+}
+
 extern "C" unsigned sleep(unsigned seconds) {
     withFake([&](FakeState &s) { s.sleeps.push_back(seconds); });
     wait(seconds * 1'000'000'000ULL);

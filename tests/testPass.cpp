@@ -209,7 +209,7 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     EXPECT_THAT(trace.alertIds(), Ids{CONFIG});
     for (const char *where : {"at the end of the pass", "after the next one"}) {
         EXPECT_EQ(stored(1).WarningThreshold, 600U) << where;
-        EXPECT_EQ(fsConf(instFs)->MonitorCycle, 10) << where;
+        EXPECT_EQ(fsConf(fsCurrent()->areas)->MonitorCycle, 10) << where;
         EXPECT_EQ(gfs_SleepSec.load(), 10);
         uint32_t saved = 0;
         memcpy(&saved, fileContent(savePath()).data() + 30 + 1840 + offsetof(FsProv, WarningThreshold), 4);

@@ -3,7 +3,9 @@
 #include "agentFile.h"
 #include "agentText.h"
 
+#include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -103,6 +105,28 @@ bool putJsonNumber(Text &out, const char *text) {
     return putText(out, plain ? text : "null");
 }
 
+std::atomic<AlertForecast> g_forecast{nullptr};
+
+// A whole number; what is too large for one, or none, is left out with its key.
+bool putWhole(Text &out, const char *key, double value) {
+    constexpr double most = 1e15;
+    if (!(value >= 0 && value <= most))
+        return true;
+    char digits[24];
+    const int length = std::snprintf(digits, sizeof digits, "%.0f", value);
+    return putKey(out, key) && agent::putBytes(out, digits, static_cast<std::size_t>(length));
+}
+
+bool putForecast(Text &out, const Info &info) {
+    const AlertForecast forecast = g_forecast.load();
+    const char *device = stringAt(info, 0), *mountPoint = stringAt(info, 1);
+    double shrink = 0, full = 0;
+    if (forecast == nullptr || device == nullptr || mountPoint == nullptr ||
+        forecast(device, mountPoint, &shrink, &full) == 0)
+        return true;
+    return putWhole(out, "shrinkMiBPerHour", shrink) && putWhole(out, "fullInSeconds", full);
+}
+
 // The whole JSON line; false when it does not fit.
 bool putJsonLine(Text &out, const Info &info, const timespec &now) {
     const Event &event = eventOf(info);
@@ -117,6 +141,8 @@ bool putJsonLine(Text &out, const Info &info, const timespec &now) {
         fits = fits && putKey(out, kFields[i].key) &&
                (kFields[i].number ? putJsonNumber(out, string) : agent::putJson(out, string, kStringMost));
     }
+    if (event.freeSpace)
+        fits = fits && putForecast(out, info);
     fits = fits && putKey(out, "strings");
     for (int i = 0; i < info.numOfStrings; ++i) {
         fits = fits && putText(out, i == 0 ? "[" : ",") && agent::putJson(out, info.strings[i], kStringMost);
@@ -217,6 +243,10 @@ void writeSystemLog(const Info &info) {
 }
 
 } // namespace
+
+void SetAlertForecast(AlertForecast forecast) {
+    g_forecast.store(forecast);
+}
 
 int SendIndication(Info info) {
     const bool counted = info.numOfStrings >= 0 && info.numOfStrings <= kMostStrings;

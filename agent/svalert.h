@@ -1,7 +1,8 @@
 // libsvalert.so: the alerts of the server-management agent.
 //
 // An alert becomes one sentence in the system log (facility daemon) and one JSON object in
-// <agent directory>log/svalert.json. The library keeps no state: any thread of any process may send at any time.
+// <agent directory>log/svalert.json. The library keeps no state but who tells the forecast: any thread of
+// any process may send at any time.
 #ifndef SVALERT_H
 #define SVALERT_H
 
@@ -34,6 +35,16 @@ static_assert(offsetof(Info, strings) == 32);
 // fewer than 0 or more than 16 strings, strings announced but none given. A refused alert goes nowhere; one that could
 // not be written still goes to the system log, which does not tell whether it took it.
 __attribute__((visibility("default"))) int SendIndication(Info info);
+
+// What a monitor in this process knows of the future of a file system: by how many MiB an hour its free space shrinks,
+// and in how many seconds it will be full. Both are above 0; 0 returned: nothing is known. It is called while an alert
+// is sent, in the thread that sends it, and must not wait.
+typedef int (*AlertForecast)(const char *device, const char *mountPoint, double *shrinkMiBPerHour,
+                             double *fullInSeconds);
+
+// From now on, lines of JSON about free space carry the forecast as "shrinkMiBPerHour" and "fullInSeconds". Null: no
+// longer. Optional: a library without this function serves as well.
+__attribute__((visibility("default"))) void SetAlertForecast(AlertForecast forecast);
 }
 
 #endif

@@ -20,8 +20,6 @@ namespace {
 
 constexpr size_t kReadSize = 4096; // a page: what the kernel makes of its own tables at a time
 
-constexpr size_t kManyPages = 8 * 1024; // bytes from which one call for all pages is cheaper than a fault each
-
 bool readThrough(const char *path) {
     char piece[kReadSize];
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
@@ -42,8 +40,11 @@ bool copySegment(int id, std::vector<char> &area, bool out) {
     void *const segment = shmat(id, nullptr, 0);
     if (segment == reinterpret_cast<void *>(-1))
         return false;
+#if defined(MADV_POPULATE_READ) && defined(MADV_POPULATE_WRITE)
+    constexpr size_t kManyPages = 8 * 1024; // bytes from which one call for all pages is cheaper than a fault each
     if (area.size() >= kManyPages)
         madvise(segment, area.size(), out ? MADV_POPULATE_WRITE : MADV_POPULATE_READ);
+#endif
     if (out)
         std::memcpy(segment, area.data(), area.size());
     else

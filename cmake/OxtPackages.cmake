@@ -48,4 +48,9 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "oxtfs-provider (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "oxtfs-agent-standin, prometheus-node-exporter, bash-completion")
 set(CPACK_DEBIAN_STANDIN_PACKAGE_DEPENDS "oxtfs-provider")
 
+# Settings that dpkg keeps when an administrator has changed them.
+set(conffiles ${CMAKE_CURRENT_BINARY_DIR}/debian/tools/conffiles)
+file(WRITE ${conffiles} "${OXT_SETTINGS_FILE}\n")
+list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${conffiles})
+
 include(CPack)

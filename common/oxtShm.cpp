@@ -19,7 +19,6 @@ namespace {
 constexpr int KEY_PROJECT = 69; // ftok(3)'s second argument, known to readers of the segments
 constexpr int TRY_LIMIT = 65536;
 constexpr size_t NAME_SIZE = 512;
-constexpr size_t POPULATE_FROM = 8 * 1024; // bytes
 
 bool exists(const char *name) {
     struct stat st = {};
@@ -137,12 +136,18 @@ size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
     return records > 0 ? static_cast<size_t>(records) * static_cast<size_t>(ins->datSize) : 0;
 }
 
-// Asks for the pages of a copy of several in one call instead of one fault each. An older kernel than 5.14 refuses.
-void populate(void *address, size_t bytes, int advice) {
+enum Direction { TO_SHM, FROM_SHM };
+
+// Asks for the pages of a copy of several in one call instead of one fault each. A kernel before 5.14 refuses, and
+// headers that old do not have the advice: the copy then takes its faults.
+void populate([[maybe_unused]] void *address, [[maybe_unused]] size_t bytes, [[maybe_unused]] Direction direction) {
+#if defined(MADV_POPULATE_READ) && defined(MADV_POPULATE_WRITE)
+    constexpr size_t POPULATE_FROM = 8 * 1024; // bytes
     const int error = errno;
     if (bytes >= POPULATE_FROM)
-        madvise(address, bytes, advice);
+        madvise(address, bytes, direction == TO_SHM ? MADV_POPULATE_WRITE : MADV_POPULATE_READ);
     errno = error;
+#endif
 }
 
 } // namespace
@@ -273,8 +278,6 @@ int shmNew(const OxtCInfo *cInfo, int max, const char *fnm, DatInfo ins[], ShmIn
 
 namespace {
 
-enum Direction { TO_SHM, FROM_SHM };
-
 // Both copies, once the arguments are checked.
 int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm, Direction direction) {
     bool guarded = false;
@@ -286,7 +289,7 @@ int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmIn
         if (direction == TO_SHM) {
             OXT_TRACE_AS(function, "memcpy(ins.Adr=[%p]=>shm.Adr=[%p],ins.Size=[%d]*ins.Num=[%d])", ins->datAdr,
                          shm->shmAdr, ins->datSize, ins->datNum);
-            populate(segment.get(), bytes, MADV_POPULATE_WRITE);
+            populate(segment.get(), bytes, direction);
             if (bytes > 0)
                 memcpy(segment.get(), ins->datAdr, bytes);
             if (bytes > 0)
@@ -294,7 +297,7 @@ int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmIn
         } else {
             OXT_TRACE_AS(function, "memcpy(shm.Adr=[%p]=>ins.Adr=[%p],ins.Size=[%d]*shm.Num=[%d])", shm->shmAdr,
                          ins->datAdr, ins->datSize, shm->shmNum);
-            populate(segment.get(), bytes, MADV_POPULATE_READ);
+            populate(segment.get(), bytes, direction);
             if (bytes > 0)
                 memcpy(ins->datAdr, segment.get(), bytes);
         }

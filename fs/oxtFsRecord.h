@@ -50,6 +50,7 @@ struct FsProv {
     char _FileSystemType[OXT_FS_TEXT]; // "ext4", "xfs", "ext3", "ext2" or "others"
 };
 
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "storage format");
 static_assert(sizeof(FsConf) == OXT_CID_FS_SIZES[OXT_CID_FS_CONF] &&
                   sizeof(FsTnum) == OXT_CID_FS_SIZES[OXT_CID_FS_TNUM] &&
                   sizeof(FsProv) == OXT_CID_FS_SIZES[OXT_CID_FS_PROV],

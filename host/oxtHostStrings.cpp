@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -18,7 +19,9 @@ using CharPtr = decltype(std::declval<CMPIStringFT>().getCharPtr(nullptr, nullpt
 constexpr CMPIUint64 second = 1000000;
 
 int digitsAt(const std::string &text, std::size_t at, std::size_t count) {
-    return std::atoi(text.substr(at, count).c_str());
+    int number = 0;
+    std::from_chars(text.data() + at, text.data() + at + count, number);
+    return number;
 }
 
 } // namespace

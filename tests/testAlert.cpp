@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <regex>
@@ -61,8 +63,9 @@ class Alert : public testing::Test {
 std::string readable(const std::string &line) {
     std::string text;
     for (const char c : std::regex_replace(line, std::regex(R"("time":"[-:.T\d]{23}Z")"), R"("time":"TIME")")) {
+        const auto byte = static_cast<unsigned char>(c);
         char code[8];
-        snprintf(code, sizeof code, c < 0 ? "\\x%02X" : "%c", static_cast<unsigned char>(c));
+        snprintf(code, sizeof code, byte >= 0x80 ? "\\x%02X" : "%c", byte);
         text += code;
     }
     return text;
@@ -91,6 +94,25 @@ TEST_F(Alert, EveryEventInBothLogs) {
     const std::string tooLong(2000, '\x01');
     EXPECT_EQ(send(0xC00403E8U, 1, Strings(16, tooLong.c_str()), tooLong.c_str()), 0);
     EXPECT_EQ(alertsIn(kFile).back()["strings"], json(std::vector<std::string>(16, std::string(1024, '\x01') + "...")));
+}
+
+TEST_F(Alert, CarriesTheForecastOfAMonitor) {
+    SetAlertForecast([](const char *device, const char *mountPoint, double *shrink, double *full) {
+        *shrink = std::strcmp(mountPoint, "/nan") == 0 ? std::nan("") : 1024.4;
+        *full = 7200;
+        return std::strcmp(device, "/dev/a") == 0 ? 1 : 0;
+    });
+    for (const auto &[device, mountPoint] : {std::pair("/dev/a", "/"), {"/dev/a", "/nan"}, {"/dev/b", "/"}})
+        EXPECT_EQ(send(0x800403E9U, 2, {device, mountPoint, "1", "2", "3"}), 0);
+    EXPECT_EQ(sendCountChange(), 0);
+    SetAlertForecast(nullptr);
+    EXPECT_EQ(send(0x800403E9U, 2, {"/dev/a", "/", "1", "2", "3"}), 0);
+    const std::vector<json> alerts = alertsIn(kFile);
+    EXPECT_EQ(alerts.at(0).value("shrinkMiBPerHour", 0), 1024);
+    EXPECT_EQ(alerts.at(0).value("fullInSeconds", 0), 7200);
+    EXPECT_FALSE(alerts.at(1).contains("shrinkMiBPerHour"));
+    for (std::size_t i = 2; i < 5; ++i)
+        EXPECT_FALSE(alerts.at(i).contains("fullInSeconds")) << i;
 }
 
 TEST_F(Alert, RefusesBrokenRecords) {

@@ -21,10 +21,12 @@
 #include <vector>
 
 #include <dlfcn.h>
+#include <elf.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/shm.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,6 +34,17 @@
 #include "agentDirectory.h"
 #include "fakeSystem.h"
 #include "oxtHost.h"
+
+// Where the processor has the number of a system call and its third argument.
+#if defined(__x86_64__)
+#define OXT_CALL orig_rax
+#define OXT_THIRD_ARGUMENT rdx
+#elif defined(__aarch64__)
+#define OXT_CALL regs[8]
+#define OXT_THIRD_ARGUMENT regs[2]
+#else
+#error "name this processor's registers"
+#endif
 
 using namespace oxthost;
 using ::testing::AnyOf;
@@ -169,11 +182,12 @@ class Kill : public testing::Test {
             death = goOn() ? Death::Killed : Death::Completed;
         EXPECT_TRUE(death == Death::Killed || (WIFSTOPPED(status) && WSTOPSIG(status) == SIGSTOP)) << status;
         user_regs_struct registers = {};
-        ptrace(PTRACE_GETREGS, child, nullptr, &registers);
-        if (death == Death::Killed && registers.orig_rax == SYS_write && registers.rdx > kPage) {
+        iovec kept = {&registers, sizeof registers};
+        ptrace(PTRACE_GETREGSET, child, NT_PRSTATUS, &kept);
+        if (death == Death::Killed && registers.OXT_CALL == SYS_write && registers.OXT_THIRD_ARGUMENT > kPage) {
             death = Death::KilledInLongWrite;
-            registers.rdx = kPage;
-            if (torn && ptrace(PTRACE_SETREGS, child, nullptr, &registers) == 0)
+            registers.OXT_THIRD_ARGUMENT = kPage;
+            if (torn && ptrace(PTRACE_SETREGSET, child, NT_PRSTATUS, &kept) == 0)
                 goOn();
         }
         kill(child, SIGKILL);

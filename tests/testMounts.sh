@@ -8,65 +8,7 @@ PATH=$PATH:/usr/sbin:/sbin
 tool=${1:?usage: testMounts.sh OXTFSCTL AGENT_DIRECTORY}
 agent=${2:?usage: testMounts.sh OXTFSCTL AGENT_DIRECTORY}
 
-skip() {
-    echo "SKIP: $1"
-    exit 77
-}
-failures=0
-fail() {
-    echo "FAIL: $1"
-    failures=$((failures + 1))
-}
-equal() { # what, is, expected
-    [ "$2" = "$3" ] || fail "$1: is '$2', expected '$3'"
-}
-
-if [ "${3:-}" != inside ]; then
-    [ "$(id -u)" = 0 ] || skip "needs root"
-    for program in unshare mkfs.ext4 losetup df; do
-        command -v $program >/dev/null || skip "needs $program"
-    done
-    unshare --mount --ipc --propagation private true 2>/dev/null || skip "no right to make namespaces"
-    base=$(mktemp -d) || skip "no temporary directory"
-    unshare --mount --ipc --propagation private bash "$0" "$tool" "$agent" inside "$base"
-    result=$?
-    rm -rf --one-file-system "$base"
-    exit $result
-fi
-
-base=$4
-mount -t tmpfs none "$base" || skip "cannot mount"
-for part in data work log; do
-    mount -t tmpfs none "$agent/$part" || skip "cannot mount over $agent/$part"
-done
-
-# A block driver of this machine that serves fixed disks, or one that we say it has.
-major=$(sed -n '/^Block devices:/,$s/^ *\([0-9]*\) \(sd\|md\|virtblk\|device-mapper\)$/\1/p' /proc/devices | head -n 1)
-if [ -z "$major" ]; then
-    printf 'Block devices:\n  8 sd\n\n' >"$base/devices"
-    mount --bind "$base/devices" /proc/devices || skip "no known driver, and /proc/devices cannot be replaced"
-    major=8
-fi
-
-# The mount table names a disk of that driver for each directory. "/etc/mtab" is a link into /proc in most places, so
-# another /etc, of only what programs need to start, stands in for the whole.
-{ mkdir "$base/etc" && cp -a /etc/ld.so.cache "$base/etc"; } || skip "cannot copy /etc/ld.so.cache"
-number=0
-for type in ext4 xfs; do
-    command -v mkfs.$type >/dev/null || { echo "without $type: no mkfs.$type"; continue; }
-    { truncate -s 320M "$base/$type.image" && mkfs.$type -q "$base/$type.image"; } || skip "mkfs.$type failed"
-    mkdir "$base/$type"
-    mount -o loop -t $type "$base/$type.image" "$base/$type" || { echo "without $type: it cannot be mounted"; continue; }
-    number=$((number + 1))
-    mknod "$base/disk$number" b "$major" $number
-    echo "$base/disk$number $base/$type $type rw,relatime 0 0" >>"$base/etc/mtab"
-done
-[ $number -gt 0 ] || skip "no file system could be mounted"
-mount --bind "$base/etc" /etc || skip "cannot mount over /etc"
-
-mib() { # size or avail, of a directory, in whole MiB
-    echo $(($(df --output="$1" -B1 "$2" | tail -n 1) / 1048576))
-}
+. "$(dirname "$0")/isolated.bash"
 
 # Each is shown with the numbers that df shows, and with the thresholds that follow.
 index=0
@@ -76,11 +18,11 @@ while read -r device directory type _; do
     field() { echo "$shown" | sed -n "s/.*\"$1\": *\"\{0,1\}\([^\",]*\).*/\1/p"; }
     size=$(mib size "$directory")
     equal "$type" \
-        "$(for name in index name filesystemtype drivetype monitorthreshold freespacestatus filesystemsize availablespace \
-            warningthreshold fatalthreshold; do field $name; done | tr '\n' ' ')" \
-        "$index $device $type 0 1 1 $size $(mib avail "$directory") $((size / 10)) $((size / 100)) "
+        "$(for name in index device type drive monitored status size free warning fatal; do field $name; done |
+            tr '\n' ' ')" \
+        "$index $device $type fixed true normal $size $(mib avail "$directory") $((size / 10)) $((size / 100)) "
 done </etc/mtab
-equal "number of file systems" "$("$tool" total --json | tr -cd 0-9)" $number
+equal "number of file systems" "$("$tool" total --json | tr -cd 0-9)" "$number"
 
 # In service mode, with a pass every second: no client may set that, but a save file may hold it.
 printf '# Version=1.0.0.0\n\1\0\12\0\20\16\74\0\0\0\0\0' >"$agent/data/oxtfssave.dat"
@@ -117,5 +59,5 @@ equal "alerts" "$(wc -l <"$agent/log/svalert.json")" $alerts
 equal "save file" "$(stat -c %s "$agent/data/oxtfssave.dat")" $((30 + 1840 * number))
 equal "segments" "$(($(wc -l </proc/sysvipc/shm) - 1))" 0
 
-[ $failures = 0 ] && echo "$number file systems, $alerts alerts: as df says"
+[ "$failures" = 0 ] && echo "$number file systems, $alerts alerts: as df says"
 exit $((failures > 0))

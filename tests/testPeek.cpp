@@ -14,11 +14,11 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <thread>
 
 #include "agentDir.h"
 #include "failure.h"
+#include "oxtFile.h"
 #include "oxtFsSave.h"
 #include "oxtShm.h"
 #include "saveFile.h"
@@ -161,7 +161,7 @@ TEST_F(Peek, recordsThatMakeNoSenseStayInsideTheirFields) {
 }
 
 bool providerLoads(std::string bytes) {
-    const std::unique_ptr<FILE, decltype(&std::fclose)> file(fmemopen(bytes.data(), bytes.size(), "r"), &std::fclose);
+    const OxtFile file(fmemopen(bytes.data(), bytes.size(), "r"));
     DatInfo areas[OXT_CID_FS_COUNT];
     fsInitDatInfo(areas);
     areas[0].datAdr = memalloc(sizeof(FsConf));

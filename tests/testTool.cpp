@@ -23,10 +23,13 @@
 #include "alertFile.h"
 #include "failure.h"
 #include "golden.h"
+#include "json.h"
+#include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "shownTraceLine.h"
 #include "table.h"
-#include "traceLine.h"
+#include "traceSetting.h"
 #include "values.h"
 
 namespace {
@@ -86,8 +89,9 @@ TEST(ToolValues, inARow) {
                  if (!alert)
                      return "none";
                  const std::string status = alert->newStatus ? statusName(*alert->newStatus) : "no";
-                 return status + " status of '" + alert->device + "' on '" + alert->mountPoint +
-                        "': " + alert->freeMiB + " of " + alert->sizeMiB + " MiB, threshold " + alert->thresholdMiB;
+                 return status + " status of '" + alert->device + "' on '" + alert->mountPoint + "': " +
+                        textOf(Json{alert->freeMiB.value_or(0), alert->sizeMiB.value_or(0),
+                                    alert->thresholdMiB.value_or(0)});
              }},
             {"drive", [&] { return std::string(driveName(std::stoll(text))); }},
         };
@@ -134,18 +138,21 @@ TEST(ToolTable, jsonKeepsEveryValueAndStaysJson) {
     FileSystem odd = sample();
     odd.mountPoint = "/a \"b\"\\\n\x01\xff"; // the last byte is no UTF-8
     odd.monitored = 0;
-    Look look;
-    look.json = true;
-    const json all = json::parse(rendered({sample(), odd}, look)).at("filesystems");
+    odd.sizeMiB = odd.freeMiB = 0;
+    const json told = json::parse(textOf(jsonOf(std::vector{sample(), odd}, Unit::Human)));
+    EXPECT_EQ(JsonSchema().problem("list", told), "");
+    const json all = told.at("filesystems");
     ASSERT_EQ(all.size(), 2u);
     EXPECT_EQ(all[0], json::parse(R"({"index": 7, "device": "/dev/sdb1", "mountpoint": "/data", "type": "xfs",
-                                      "drive": "fixed", "size": 4294967295, "free": 1073741824, "used": 75,
-                                      "monitored": true, "warning": 2147483648, "fatal": 1, "status": "warning"})"));
+                                      "drive": "fixed", "size": 4294967295, "free": 1073741824, "freepercent": 25.0,
+                                      "monitored": true, "warning": 2147483648, "warningdefault": 0, "fatal": 1,
+                                      "fataldefault": 0, "status": "warning"})"));
     EXPECT_EQ(all[1].at("mountpoint"), "/a \"b\"\\\n\x01\ufffd");
     EXPECT_EQ(all[1].at("monitored"), false);
-    look.unit = Unit::Bytes;
-    EXPECT_EQ(json::parse(rendered({sample()}, look)).at("filesystems")[0].at("size"), 4503599626321920);
-    EXPECT_TRUE(json::parse(rendered({}, look)).at("filesystems").empty());
+    EXPECT_EQ(all[1].at("freepercent"), nullptr);
+    EXPECT_EQ(jsonOf(sample(), Unit::Bytes).at("size"), 4503599626321920);
+    for (const char *line : {"{}", R"({"eventId":"0x800403E9","device":"/d","availableMiB":9,"time":"T"})"})
+        EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");
 }
 
 TEST(ToolTable, peopleSeeABarAndColoursOnlyWhereWanted) {
@@ -209,6 +216,19 @@ TEST(ToolShow, traceLines) {
         shown += shownTraceLine(line, look) + "\n";
     }
     expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
+}
+
+TEST_F(ToolFiles, theTraceIsSwitchedAndTheOtherSettingsStay) {
+    std::filesystem::create_directory(root_ + "log");
+    const std::string name = "log/svtrace.conf", conf = root_ + name;
+    writeTraceSetting(root_, "off");
+    EXPECT_EQ(fileContent(conf), "normal = off\n");
+    append(name, "# normal = on\nfiles=3\n  normal=off # why\nnormally = 1");
+    writeTraceSetting(root_, "on");
+    EXPECT_EQ(fileContent(conf), "normal = on\n# normal = on\nfiles=3\nnormal = on # why\nnormally = 1\n");
+    std::filesystem::rename(conf, root_ + "elsewhere");
+    std::filesystem::create_symlink(root_ + "elsewhere", conf);
+    EXPECT_EQ(exitOf([this] { writeTraceSetting(root_, "off"); }), Exit::Environment) << "no link is followed";
 }
 
 TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {

@@ -28,6 +28,7 @@
 
 #include "agentDir.h"
 #include "golden.h"
+#include "jsonSchema.h"
 
 namespace {
 
@@ -146,6 +147,9 @@ TEST_F(ToolCommand, commandsInARow) {
         const Ended ended = run(std::regex_replace(command, std::regex("BASE"), base_));
         const json parsed = json::parse(ended.out, nullptr, false);
         std::string told = parsed.is_discarded() ? ended.out : parsed.dump() + "\n";
+        if (!parsed.is_discarded()) {
+            EXPECT_EQ(JsonSchema().problem(command.substr(0, command.find(' ')), parsed), "");
+        }
         if (ended.exit == 2) { // a wrong command line, before any other
             EXPECT_FALSE(ended.err.empty()) << command;
             EXPECT_TRUE(filesystem::is_empty(agentPath("data"))) << command;
@@ -191,14 +195,25 @@ TEST_F(ToolCommand, watchTellsAlertsAndCleansUpOnASignal) {
     EXPECT_TRUE(told("/big (" + base_ + "/disk1) 48M of 128M free, threshold 64M, before -> warning"));
     EXPECT_TRUE(told("file system 1: " + base_ + "/big (" + base_ + "/disk1) 48M of 128M free, warning"));
     EXPECT_EQ(segments(), 3);
-    EXPECT_EQ(run("list").exit, 3) << "one provider at a time";
+    EXPECT_EQ(run("list --direct").exit, 3) << "one provider at a time";
+    const Ended seen = run("list");
+    EXPECT_THAT(seen.out, HasSubstr("48M"));
+    EXPECT_EQ(seen.err, "");
+    EXPECT_EQ(parsed("get 1 --json"), parsed("get " + base_ + "/big --json"));
+    EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10);
+    EXPECT_EQ(parsed("total --json")["total"], 3);
+    EXPECT_EQ(parsed("thread status --json")["thread"]["running"], true);
     fillBig(120);
     EXPECT_TRUE(told("free, threshold 16M, warning -> fatal"));
     EXPECT_TRUE(told("pass 2"));
+    for (const char *socket : {"work/oxtfs.sock", "run/oxtfs.sock"})
+        EXPECT_TRUE(filesystem::remove(agentPath(socket)));
+    EXPECT_THAT(run("list").err, HasSubstr("Records of process " + std::to_string(watch)));
+    EXPECT_EQ(run("warn 1 5").exit, 3) << "its settings are its own";
     EXPECT_EQ(kill(watch, SIGTERM), 0);
     const Ended ended = finish(watch, "watch");
     EXPECT_EQ(ended.exit, 0) << ended.out << ended.err;
-    EXPECT_EQ(parsed("config --json")["config"][0]["monitorcycle"], 10) << "the cycle stays set";
+    EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10) << "the cycle stays set";
 }
 
 TEST_F(ToolCommand, watchEndsByItselfAndWhenNobodyReads) {
@@ -223,9 +238,10 @@ TEST_F(ToolCommand, aProviderAtWorkIsSeenAndNotDisturbed) {
     EXPECT_EQ(saved.at("mountpoint"), base_ + "/big");
     for (int i = 0; i < 30; ++i) {
         const json peeked = parsed("peek --json");
+        EXPECT_EQ(JsonSchema().problem("peek", peeked), "");
         EXPECT_EQ(peeked.at("filesystems").at(0), saved);
-        EXPECT_EQ(peeked.at("provider").at(0).at("pid"), watch);
-        EXPECT_EQ(peeked.at("provider").at(0).at("monitorcycle"), 10);
+        EXPECT_EQ(peeked.at("provider").at("pid"), watch);
+        EXPECT_EQ(peeked.at("config").at("cycle"), 10);
     }
     EXPECT_EQ(parsed("peek --format json -b").at("filesystems").at(0).at("size"), 134217728);
     EXPECT_THAT(run("peek").out, HasSubstr("process " + std::to_string(watch) + " (oxtfsctl)"));
@@ -246,7 +262,9 @@ TEST_F(ToolCommand, aProviderAtWorkIsSeenAndNotDisturbed) {
     const Ended damaged = run("save");
     EXPECT_EQ(damaged.exit, 1);
     EXPECT_THAT(damaged.out, HasSubstr("rejected: it counts 3 file systems and ends after 0 whole records"));
-    EXPECT_EQ(parsed("save " + saveFile + " --json").at("findings").at(0).at("severity"), "rejected");
+    const json told = parsed("save " + saveFile + " --json");
+    EXPECT_EQ(JsonSchema().problem("save", told), "");
+    EXPECT_EQ(told.at("findings").at(0).at("severity"), "rejected");
     EXPECT_THAT(run("list --format prometheus").out, HasSubstr("oxtfs_filesystems 3\n"));
 }
 

@@ -346,7 +346,7 @@ TEST_F(Trace, ACancelledThreadWritesItsLineAndLeavesNothingLocked) {
     EXPECT_EQ(bodiesOf(kDirectory / "cancel.log").size(), 2U);
 }
 
-TEST_F(Trace, TheBuiltLibraryServesCallersThatUnloadIt) {
+TEST(BuiltTrace, ServesCallersThatUnloadIt) {
     void *const library = dlopen(OXT_AGENT_DIR "lib/libsvtrace.so", RTLD_LAZY);
     ASSERT_NE(library, nullptr) << dlerror();
     const auto select = reinterpret_cast<decltype(&SetFilePath)>(dlsym(library, "SetFilePath"));

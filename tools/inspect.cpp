@@ -1,18 +1,12 @@
 #include "inspect.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <memory>
-#include <new>
-#include <optional>
+#include <ctime>
 #include <utility>
-
-#include <nlohmann/json.hpp>
+#include <vector>
 
 #include "agentDir.h"
+#include "json.h"
 #include "prometheus.h"
 #include "saveFile.h"
 #include "segments.h"
@@ -21,74 +15,38 @@ namespace oxttool {
 
 namespace {
 
-using json = nlohmann::ordered_json;
-
-// What one of the printing functions of table.h writes as JSON.
-json jsonOf(const std::function<void(FILE *)> &print) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *out = open_memstream(&text, &size);
-    if (!out)
-        throw std::bad_alloc();
-    const auto close = [&out] { std::fclose(std::exchange(out, nullptr)); };
-    try {
-        print(out);
-    } catch (...) {
-        close();
-        std::free(text);
-        throw;
-    }
-    close();
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-    return json::parse(text, text + size);
-}
-
-void print(const json &all) {
-    std::printf("%s\n", all.dump(3).c_str());
-}
-
-json tables(const std::string &name, const std::vector<Field> &fields, const std::vector<FileSystem> &all,
-            const Look &look) {
-    json joined = jsonOf([&](FILE *out) { printRecord(out, name, fields, look); });
-    joined.update(jsonOf([&](FILE *out) { printFileSystems(out, all, look); }));
-    return joined;
-}
-
-Field number(const char *name, const std::string &value) {
-    return {name, value, value, Field::Number};
-}
-
-// When the save file was written, with which every pass ends.
-std::optional<double> savedAt() {
-    struct stat saved = {};
-    if (stat((agentDirectory() + "data/" + kSaveFileName).c_str(), &saved) != 0)
-        return std::nullopt;
-    return static_cast<double>(saved.st_mtim.tv_sec) + static_cast<double>(saved.st_mtim.tv_nsec) / 1e9;
+Json jsonOf(const std::string &path, const SaveFile &save, const Look &look) {
+    Json all = {{"save",
+                 {{"file", path},
+                  {"version", save.version},
+                  {"config", save.cycle ? oxttool::jsonOf(*save.cycle) : Json()},
+                  {"total", save.total ? Json(*save.total) : Json()},
+                  {"loads", save.loads()}}}};
+    all.update(oxttool::jsonOf(save.fileSystems, look.unit));
+    all["findings"] = Json::array();
+    for (const SaveFile::Finding &finding : save.findings)
+        all["findings"].push_back({{"severity", finding.rejected ? "rejected" : "odd"}, {"text", finding.text}});
+    return all;
 }
 
 void printSave(const std::string &path, const SaveFile &save, const Look &look) {
-    std::vector<Field> fields = {{"file", path, path}, {"version", save.version, save.version}};
+    if (look.json) {
+        printJson(jsonOf(path, save, look));
+        return;
+    }
+    std::vector<Field> fields = {{"file", path}, {"version", save.version}};
     if (save.cycle) {
         const std::pair<const char *, unsigned> cycles[] = {{"MonitorCycle", save.cycle->seconds},
                                                             {"MonitorCycleMin", save.cycle->least},
                                                             {"MonitorCycleMax", save.cycle->greatest},
                                                             {"MonitorCycleDefault", save.cycle->standard}};
         for (const auto &[name, seconds] : cycles)
-            fields.push_back({name, std::to_string(seconds) + " seconds", std::to_string(seconds), Field::Number});
+            fields.push_back({name, std::to_string(seconds) + " seconds"});
     }
     if (save.total)
-        fields.push_back(number("FileSystemTotalNumber", std::to_string(*save.total)));
-    fields.push_back({"loads", save.loads() ? "yes" : "no: the provider would start with a fresh inventory",
-                      save.loads() ? "1" : "0", Field::Boolean});
-    if (look.json) {
-        json all = tables("save", fields, save.fileSystems, look);
-        all["findings"] = json::array();
-        for (const SaveFile::Finding &finding : save.findings)
-            all["findings"].push_back({{"severity", finding.rejected ? "rejected" : "odd"}, {"text", finding.text}});
-        print(all);
-        return;
-    }
-    printRecord(stdout, "save", fields, look);
+        fields.push_back({"FileSystemTotalNumber", std::to_string(*save.total)});
+    fields.push_back({"loads", save.loads() ? "yes" : "no: the provider would start with a fresh inventory"});
+    printRecord(stdout, fields, look);
     if (!save.fileSystems.empty()) {
         std::printf("\n");
         printFileSystems(stdout, save.fileSystems, look);
@@ -102,23 +60,19 @@ void printSave(const std::string &path, const SaveFile &save, const Look &look) 
 } // namespace
 
 Exit peekCommand(const Options &options) {
-    const std::optional<double> saved = savedAt(); // first, so that it never tells more than the records
     const LiveRecords live = readSegments(agentDirectory());
-    const double updated = saved.value_or(static_cast<double>(live.made));
-    const auto seconds = static_cast<std::time_t>(updated);
+    const std::string measured = utcTime(static_cast<std::time_t>(live.measured));
     if (options.wantsMetrics()) {
-        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, updated}).c_str(), stdout);
+        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, live.measured}).c_str(), stdout);
     } else if (options.look.json) {
-        print(tables("provider",
-                     {number("pid", std::to_string(live.pid)),
-                      {"process", "", live.process},
-                      number("monitorcycle", std::to_string(live.cycle.seconds)),
-                      {"lastupdate", "", utcTime(seconds)}},
-                     live.fileSystems, options.look));
+        Json all = {{"provider", {{"pid", live.pid}, {"process", live.process}, {"measured", measured}}},
+                    {"config", oxttool::jsonOf(live.cycle)}};
+        all.update(oxttool::jsonOf(live.fileSystems, options.look.unit));
+        printJson(all);
     } else {
         const std::string who = live.process.empty() ? "" : " (" + live.process + ")";
         std::printf("Kept by process %d%s, last looked at %s, every %u s.\n\n", static_cast<int>(live.pid), who.c_str(),
-                    utcTime(seconds).c_str(), live.cycle.seconds);
+                    measured.c_str(), live.cycle.seconds);
         printFileSystems(stdout, live.fileSystems, options.look);
     }
     return Exit::Ok;

@@ -10,7 +10,9 @@
 
 #include "agentDir.h"
 #include "lineFile.h"
+#include "shownTraceLine.h"
 #include "traceLine.h"
+#include "traceSetting.h"
 #include "values.h"
 
 namespace oxttool {
@@ -63,6 +65,10 @@ bool pauseUntilNext() {
 } // namespace
 
 Exit logCommand(const Options &options) {
+    if (!options.trace.empty()) {
+        writeTraceSetting(agentDirectory(), options.trace);
+        return Exit::Ok;
+    }
     const unsigned count =
         options.lines.empty() ? kLinesShown : parseNumber(options.lines, 0, kMostLines, "a number of lines");
     const std::string path = agentDirectory() + "log/" + kTraceFileName;

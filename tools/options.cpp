@@ -2,9 +2,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "apply.h"
 #include "commands.h"
 #include "inspect.h"
 #include "log.h"
+#include "settings.h"
 #include "watch.h"
 
 namespace oxttool {
@@ -12,8 +14,8 @@ namespace oxttool {
 namespace {
 
 constexpr const char *kAbout =
-    "Shows and sets what the file-system monitor keeps. Each call hosts the provider inside its own process,\n"
-    "asks it, and lets it save and clean up; peek, save and log host none. No object manager takes part.";
+    "Shows and sets what the file-system monitor keeps. Where a provider is at work, its records are shown; else each\n"
+    "call hosts the provider inside its own process, asks it, and lets it save and clean up.";
 
 constexpr const char *kFooter = R"(Options may stand before or behind the command.
 
@@ -32,6 +34,147 @@ Examples:
 
 Exit codes: 0 done; 1 the provider refused or failed; 2 the command line is wrong; 3 the provider cannot be hosted here
 (library, agent directory, another provider at work), there is nothing to look at, or the output cannot be written.)";
+
+constexpr const char *kCommandFooter = "'oxtfsctl --help' shows the options that every command takes.";
+
+// What several commands take, each with its meaning.
+
+void takeTarget(CLI::App &command, Options &options) {
+    command.add_option("target", options.target, "Index or mount point of the file system")
+        ->required()
+        ->type_name("INDEX|MOUNTPOINT");
+}
+
+void takeFormat(CLI::App &command, Options &options) {
+    command
+        .add_option("--format", options.format,
+                    "A table, JSON as with --json, or metrics in bytes for the node exporter's textfile collector")
+        ->check(CLI::IsMember({"table", "json", "prometheus"}));
+}
+
+void takeThreshold(CLI::App &command, Options &options) {
+    command.add_option("value", options.value, "MiB (512), a unit (512M, 20G, 1T) or a share of the size (10%)")
+        ->required()
+        ->type_name("VALUE");
+}
+
+// What one command takes.
+
+void takeCycle(CLI::App &command, Options &options) {
+    command.add_option("--cycle", options.cycle, "The new cycle in seconds, 10 to 3600")->type_name("SECONDS");
+}
+
+void takeSwitch(CLI::App &command, Options &options) {
+    command.add_option("switch", options.value, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
+}
+
+void takeAction(CLI::App &command, Options &options) {
+    command.add_option("action", options.value, "start, stop or status")
+        ->required()
+        ->check(CLI::IsMember({"start", "stop", "status"}));
+}
+
+void takeWatching(CLI::App &command, Options &options) {
+    command.add_option("--cycle", options.cycle, "Set the cycle first; it stays set")->type_name("SECONDS");
+    command.add_option("--for", options.seconds, "End after so many seconds")->type_name("SECONDS");
+    command.add_option("--listen", options.listen, "Serve metrics and a page for browsers there, read-only")
+        ->type_name("ADDRESS:PORT");
+    command.add_option("--settings", options.settingsFile, "The settings file (default: " + settingsPath() + ")")
+        ->type_name("FILE");
+}
+
+void takeCall(CLI::App &command, Options &options) {
+    command.add_option("class", options.className)->required()->type_name("CLASS");
+    command.add_option("method", options.method)->required()->type_name("METHOD");
+    command.add_option("arguments", options.arguments, "Input arguments")->type_name("NAME=TEXT");
+}
+
+void takeFile(CLI::App &command, Options &options) {
+    command.add_option("file", options.file, "The file (default: the provider's)")->type_name("FILE");
+}
+
+void takeSettings(CLI::App &command, Options &options) {
+    command.add_option("file", options.settingsFile, "The settings file (default: " + settingsPath() + ")")
+        ->type_name("FILE");
+    command.add_flag("--dry-run", options.dryRun, "Show what would change, and change nothing");
+}
+
+void takeLines(CLI::App &command, Options &options) {
+    command.add_flag("-f,--follow", options.follow, "Go on with what is written, until Ctrl-C");
+    command.add_option("-n,--lines", options.lines, "So many lines at first (default: 10)")->type_name("N");
+    command.add_flag("--failures", options.failuresOnly, "Failures alone");
+    command.add_option("--trace", options.trace, "Switch the lines of normal flow on or off, and show nothing")
+        ->check(CLI::IsMember({"on", "off"}));
+}
+
+// A command is a row here and a function: what it takes beside the options of every command, and what ends its help.
+using Take = void (*)(CLI::App &command, Options &options);
+struct Command {
+    const char *name, *about;
+    Exit (*run)(const Options &);
+    Take takes[2];
+    const char *footer;
+};
+constexpr Command kCommands[] = {
+    {"list", "Show all file systems", listCommand, {takeFormat}, kCommandFooter},
+    {"get", "Show every property of one file system", getCommand, {takeTarget}, kCommandFooter},
+    {"config", "Show the monitoring cycle, or set it", configCommand, {takeCycle}, kCommandFooter},
+    {"total", "Show the number of file systems", totalCommand, {}, kCommandFooter},
+    {"monitor",
+     "Switch the monitoring of a file system on or off",
+     monitorCommand,
+     {takeTarget, takeSwitch},
+     kCommandFooter},
+    {"warn",
+     "Set the free space at which a file system's status becomes warning",
+     warnCommand,
+     {takeTarget, takeThreshold},
+     kCommandFooter},
+    {"fatal",
+     "Set the free space at which a file system's status becomes fatal",
+     fatalCommand,
+     {takeTarget, takeThreshold},
+     kCommandFooter},
+    {"thread",
+     "Start, stop or show the monitoring thread",
+     threadCommand,
+     {takeAction},
+     "The thread lives in the process that hosts the provider, so it ends with this command;\n"
+     "'oxtfsctl watch' keeps it."},
+    {"watch",
+     "Monitor in service mode until Ctrl-C",
+     watchCommand,
+     {takeWatching},
+     "The file systems are shown after each pass, alerts as they come. On a terminal the table is drawn\n"
+     "anew; elsewhere each of them is a line."},
+    {"apply",
+     "Set what the rules of the settings file say",
+     applyCommand,
+     {takeSettings},
+     "What was set by hand is replaced, too. What changed is shown; nothing is when all is as the rules say."},
+    {"call", "Call any method of any class and show the answer", callCommand, {takeCall}, kCommandFooter},
+    {"peek",
+     "Show what a provider at work keeps, without asking it",
+     peekCommand,
+     {takeFormat},
+     "The records are read from its shared memory. 'oxtfsctl list' measures by itself instead, where no\n"
+     "provider is at work."},
+    {"save",
+     "Show a save file, and what is wrong with it",
+     saveCommand,
+     {takeFile},
+     "Exit codes: 0 the provider would load it; 1 it would reject it and start with a fresh inventory."},
+    {"log", "Show the end of the trace log", logCommand, {takeLines}, "With --json each line is an object of its own."},
+};
+
+void addCommand(CLI::App &app, Options &options, const Command &command) {
+    CLI::App *added = app.add_subcommand(command.name, command.about);
+    added->callback([&options, &command] { options.command = command.run; });
+    added->footer(command.footer);
+    for (const Take take : command.takes)
+        if (take)
+            take(*added, options);
+}
 
 void addGlobalOptions(CLI::App &app, Options &options) {
     app.add_flag("--json", options.look.json, "Write JSON; sizes are in MiB, or in bytes with --bytes");
@@ -56,96 +199,14 @@ void addGlobalOptions(CLI::App &app, Options &options) {
            },
            "Whose manners the hosting has where object managers differ (default: sfcb)")
         ->check(CLI::IsMember({"sfcb", "standard"}));
-    app.add_flag("--force", options.hosting.force, "Go on although a provider is at work here");
-}
-
-CLI::App *addCommand(CLI::App &app, Options &options, const char *name, const char *about,
-                     Exit (*command)(const Options &)) {
-    auto *sub = app.add_subcommand(name, about);
-    sub->callback([&options, command] { options.command = command; });
-    sub->footer("'oxtfsctl --help' shows the options that every command takes.");
-    return sub;
-}
-
-void addTarget(CLI::App *sub, Options &options) {
-    sub->add_option("target", options.target, "Index or mount point of the file system")
-        ->required()
-        ->type_name("INDEX|MOUNTPOINT");
-}
-
-void addFormat(CLI::App *sub, Options &options) {
-    sub->add_option("--format", options.format,
-                    "A table, JSON as with --json, or metrics in bytes for the node exporter's textfile collector")
-        ->check(CLI::IsMember({"table", "json", "prometheus"}));
+    app.add_flag("--direct", options.hosting.direct, "Host a provider, whoever else could be asked");
+    app.add_flag("--force", options.hosting.force, "Host one even beside a provider at work; settings may be lost");
 }
 
 void checkFormat(Options &options) {
     if (options.look.json && !options.format.empty() && options.format != "json")
         throw Failure(Exit::Usage, "--json and --format " + options.format + " exclude each other.");
     options.look.json |= options.format == "json";
-}
-
-// The commands that look without a provider of their own.
-void addInspection(CLI::App &app, Options &options) {
-    auto *peek = addCommand(app, options, "peek", "Show what a provider at work keeps, without asking it", peekCommand);
-    peek->footer("The records are read from its shared memory. 'oxtfsctl list' measures by itself instead, where no\n"
-                 "provider is at work.");
-    addFormat(peek, options);
-
-    auto *save = addCommand(app, options, "save", "Show a save file, and what is wrong with it", saveCommand);
-    save->add_option("file", options.file, "The file (default: the provider's)")->type_name("FILE");
-    save->footer("Exit codes: 0 the provider would load it; 1 it would reject it and start with a fresh inventory.");
-
-    auto *log = addCommand(app, options, "log", "Show the end of the trace log", logCommand);
-    log->add_flag("-f,--follow", options.follow, "Go on with what is written, until Ctrl-C");
-    log->add_option("-n,--lines", options.lines, "So many lines at first (default: 10)")->type_name("N");
-    log->add_flag("--failures", options.failuresOnly, "Failures alone");
-    log->footer("With --json each line is an object of its own.");
-}
-
-void addCommands(CLI::App &app, Options &options) {
-    addFormat(addCommand(app, options, "list", "Show all file systems", listCommand), options);
-    addTarget(addCommand(app, options, "get", "Show every property of one file system", getCommand), options);
-
-    addCommand(app, options, "config", "Show the monitoring cycle, or set it", configCommand)
-        ->add_option("--cycle", options.cycle, "The new cycle in seconds, 10 to 3600")
-        ->type_name("SECONDS");
-    addCommand(app, options, "total", "Show the number of file systems", totalCommand);
-
-    auto *monitor =
-        addCommand(app, options, "monitor", "Switch the monitoring of a file system on or off", monitorCommand);
-    addTarget(monitor, options);
-    monitor->add_option("switch", options.value, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
-
-    const struct {
-        const char *name, *about;
-        Exit (*command)(const Options &);
-    } thresholds[] = {{"warn", "Set the free space at which a file system's status becomes warning", warnCommand},
-                      {"fatal", "Set the free space at which a file system's status becomes fatal", fatalCommand}};
-    for (const auto &row : thresholds) {
-        auto *threshold = addCommand(app, options, row.name, row.about, row.command);
-        addTarget(threshold, options);
-        threshold->add_option("value", options.value, "MiB (512), a unit (512M, 20G, 1T) or a share of the size (10%)")
-            ->required()
-            ->type_name("VALUE");
-    }
-    auto *thread = addCommand(app, options, "thread", "Start, stop or show the monitoring thread", threadCommand);
-    thread->footer("The thread lives in the process that hosts the provider, so it ends with this command;\n"
-                   "'oxtfsctl watch' keeps it.");
-    thread->add_option("action", options.value, "start, stop or status")
-        ->required()
-        ->check(CLI::IsMember({"start", "stop", "status"}));
-
-    auto *watch = addCommand(app, options, "watch", "Monitor in service mode until Ctrl-C", watchCommand);
-    watch->footer("The file systems are shown after each pass, alerts as they come. On a terminal the table is drawn\n"
-                  "anew; elsewhere each of them is a line.");
-    watch->add_option("--cycle", options.cycle, "Set the cycle first; it stays set")->type_name("SECONDS");
-    watch->add_option("--for", options.seconds, "End after so many seconds")->type_name("SECONDS");
-
-    auto *call = addCommand(app, options, "call", "Call any method of any class and show the answer", callCommand);
-    call->add_option("class", options.className)->required()->type_name("CLASS");
-    call->add_option("method", options.method)->required()->type_name("METHOD");
-    call->add_option("arguments", options.arguments, "Input arguments")->type_name("NAME=TEXT");
 }
 
 } // namespace
@@ -158,8 +219,8 @@ std::optional<Options> parseOptions(int argc, const char *const *argv) {
     app.fallthrough();
     app.require_subcommand(1);
     addGlobalOptions(app, options);
-    addCommands(app, options);
-    addInspection(app, options);
+    for (const Command &command : kCommands)
+        addCommand(app, options, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &problem) {

@@ -24,10 +24,14 @@ struct Options {
     std::vector<std::string> arguments; // of call: name=text
     std::string cycle;                  // seconds
     std::string seconds;                // that watch runs
+    std::vector<std::string> listen;    // addresses of watch
+    std::string settingsFile;           // of watch and apply
     std::string format;                 // "table", "json" or "prometheus"
     std::string file;                   // of save
     std::string lines;                  // of log
     bool follow = false, failuresOnly = false;
+    std::string trace;   // of log: "on" or "off"
+    bool dryRun = false; // of apply
 };
 
 // Nothing when only help or the version was asked for, which is printed then. Throws a usage failure.

@@ -4,11 +4,14 @@
 #include <libsmartcols.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
+
+#include "outlook.h"
 
 namespace oxttool {
 
@@ -24,27 +27,29 @@ void check(int result) {
         throw std::bad_alloc();
 }
 
-TablePtr newTable(FILE *out, const std::string &name, const Look &look) {
+TablePtr newTable(FILE *out, const Look &look) {
     TablePtr table(scols_new_table(), &scols_unref_table);
     if (!table)
         throw std::bad_alloc();
     check(scols_table_set_stream(table.get(), out));
-    check(scols_table_set_name(table.get(), name.c_str()));
-    check(scols_table_enable_json(table.get(), look.json));
     check(scols_table_enable_colors(table.get(), look.colour));
     return table;
 }
 
-void addColumn(libscols_table *table, const std::string &name, int flags, int jsonType) {
-    libscols_column *column = scols_table_new_column(table, name.c_str(), 0, flags);
-    if (!column)
+void addColumn(libscols_table *table, const char *name, int flags) {
+    if (!scols_table_new_column(table, name, 0, flags))
         throw std::bad_alloc();
-    check(scols_column_set_json_type(column, jsonType));
 }
 
-void setCell(libscols_line *line, std::size_t column, const std::string &text, const Look &look,
-             const char *colour = "") {
-    check(scols_line_set_data(line, column, (look.json ? asUtf8(text) : text).c_str()));
+libscols_line *newLine(libscols_table *table) {
+    libscols_line *line = scols_table_new_line(table, nullptr);
+    if (!line)
+        throw std::bad_alloc();
+    return line;
+}
+
+void setCell(libscols_line *line, std::size_t column, const std::string &text, const char *colour = "") {
+    check(scols_line_set_data(line, column, text.c_str()));
     if (*colour != '\0')
         check(scols_cell_set_color(scols_line_get_cell(line, column), colour));
 }
@@ -59,48 +64,43 @@ std::string bar(std::uint64_t percent, const Look &look) {
 }
 
 std::string space(std::uint64_t mib, bool known, const Look &look) {
-    if (look.json)
-        return formatSpace(mib, look.jsonUnit());
     return known ? formatSpace(mib, look.unit) : "-";
 }
 
-// The columns of the table of file systems. Rows of people show "-" for what was not measured or is not in force.
+// The columns of the table of file systems. They show "-" for what was not measured or is not in force.
 struct Column {
     const char *name;
     int flags;
-    int jsonType;
-    bool jsonOnly;
     bool coloured;
     std::string (*text)(const FileSystem &, const Look &);
 };
-constexpr int kNumber = SCOLS_JSON_NUMBER;
 constexpr Column kColumns[] = {
-    {"INDEX", SCOLS_FL_RIGHT, kNumber, false, false, [](const FileSystem &fs, const Look &) { return fs.index; }},
-    {"DEVICE", 0, SCOLS_JSON_STRING, false, false, [](const FileSystem &fs, const Look &) { return fs.device; }},
-    {"MOUNTPOINT", SCOLS_FL_WRAP, SCOLS_JSON_STRING, false, false,
-     [](const FileSystem &fs, const Look &) { return fs.mountPoint; }},
-    {"TYPE", 0, SCOLS_JSON_STRING, false, false, [](const FileSystem &fs, const Look &) { return fs.type; }},
-    {"DRIVE", 0, SCOLS_JSON_STRING, false, false,
-     [](const FileSystem &fs, const Look &) { return std::string(driveName(fs.driveType)); }},
-    {"SIZE", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.sizeMiB, fs.sizeMiB != 0, look); }},
-    {"FREE", SCOLS_FL_RIGHT, kNumber, false, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.freeMiB, fs.sizeMiB != 0, look); }},
-    {"USED", 0, kNumber, false, true,
+    {"INDEX", SCOLS_FL_RIGHT, false, [](const FileSystem &fs, const Look &) { return fs.index; }},
+    {"DEVICE", 0, false, [](const FileSystem &fs, const Look &) { return fs.device; }},
+    {"MOUNTPOINT", SCOLS_FL_WRAP, false, [](const FileSystem &fs, const Look &) { return fs.mountPoint; }},
+    {"TYPE", 0, false, [](const FileSystem &fs, const Look &) { return fs.type; }},
+    {"DRIVE", 0, false, [](const FileSystem &fs, const Look &) { return std::string(driveName(fs.driveType)); }},
+    {"SIZE", SCOLS_FL_RIGHT, false,
+     [](const FileSystem &fs, const Look &look) { return space(fs.sizeMiB, fs.isMeasured(), look); }},
+    {"FREE", SCOLS_FL_RIGHT, false,
+     [](const FileSystem &fs, const Look &look) { return space(fs.freeMiB, fs.isMeasured(), look); }},
+    {"USED", 0, true,
      [](const FileSystem &fs, const Look &look) {
-         if (look.json)
-             return std::to_string(fs.usedPercent());
-         return fs.sizeMiB != 0 ? bar(fs.usedPercent(), look) : std::string("-");
+         return fs.isMeasured() ? bar((1000 - fs.freePermille() + 5) / 10, look) : std::string("-");
      }},
-    {"MONITORED", 0, SCOLS_JSON_BOOLEAN, true, false,
-     [](const FileSystem &fs, const Look &) { return std::string(fs.monitored == 1 ? "1" : "0"); }},
-    {"WARNING", SCOLS_FL_RIGHT, kNumber, false, false,
+    {"WARNING", SCOLS_FL_RIGHT, false,
      [](const FileSystem &fs, const Look &look) { return space(fs.warningMiB, fs.monitored == 1, look); }},
-    {"FATAL", SCOLS_FL_RIGHT, kNumber, false, false,
+    {"FATAL", SCOLS_FL_RIGHT, false,
      [](const FileSystem &fs, const Look &look) { return space(fs.fatalMiB, fs.monitored == 1, look); }},
-    {"STATUS", 0, SCOLS_JSON_STRING, false, true,
-     [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
+    {"STATUS", 0, true, [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
 };
+
+// Of a running monitor alone: nobody else knows how the free space has changed.
+constexpr Column kForecastColumn = {"FULL IN", SCOLS_FL_RIGHT, false, [](const FileSystem &fs, const Look &) {
+                                        const bool known = fs.outlook && fs.outlook->forecast;
+                                        return known ? spokenTime(fs.outlook->forecast->secondsToFull)
+                                                     : std::string("-");
+                                    }};
 
 } // namespace
 
@@ -121,43 +121,36 @@ const char *colourEnd(const Look &look) {
 }
 
 void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look &look) {
-    const TablePtr table = newTable(out, "filesystems", look);
-    for (const Column &column : kColumns)
-        if (look.json || !column.jsonOnly)
-            addColumn(table.get(), column.name, column.flags, column.jsonType);
+    const TablePtr table = newTable(out, look);
+    std::vector<Column> columns(std::begin(kColumns), std::end(kColumns));
+    if (std::any_of(all.begin(), all.end(), [](const FileSystem &fs) { return fs.outlook && fs.outlook->forecast; }))
+        columns.push_back(kForecastColumn);
+    for (const Column &column : columns)
+        addColumn(table.get(), column.name, column.flags);
     for (const FileSystem &fs : all) {
-        libscols_line *line = scols_table_new_line(table.get(), nullptr);
-        if (!line)
-            throw std::bad_alloc();
+        libscols_line *line = newLine(table.get());
         std::size_t cell = 0;
-        for (const Column &column : kColumns)
-            if (look.json || !column.jsonOnly)
-                setCell(line, cell++, column.text(fs, look), look, column.coloured ? colourOf(fs.status, look) : "");
+        for (const Column &column : columns)
+            setCell(line, cell++, column.text(fs, look), column.coloured ? colourOf(fs.status, look) : "");
     }
     check(scols_print_table(table.get()));
 }
 
-void printRecord(FILE *out, const std::string &name, const std::vector<Field> &fields, const Look &look) {
-    constexpr int jsonTypes[] = {SCOLS_JSON_STRING, SCOLS_JSON_NUMBER, SCOLS_JSON_BOOLEAN};
-    const TablePtr table = newTable(out, name, look);
-    if (!look.json) {
-        check(scols_table_enable_noheadings(table.get(), 1));
-        addColumn(table.get(), "name", 0, SCOLS_JSON_STRING);
-        addColumn(table.get(), "value", SCOLS_FL_WRAP, SCOLS_JSON_STRING);
-    }
-    for (std::size_t i = 0; look.json && i < fields.size(); ++i) // all columns come before the first line
-        addColumn(table.get(), fields[i].name, 0, jsonTypes[fields[i].kind]);
-    libscols_line *line = nullptr;
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (!look.json || i == 0)
-            line = scols_table_new_line(table.get(), nullptr);
-        if (!line)
-            throw std::bad_alloc();
-        setCell(line, look.json ? i : 0, look.json ? fields[i].raw : fields[i].name, look);
-        if (!look.json)
-            setCell(line, 1, fields[i].shown, look);
+void printRecord(FILE *out, const std::vector<Field> &fields, const Look &look) {
+    const TablePtr table = newTable(out, look);
+    check(scols_table_enable_noheadings(table.get(), 1));
+    addColumn(table.get(), "name", 0);
+    addColumn(table.get(), "value", SCOLS_FL_WRAP);
+    for (const Field &field : fields) {
+        libscols_line *line = newLine(table.get());
+        setCell(line, 0, field.name);
+        setCell(line, 1, field.value);
     }
     check(scols_print_table(table.get()));
+}
+
+void printJson(const Json &json) {
+    std::printf("%s\n", textOf(json, 3).c_str());
 }
 
 } // namespace oxttool

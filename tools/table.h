@@ -1,4 +1,4 @@
-// What users read: tables for people, JSON for programs.
+// What commands print: tables for people, JSON for programs.
 #ifndef OXT_TOOL_TABLE_H
 #define OXT_TOOL_TABLE_H
 
@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fileSystem.h"
-#include "values.h"
+#include "json.h"
 
 namespace oxttool {
 
@@ -16,7 +15,6 @@ struct Look {
     bool colour = false;
     bool blocks = false; // the output can show block characters
     Unit unit = Unit::Human;
-    Unit jsonUnit() const { return unit == Unit::Human ? Unit::MiB : unit; }
 };
 
 // Colours on a terminal unless NO_COLOR is set to something; block characters where the locale has them.
@@ -26,18 +24,18 @@ void adaptToOutput(Look &look, FILE *out);
 const char *colourOf(std::int64_t status, const Look &look);
 const char *colourEnd(const Look &look);
 
-// One row per file system. JSON: an array "filesystems", sizes as numbers in MiB (in bytes when the unit is bytes).
+// One row per file system.
 void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look &look);
 
-// One value of a record: what people see and what programs read.
 struct Field {
-    enum Kind { Text, Number, Boolean };
-    std::string name, shown, raw;
-    Kind kind = Text;
+    std::string name, value;
 };
 
-// One line per field. JSON: an array `name` with one object.
-void printRecord(FILE *out, const std::string &name, const std::vector<Field> &fields, const Look &look);
+// One line per field.
+void printRecord(FILE *out, const std::vector<Field> &fields, const Look &look);
+
+// On the standard output, indented.
+void printJson(const Json &json);
 
 } // namespace oxttool
 

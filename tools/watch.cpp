@@ -1,32 +1,27 @@
 #include "watch.h"
 
 #include <poll.h>
-#include <sys/inotify.h>
-#include <sys/signalfd.h>
+#include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <ctime>
 #include <deque>
 #include <map>
+#include <optional>
 
 #include "agentDir.h"
-#include "alertFile.h"
+#include "monitor.h"
+#include "monitorSession.h"
 
 namespace oxttool {
 
 namespace {
 
-using oxthost::ServiceMode;
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr const char *kThreadClass = "OXT_FileSystemThread";
 constexpr std::size_t kRecentLines = 10;
 constexpr unsigned kLongestWatch = 30 * 24 * 3600;
 
@@ -34,125 +29,58 @@ std::string now() {
     return utcTime(std::time(nullptr));
 }
 
-std::string spaceOf(const std::string &mib, Unit unit) {
-    char *end = nullptr;
-    const auto amount = std::strtoull(mib.c_str(), &end, 10);
-    return *end == '\0' ? formatSpace(amount, unit) : mib;
+std::string spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
+    return mib ? formatSpace(*mib, unit) : "?";
 }
 
-// What tells that something happened: signals, a written save file (every pass ends with one), a grown alert file.
-struct Events {
-    Events(const std::string &agent, const sigset_t &set)
-        : signals(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK)), files(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-        data = inotify_add_watch(files.get(), (agent + "data").c_str(), IN_MODIFY | IN_CLOSE_WRITE);
-        log = inotify_add_watch(files.get(), (agent + "log").c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO);
-        if (!signals || data < 0 || log < 0)
-            throw Failure(Exit::Environment, std::string("cannot follow the agent directory: ") + std::strerror(errno));
-    }
-    Fd signals, files;
-    int data = -1, log = -1;
-    bool saveChanged = false; // the save file was written and is still open
-};
-
-struct Happened {
-    bool end = false; // a signal came, or nobody reads the output any more
-    bool pass = false, alerts = false;
-};
-
-Happened waitFor(Events &events, milliseconds atMost) {
-    Happened happened;
-    pollfd polled[] = {{events.signals.get(), POLLIN, 0}, {events.files.get(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
-    if (poll(polled, 3, static_cast<int>(atMost.count())) <= 0)
-        return happened;
-    signalfd_siginfo signal;
-    happened.end = read(events.signals.get(), &signal, sizeof signal) > 0 || (polled[2].revents & (POLLERR | POLLHUP));
-    alignas(inotify_event) char buffer[4096];
-    for (ssize_t got; (got = read(events.files.get(), buffer, sizeof buffer)) > 0;) {
-        for (const char *at = buffer; at < buffer + got;) {
-            inotify_event event;
-            std::memcpy(&event, at, sizeof event);
-            const char *name = event.len != 0 ? at + sizeof event : "";
-            if (event.wd == events.data && std::strcmp(name, kSaveFileName) == 0) {
-                happened.pass |= events.saveChanged && (event.mask & IN_CLOSE_WRITE);
-                events.saveChanged = (event.mask & IN_MODIFY) != 0; // closed unchanged: it was only loaded
-            }
-            happened.alerts |= event.wd == events.log && std::strcmp(name, kAlertFileName) == 0;
-            if (event.mask & IN_Q_OVERFLOW)
-                happened.pass = happened.alerts = true;
-            at += sizeof event + event.len;
-        }
-    }
-    return happened;
-}
-
-class Watch {
+class Watch : public Audience {
   public:
-    Watch(Session &session, const Options &options)
-        : session_(session), look_(options.look), redraw_(isatty(STDOUT_FILENO)),
-          alertFile_(agentDirectory() + "log/" + kAlertFileName), events_(agentDirectory(), session.heldSignals()) {}
-    void run(std::optional<seconds> duration);
+    explicit Watch(const Options &options) : look_(options.look), redraw_(isatty(STDOUT_FILENO) != 0) {}
+    void passed(const View &view) override;
+    void alerted(const Alert &alert, const View *view) override;
+    void said(const std::string &line) override;
+    void addTo(std::vector<pollfd> &polled) override { polled.push_back({STDOUT_FILENO, 0, 0}); }
+    // Nobody reads the output any more: the watch is over.
+    bool handle(const std::vector<pollfd> &polled, std::size_t first) override {
+        return (polled[first].revents & (POLLERR | POLLHUP)) == 0 && !std::ferror(stdout);
+    }
 
   private:
     using Identity = std::pair<std::string, std::string>; // device and mount point
 
-    void showAlerts();
-    void showPass(bool finished);
     void showChanges(const std::vector<FileSystem> &all);
     void say(const std::string &line);
-    void draw(const std::vector<FileSystem> &all);
+    void draw(const View &view);
 
-    Session &session_;
     const Look look_;
-    const bool redraw_; // a terminal gets the table anew, anything else gets lines
-    AlertFile alertFile_;
-    Events events_;
+    const bool redraw_;                         // a terminal gets the table anew, anything else gets lines
     std::map<Identity, std::int64_t> statuses_; // last told to the user
     std::deque<std::string> recent_;            // lines below a redrawn table
-    unsigned passes_ = 0;
-    seconds cycle_{1}; // until the first pass has told it
+    bool looked_ = false;
 };
 
-void Watch::run(std::optional<seconds> duration) {
-    const auto end = duration ? Clock::now() + *duration : Clock::time_point::max();
-    session_.invoke(kThreadClass, "StartMonitoringThread");
-    auto shownAt = Clock::now();
-    while (Clock::now() < end && !std::ferror(stdout)) {
-        const auto stale = shownAt + cycle_ + seconds(1);
-        const auto wait = std::chrono::ceil<milliseconds>(std::min(stale, end) - Clock::now());
-        const Happened happened = waitFor(events_, std::max(wait, milliseconds(0)));
-        if (happened.alerts || happened.pass)
-            showAlerts();
-        // A pass that fails before it saves shows itself by the missing save only.
-        if (happened.pass || Clock::now() >= stale) {
-            showPass(happened.pass);
-            shownAt = Clock::now();
-        }
-        if (happened.end)
-            break;
-        std::fflush(stdout);
+void Watch::alerted(const Alert &alert, const View *) {
+    std::string line = alert.time + " alert " + alert.severity + ": ";
+    if (!alert.newStatus) {
+        say(line + alert.event);
+        return;
     }
-    session_.invoke(kThreadClass, "StopMonitoringThread");
+    line += alert.mountPoint + " (" + alert.device + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
+            spaceOf(alert.sizeMiB, look_.unit) + " free, ";
+    if (alert.thresholdMiB)
+        line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
+    const Identity identity(alert.device, alert.mountPoint);
+    const auto known = statuses_.find(identity);
+    // The status from before this watch is the provider's own; a file system that comes up later is new.
+    line += known != statuses_.end() ? statusName(known->second) : looked_ ? "new" : "before";
+    line += std::string(" -> ") + statusName(*alert.newStatus);
+    statuses_[identity] = *alert.newStatus;
+    say(line);
 }
 
-void Watch::showAlerts() {
-    for (const Alert &alert : alertFile_.read()) {
-        std::string line = alert.time + " alert " + alert.severity + ": ";
-        if (!alert.newStatus) {
-            say(line + alert.event);
-            continue;
-        }
-        line += alert.mountPoint + " (" + alert.device + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
-                spaceOf(alert.sizeMiB, look_.unit) + " free, ";
-        if (!alert.thresholdMiB.empty())
-            line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
-        const Identity identity(alert.device, alert.mountPoint);
-        const auto known = statuses_.find(identity);
-        // The status from before this watch is the provider's own; a file system that comes up later is new.
-        line += known != statuses_.end() ? statusName(known->second) : passes_ == 0 ? "before" : "new";
-        line += std::string(" -> ") + statusName(*alert.newStatus);
-        statuses_[identity] = *alert.newStatus;
-        say(line);
-    }
+void Watch::said(const std::string &line) {
+    if (redraw_) // its place on the error stream is drawn over
+        say(now() + " " + line);
 }
 
 // Status changes that no alert told: to and from "not monitored", and all of them where the agent's own alert library
@@ -170,26 +98,24 @@ void Watch::showChanges(const std::vector<FileSystem> &all) {
     statuses_ = std::move(current);
 }
 
-void Watch::showPass(bool finished) {
-    std::vector<FileSystem> all;
-    for (const auto &instance : session_.enumerate("OXT_FileSystem"))
-        all.push_back(fileSystemOf(instance));
-    if (const auto config = session_.get("OXT_FileSystemConfig"); const auto *cycle = config.find("MonitorCycle"))
-        cycle_ = seconds(std::max<std::int64_t>(cycle->number, 1));
-    showChanges(all);
-    passes_ += finished ? 1 : 0;
+void Watch::passed(const View &view) {
+    showChanges(view.fileSystems);
+    looked_ = true;
     if (redraw_) {
-        draw(all);
+        draw(view);
         return;
     }
     const std::string time = now();
-    std::printf("%s pass %u%s: %zu file systems, every %lld s\n", time.c_str(), passes_, finished ? "" : " again",
-                all.size(), static_cast<long long>(cycle_.count()));
-    for (const FileSystem &fs : all)
+    const bool failed = !view.passes.failing.empty();
+    std::printf("%s pass %lu%s: %zu file systems, every %u s\n", time.c_str(),
+                view.passes.succeeded + view.passes.failed, failed ? " failed" : "", view.fileSystems.size(),
+                view.cycle.seconds);
+    for (const FileSystem &fs : view.fileSystems)
         std::printf("%s file system %s: %s (%s) %s of %s free, %s\n", time.c_str(), fs.index.c_str(),
                     printable(fs.mountPoint).c_str(), printable(fs.device).c_str(),
                     formatSpace(fs.freeMiB, look_.unit).c_str(), formatSpace(fs.sizeMiB, look_.unit).c_str(),
                     statusName(fs.status));
+    std::fflush(stdout);
 }
 
 void Watch::say(const std::string &line) {
@@ -197,40 +123,41 @@ void Watch::say(const std::string &line) {
     if (recent_.size() > kRecentLines)
         recent_.pop_front();
     std::printf("%s\n", recent_.back().c_str());
+    std::fflush(stdout);
 }
 
-void Watch::draw(const std::vector<FileSystem> &all) {
+void Watch::draw(const View &view) {
     std::fputs("\033[H\033[2J", stdout);
-    std::printf("Pass %u at %s, every %lld s. Ctrl-C ends.\n\n", passes_, now().c_str(),
-                static_cast<long long>(cycle_.count()));
-    printFileSystems(stdout, all, look_);
+    std::printf("Pass %lu at %s, every %u s. Ctrl-C ends.\n\n", view.passes.succeeded + view.passes.failed,
+                now().c_str(), view.cycle.seconds);
+    printFileSystems(stdout, view.fileSystems, look_);
     std::fputs("\n", stdout);
     for (const std::string &line : recent_)
         std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
 }
 
 } // namespace
 
 Exit watchCommand(const Options &options) {
-    std::optional<seconds> duration;
+    MonitorOptions monitor;
+    monitor.orders.hosting = options.hosting;
+    monitor.orders.settingsFile = options.settingsFile;
     if (!options.seconds.empty())
-        duration = seconds(parseNumber(options.seconds, 1, kLongestWatch, "a time in seconds"));
+        monitor.duration = seconds(parseNumber(options.seconds, 1, kLongestWatch, "a time in seconds"));
+    if (!options.cycle.empty()) // what fits is the provider's to judge
+        monitor.orders.cycle = parseNumber(options.cycle, 0, 65535, "a cycle in seconds");
+    for (const std::string &address : options.listen)
+        monitor.listen.push_back(parseListenAddress(address));
     if (options.look.json)
         throw Failure(Exit::Usage, "watch writes lines, not JSON.\nUse 'oxtfsctl list --json' for the present state.");
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        monitor.foreground |= isatty(fd) != 0;
     signal(SIGPIPE, SIG_IGN); // a closed output ends the watch in order
-    if (!options.cycle.empty()) {
-        parseNumber(options.cycle, 0, 65535, "a cycle in seconds");
-        // Set in a life of its own: the thread's first sleep would still take the old cycle.
-        Hosting hosting = options.hosting;
-        hosting.serviceMode = ServiceMode::off();
-        Session setting(hosting, ServiceMode::off());
-        setting.invoke("OXT_FileSystemConfig", "SetMonitorCycle", {{"MonitorCycle", options.cycle}});
-        setting.close();
-    }
-    Session session(options.hosting, ServiceMode::on());
-    Watch(session, options).run(duration);
-    session.close();
-    return Exit::Ok;
+    Watch watch(options);
+    const bool own = monitor.orders.cycle || !monitor.listen.empty() || !options.settingsFile.empty();
+    return !own && MonitorSession::find(agentDirectory()) ? followMonitor(monitor.duration, watch)
+                                                          : runMonitor(monitor, watch);
 }
 
 } // namespace oxttool

@@ -1,0 +1,113 @@
+#include "passSigns.h"
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "agentDir.h"
+#include "failure.h"
+#include "records.h"
+#include "traceLine.h"
+#include "values.h"
+
+namespace oxttool {
+
+namespace {
+
+constexpr std::size_t kVersionBytes = 30; // in front of the records
+constexpr std::uint32_t kSaveEvents = IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+
+// The watch thread's line behind a failed pass.
+constexpr const char *kThreadFunction = "fsWatchThread";
+constexpr const char *kFailedPass = "fsCheckConfigChange() Failure!!";
+
+} // namespace
+
+SaveSigns::SaveSigns(const std::string &root)
+    : directory_(root + "data"), events_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    find();
+    if (isLost())
+        throw Failure(Exit::Environment, "cannot follow " + directory_ + ": " + std::strerror(errno));
+}
+
+void SaveSigns::find() {
+    watch_ = inotify_add_watch(events_.get(), directory_.c_str(), kSaveEvents);
+    changed_ = false;
+}
+
+unsigned SaveSigns::writes() {
+    unsigned count = 0;
+    alignas(inotify_event) char buffer[4096];
+    for (ssize_t got; (got = read(events_.get(), buffer, sizeof buffer)) > 0;) {
+        for (const char *at = buffer; at < buffer + got;) {
+            inotify_event event;
+            std::memcpy(&event, at, sizeof event);
+            const char *name = event.len != 0 ? at + sizeof event : "";
+            at += sizeof event + event.len;
+            if (event.wd != watch_)
+                continue; // of a directory that was given up
+            if (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) {
+                inotify_rm_watch(events_.get(), watch_);
+                watch_ = -1;
+            } else if (std::strcmp(name, kSaveFileName) == 0) {
+                count += changed_ && (event.mask & IN_CLOSE_WRITE) ? 1 : 0; // closed unchanged, it was only loaded
+                changed_ = (event.mask & IN_MODIFY) != 0;
+            }
+        }
+    }
+    if (isLost())
+        find();
+    return count;
+}
+
+bool isSaveWhole(const std::string &root) {
+    const Fd file(open((root + "data/" + kSaveFileName).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    char head[kVersionBytes + kConfigBytes + kTotalBytes];
+    struct stat state = {};
+    if (!file || fstat(file.get(), &state) != 0 ||
+        read(file.get(), head, sizeof head) != static_cast<ssize_t>(sizeof head))
+        return false;
+    const unsigned count = totalOf(ByteView(head, sizeof head).substr(kVersionBytes + kConfigBytes));
+    return static_cast<std::uint64_t>(state.st_size) >= sizeof head + std::uint64_t{count} * kFileSystemBytes;
+}
+
+TraceSigns::TraceSigns(const std::string &root) : lines_(root + "log/" + kTraceFileName, LineFile::End) {}
+
+std::optional<std::string> TraceSigns::failedPass(std::time_t since) {
+    const std::string earliest = utcTime(since).substr(0, 19); // the lines' times have milliseconds behind it
+    std::map<int, std::string> first;                          // failure of each thread
+    std::optional<std::string> reason;
+    lines_.read([&](const std::string &text) {
+        const TraceLine line = parseTraceLine(text);
+        if (!line.parsed || line.process != getpid() || !line.isFailure() || line.time.compare(0, 19, earliest) < 0)
+            return;
+        if (line.function == kThreadFunction && line.text == kFailedPass) {
+            const auto cause = first.find(line.thread);
+            reason = cause != first.end() ? cause->second : line.text;
+            first.clear();
+        } else {
+            first.emplace(line.thread, explainedFailure(line.text));
+        }
+    });
+    return reason;
+}
+
+std::string explainedFailure(const std::string &text) {
+    std::string plain = text.rfind("_OUT_ ", 0) == 0 ? text.substr(6) : text;
+    for (const char *word : {"err=[", "errno=["}) {
+        const std::size_t at = plain.find(word);
+        const int number = at == std::string::npos ? 0 : std::atoi(plain.c_str() + at + std::strlen(word));
+        if (number > 0)
+            return printable(plain) + " (" + std::strerror(number) + ")";
+    }
+    return printable(plain);
+}
+
+} // namespace oxttool

@@ -1,0 +1,69 @@
+#include "recordSession.h"
+
+#include <utility>
+
+#include "failure.h"
+#include "instances.h"
+#include "values.h"
+
+namespace oxttool {
+
+using oxthost::Instance;
+using oxthost::Reply;
+
+namespace {
+
+LiveRecords recordsOf(const ProviderAtWork &provider) {
+    try {
+        return readSegments(agentDirectory());
+    } catch (const Failure &failure) {
+        throw Failure(failure.exitCode,
+                      "the records of the provider in " + nameOf(provider) + " cannot be shown: " + failure.what());
+    }
+}
+
+} // namespace
+
+RecordSession::RecordSession(ProviderAtWork provider)
+    : provider_(std::move(provider)), records_(recordsOf(provider_)) {}
+
+Reply RecordSession::enumInstances(const std::string &className) {
+    Reply reply;
+    if (className == kFileSystemClass)
+        for (const FileSystem &fs : records_.fileSystems)
+            reply.instances.push_back(instanceOf(fs));
+    else if (className == kConfigClass)
+        reply.instances.push_back(instanceOf(records_.cycle));
+    else if (className == kTotalClass)
+        reply.instances.push_back(instanceOfTotal(static_cast<unsigned>(records_.fileSystems.size())));
+    else if (className == kThreadClass)
+        reply.instances.push_back(instanceOfThread(std::nullopt)); // the records do not tell
+    return reply;
+}
+
+Reply RecordSession::getInstance(const std::string &className, const Keys &keys) {
+    Reply reply = enumInstances(className);
+    if (className == kFileSystemClass) {
+        std::vector<Instance> all = std::move(reply.instances);
+        reply.instances.clear();
+        for (Instance &instance : all)
+            if (!keys.empty() && instance.keys.front().second.text == keys.front().second.text)
+                reply.instances.push_back(std::move(instance));
+    }
+    if (reply.instances.empty()) {
+        reply.rc = CMPI_RC_ERR_NOT_FOUND;
+        reply.message = "NotFound Index"; // as the provider says it
+    }
+    return reply;
+}
+
+Reply RecordSession::call(const std::string &, const std::string &, const Arguments &) {
+    throw Failure(Exit::Environment, describe(provider_));
+}
+
+std::string RecordSession::source() const {
+    return "Records of " + nameOf(provider_) + ", measured at " + utcTime(static_cast<std::time_t>(records_.measured)) +
+           ", cycle " + std::to_string(records_.cycle.seconds) + " s.";
+}
+
+} // namespace oxttool

@@ -1,0 +1,30 @@
+// What the provider of another process keeps in shared memory, asked as if it were the provider: it answers what its
+// records tell. They are read once, when the session begins.
+#ifndef OXT_MONITOR_RECORDSESSION_H
+#define OXT_MONITOR_RECORDSESSION_H
+
+#include "agentDir.h"
+#include "segments.h"
+#include "session.h"
+
+namespace oxttool {
+
+class RecordSession : public Session {
+  public:
+    // Throws an environment failure when the records cannot be had.
+    explicit RecordSession(ProviderAtWork provider);
+
+    oxthost::Reply getInstance(const std::string &className, const Keys &keys) override;
+    oxthost::Reply enumInstances(const std::string &className) override;
+    // A change is up to the provider itself: throws an environment failure that says so.
+    oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
+    std::string source() const override;
+
+  private:
+    ProviderAtWork provider_;
+    LiveRecords records_;
+};
+
+} // namespace oxttool
+
+#endif

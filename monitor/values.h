@@ -1,0 +1,52 @@
+// Values as users write and read them: amounts of space, indexes, codes, texts. All pure.
+#ifndef OXT_MONITOR_VALUES_H
+#define OXT_MONITOR_VALUES_H
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "oxtHost.h"
+
+namespace oxttool {
+
+enum class Unit { Human, MiB, Bytes };
+
+// An amount of free space: so many MiB, or a share of a file system's size.
+struct Amount {
+    std::uint64_t mib = 0;
+    double percent = -1;                           // -1: not a share
+    std::uint64_t of(std::uint64_t sizeMiB) const; // in MiB, rounded down
+};
+
+// "512", "512M", "1.5G", "1T" or "10%". Throws a usage failure for anything else, and for more MiB than the provider
+// can take.
+Amount parseAmount(const std::string &text);
+
+// A whole number from lowest to highest, digits only; throws a usage failure that calls it by `what`.
+unsigned parseNumber(const std::string &text, unsigned lowest, unsigned highest, const std::string &what);
+
+// True when a command's target is an index rather than a mount point.
+bool isIndex(const std::string &target);
+
+// "on", "off", "fail" or a byte; throws a usage failure.
+oxthost::ServiceMode parseServiceMode(const std::string &text);
+
+std::string formatSpace(std::uint64_t mib, Unit unit);
+
+// As 2031-01-05T07:08:09Z.
+std::string utcTime(std::time_t time);
+
+// The words for the provider's codes; "unknown" for any code without one.
+const char *driveName(std::int64_t driveType);
+const char *statusName(std::int64_t freeSpaceStatus);
+
+// The bytes as UTF-8, each sequence that is none replaced by U+FFFD.
+std::string asUtf8(const std::string &text);
+
+// The same with every control character replaced by "?", safe to write to a terminal.
+std::string printable(const std::string &text);
+
+} // namespace oxttool
+
+#endif

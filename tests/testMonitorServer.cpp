@@ -1,0 +1,276 @@
+// What a monitor answers, to whom, and the bounds of its connections.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "api.h"
+#include "golden.h"
+#include "monitorSamples.h"
+#include "monitorState.h"
+#include "page.h"
+#include "socketFile.h"
+#include "viewText.h"
+
+namespace {
+
+using namespace oxttool;
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+ViewPointer odd() {
+    auto view = std::make_shared<View>();
+    FileSystem fs = fileSystem("/<script>alert('\"&\")\n\xff\xc2\x9b", 1000, 250);
+    fs.status = 2;
+    fs.outlook = Outlook{Forecast{100, 9000}, "no rule", "by hand", "the rule in line 3"};
+    view->fileSystems = {fs, fileSystem("/plain", 1000, 900)};
+    view->curves = {minutes(60, [](int ago) { return 250 + 5 * ago; }), {}};
+    view->cycle = {60, 10, 3600, 60};
+    view->passes.succeeded = 3;
+    view->passes.next = Passes::Clock::now() + seconds(60);
+    view->alerts = {
+        "rubbish",
+        R"({"eventId":"0x800403E9","time":"T","mountPoint":"</td><b>","device":"d","availableMiB":1,"sizeMiB":2})"};
+    return view;
+}
+
+TEST(MonitorAnswers, hostileNamesStayNames) {
+    const ViewPointer view = odd();
+    const std::string page = pageText(*view, false, "abc");
+    EXPECT_EQ(page.find("<script>alert"), std::string::npos);
+    EXPECT_EQ(page.find("</td><b>"), std::string::npos);
+    EXPECT_EQ(page.find('\xff'), std::string::npos);
+    EXPECT_THAT(page, HasSubstr("/&lt;script&gt;alert(&#39;&quot;&amp;&quot;)"));
+    EXPECT_THAT(page, HasSubstr("2 h 30 min"));
+    EXPECT_THAT(page, HasSubstr("role=\"alert\">The monitor's looks"));
+    EXPECT_LT(page.find("25 %"), page.find("/plain")) << "the worst first";
+    EXPECT_THAT(metricsText(*view, false), HasSubstr("oxtfs_monitor_up 0\n"));
+    EXPECT_THAT(metricsText(*view, true), HasSubstr("oxtfs_filesystem_full_seconds{device=\"/dev/<script>"));
+    EXPECT_THAT(alertsText(*view), HasSubstr("</td><b>"));
+    const MonitorState told = parseState(stateText(*view, true));
+    EXPECT_EQ(told.fileSystems[0].mountPoint, view->fileSystems[0].mountPoint) << "every byte of it";
+    EXPECT_EQ(told.fileSystems[0].outlook->warningBy, "by hand");
+    EXPECT_EQ(told.fileSystems[0].outlook->forecast->secondsToFull, 9000);
+    EXPECT_FALSE(told.fileSystems[1].outlook->forecast);
+    EXPECT_EQ(told.cycle.greatest, 3600u);
+    EXPECT_THAT(problemOf([] { parseState("{}"); }), HasSubstr("another language"));
+}
+
+// The page as a browser has it, without the server.
+TEST(MonitorAnswers, thePageInABrowser) {
+    if (std::system("command -v chromium >/dev/null") != 0)
+        GTEST_SKIP() << "needs chromium";
+    char name[] = "/tmp/oxtpageXXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    const std::string directory = name;
+    for (const int count : {1, 40, 1000}) {
+        View view = *odd();
+        view.fileSystems.resize(1);
+        for (int i = 1; i < count; ++i)
+            view.fileSystems.push_back(fileSystem("/f" + std::to_string(i) + " \u202e<i>&amp;\t", 1000, 500));
+        view.curves.resize(view.fileSystems.size());
+        std::ofstream(directory + "/page.html") << pageText(view, true, "abc");
+        const std::string command = "timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic "
+                                    "--no-first-run --disable-background-networking --disable-component-update "
+                                    "--disable-sync --user-data-dir=" +
+                                    directory + "/profile --dump-dom file://" + directory + "/page.html >" + directory +
+                                    "/dom 2>/dev/null";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        const std::string dom = fileContent(directory + "/dom");
+        std::size_t rows = 0;
+        for (std::size_t at = 0; (at = dom.find("<th scope=\"row\">", at)) != std::string::npos; ++at)
+            ++rows;
+        EXPECT_EQ(rows, static_cast<std::size_t>(count));
+        EXPECT_THAT(dom, HasSubstr("/&lt;script&gt;alert('\"&amp;\")"));
+        EXPECT_THAT(dom, HasSubstr("<p>" + std::to_string(count) + " file system"));
+        EXPECT_THAT(dom, Not(HasSubstr("<i>")));
+    }
+    std::filesystem::remove_all(directory);
+}
+
+TEST(MonitorAnswers, whoMayAskWhat) {
+    std::vector<std::string> ordered;
+    Api api({[&](HttpServer::Id, ProviderWorker::MethodCall call) {
+                 ordered.push_back(call.className + "." + call.method);
+                 for (const auto &[name, text] : call.arguments)
+                     ordered.push_back(name + "=" + text);
+             },
+             [&](HttpServer::Id) { ordered.push_back("reload"); }});
+    const Client root{true, false, false}, user{false, false, false}, tcp{false, true, false}, local{false, true, true};
+    const std::string call = R"({"class":"C","method":"M","arguments":[["a","b\u00ff"]]})";
+    const auto status = [&](const Client &client, const std::string &method, const std::string &target,
+                            const std::string &body = "", const std::string &host = "localhost:1") {
+        const auto response = api.answer({method, target, host, body}, client, 1);
+        return response ? response->status : 0; // 0: later
+    };
+    EXPECT_EQ(status(root, "GET", "/metrics"), 503) << "before the first pass";
+    api.show(odd());
+    for (const char *target : {"/", "/metrics", "/healthz", "/api/v1/filesystems", "/api/v1/alerts", "/?x=1"})
+        for (const Client &client : {root, user, tcp, local}) {
+            EXPECT_EQ(status(client, "GET", target), 200) << target;
+            EXPECT_EQ(status(client, "POST", target), 405) << target;
+        }
+    EXPECT_EQ(status(user, "GET", "/api/v1/state"), 200);
+    EXPECT_EQ(status(tcp, "GET", "/api/v1/state"), 404);
+    EXPECT_EQ(status(tcp, "GET", "/nothing"), 404);
+    EXPECT_EQ(status(local, "GET", "/", "", "evil.example:9633"), 421) << "a name that was made to lead here";
+    EXPECT_EQ(status(local, "GET", "/", "", "[::1]:9633"), 200);
+    EXPECT_EQ(status(tcp, "GET", "/", "", "server.example:9633"), 200);
+    for (const Client &client : {tcp, local})
+        EXPECT_EQ(status(client, "POST", "/api/v1/call", call), 404);
+    EXPECT_EQ(status(user, "POST", "/api/v1/call", call), 403);
+    EXPECT_EQ(status(user, "POST", "/api/v1/reload"), 403);
+    EXPECT_EQ(status(root, "GET", "/api/v1/call"), 405);
+    for (const char *wrong : {"", "[]", "{\"class\":1}", "{\"class\":\"\u4e00\",\"method\":\"M\",\"arguments\":[]}"})
+        EXPECT_EQ(status(root, "POST", "/api/v1/call", wrong), 400) << wrong;
+    EXPECT_EQ(status(root, "POST", "/api/v1/call", R"({"class":"C","method":"StopMonitoringThread","arguments":[]})"),
+              409);
+    EXPECT_THAT(ordered, IsEmpty());
+    EXPECT_EQ(status(root, "POST", "/api/v1/call", call), 0);
+    EXPECT_EQ(status(root, "POST", "/api/v1/reload"), 0);
+    EXPECT_THAT(ordered, ElementsAre("C.M", "a=b\xff", "reload"));
+}
+
+// The server in a directory of its own, polled by the test, with clients of every bad kind.
+class MonitorServer : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char name[] = "/tmp/oxtmonitorXXXXXX";
+        ASSERT_NE(mkdtemp(name), nullptr);
+        directory_ = name;
+        file_ = std::make_unique<SocketFile>(directory_);
+        server_.listenOn(file_->get());
+    }
+    void TearDown() override {
+        file_.reset();
+        EXPECT_TRUE(std::filesystem::is_empty(directory_));
+        std::filesystem::remove_all(directory_);
+    }
+    void poll(int times = 1) {
+        for (int i = 0; i < times; ++i) {
+            std::vector<pollfd> polled;
+            server_.addTo(polled);
+            ::poll(polled.data(), polled.size(), 0);
+            server_.handle(polled, 0);
+        }
+    }
+    Fd client(const std::string &text = "") {
+        Fd socket = connectTo(directory_);
+        EXPECT_TRUE(socket);
+        if (!text.empty()) {
+            EXPECT_EQ(send(socket.get(), text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+        }
+        return socket;
+    }
+    // The status line's number; 0 when the connection was closed without one, -1 when nothing has come.
+    static int statusAt(const Fd &socket) {
+        char text[64] = {};
+        const ssize_t got = recv(socket.get(), text, sizeof text - 1, MSG_DONTWAIT);
+        return got < 0 ? errno == EAGAIN ? -1 : 0 : got == 0 ? 0 : std::atoi(text + std::strlen("HTTP/1.1 "));
+    }
+    std::string directory_;
+    std::string lastTarget_;
+    HttpServer server_{[this](const HttpRequest &request, const Client &, HttpServer::Id id) {
+        lastTarget_ = request.target;
+        lastId_ = id;
+        HttpResponse response;
+        response.body = std::make_shared<std::string>(request.target == "/large" ? 8 * 1024 * 1024 : 10, 'x');
+        return request.target == "/later" ? std::nullopt : std::optional(response);
+    }};
+    HttpServer::Id lastId_ = 0;
+    std::unique_ptr<SocketFile> file_;
+    const std::string get_ = "GET / HTTP/1.1\r\nHost: a\r\n\r\n";
+};
+
+TEST_F(MonitorServer, brokenAndOversizedRequestsAreRefused) {
+    const std::string post = "POST / HTTP/1.1\r\nHost: a\r\n";
+    const struct {
+        std::string text;
+        int status; // -1: it waits for the rest
+    } cases[] = {
+        {get_, 200},
+        {"GET / HTTP/1.0\r\n\r\n", 200},
+        {get_.substr(0, get_.size() - 2), -1},
+        {"rubbish\r\n\r\n", 400},
+        {std::string("\0\xff\r\n", 4), 400},
+        {"GET http://elsewhere/ HTTP/1.1\r\n\r\n", 400},
+        {"GET / HTTP/1.1\r\nA: " + std::string(9000, 'b') + "\r\n\r\n", 431},
+        {"GET /" + std::string(9000, 'b'), 431},
+        {post + "Content-Length: 70000\r\n\r\n", 413},
+        {post + "Content-Length: 99999999999999999999\r\n\r\n", 400},
+        {post + "Content-Length: 1\r\nContent-Length: 2\r\n\r\nxx", 400},
+        {post + "Transfer-Encoding: chunked\r\n\r\n2\r\nxx\r\n0\r\n\r\n", 200},
+        {post + "Transfer-Encoding: chunked\r\n\r\nfffffffff\r\n", 413},
+        {post + "Transfer-Encoding: chunked\r\n\r\nx\r\n", 400},
+        {post + "Content-Length: 2\r\n\r\nx", -1},
+    };
+    for (const auto &row : cases) {
+        const Fd socket = client(row.text);
+        poll(4);
+        EXPECT_EQ(statusAt(socket), row.status) << row.text.substr(0, 80);
+    }
+    Fd slow = client();
+    for (const char byte : get_) {
+        EXPECT_EQ(statusAt(slow), -1);
+        send(slow.get(), &byte, 1, 0);
+        poll(2);
+    }
+    EXPECT_EQ(statusAt(slow), 200) << "byte by byte";
+}
+
+TEST_F(MonitorServer, aCrowdLeavesRoomForTheNextAndHoldsNobodyUp) {
+    const Fd silent = client();
+    poll();
+    ASSERT_TRUE(server_.nextDeadline());
+    EXPECT_LE(*server_.nextDeadline(), seconds(15)) << "nobody stays for ever";
+    std::vector<Fd> crowd; // that says nothing, or half of something, or reads nothing
+    for (int i = 0; i < 200; ++i, poll())
+        crowd.push_back(client(i % 3 == 0 ? "" : i % 3 == 1 ? "GET / HT" : "GET /large HTTP/1.1\r\n\r\n"));
+    poll(20);
+    EXPECT_LE(server_.connections(), 64u);
+    const Fd next = client(get_);
+    poll(2);
+    EXPECT_EQ(statusAt(next), 200);
+    const Fd later = client("GET /later HTTP/1.1\r\n\r\n");
+    poll(2);
+    EXPECT_EQ(lastTarget_, "/later");
+    const auto id = lastId_;
+    for (int i = 0; i < 200; ++i, poll())
+        crowd.push_back(client("GET / HT"));
+    server_.answer(id, errorResponse(404, "x"));
+    EXPECT_EQ(statusAt(later), 404) << "whoever waits for the provider does not give way";
+    server_.answer(id, errorResponse(404, "x"));
+    server_.answer(12345, errorResponse(404, "x"));
+}
+
+TEST_F(MonitorServer, aSocketIsMadeSafely) {
+    EXPECT_THAT(problemOf([this] { SocketFile{directory_}; }), HasSubstr("a monitor is running"));
+    const std::string other = directory_ + "/" + std::string(150, 'd'); // longer than an address
+    std::filesystem::create_directory(other);
+    {
+        SocketFile dead(other);
+        const SocketFile moved(std::move(dead));
+        EXPECT_TRUE(connectTo(other));
+        std::filesystem::rename(other + "/oxtfs.sock", other + "/kept");
+    }
+    std::filesystem::rename(other + "/kept", other + "/oxtfs.sock");
+    EXPECT_FALSE(connectTo(other)) << "nobody listens any more";
+    {
+        const SocketFile replaced(other);
+        EXPECT_TRUE(connectTo(other));
+        EXPECT_EQ(std::filesystem::status(other + "/oxtfs.sock").permissions(), std::filesystem::perms(0666));
+    }
+    std::filesystem::permissions(other, std::filesystem::perms(0777));
+    EXPECT_THAT(problemOf([&] { SocketFile{other}; }), HasSubstr("others can write"));
+    std::filesystem::remove_all(other);
+}
+
+} // namespace

@@ -5,6 +5,7 @@
 #include "cmpift.h"
 #include "cmpimacs.h"
 #include "oxtTrace.h"
+#include "oxtWait.h"
 
 std::atomic<int> g_srvmod{-1};
 
@@ -61,8 +62,8 @@ int getServiceMode(const OxtCInfo *cInfo) {
     return mode;
 }
 
-int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex, int tries) {
-    while (tries < OXT_WAIT_TRIES) {
+int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex) {
+    for (int tries = 0; tries < OXT_WAIT_TRIES;) {
         OXT_TRACE_AS(function, "pthread_mutex_trylock()");
         const int rc = pthread_mutex_trylock(mutex);
         if (rc == 0) {

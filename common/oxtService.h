@@ -27,12 +27,8 @@ int nonsrvMutexLock(const OxtCInfo *cInfo, pthread_mutex_t *mutex, bool *held = 
 // Unlocks what it is given. With held false the mutex was never locked: the lines are traced, nothing is unlocked.
 void mutexUnlock(pthread_mutex_t *mutex, bool held = true);
 
-// The same tries without the service mode, after so many that the caller has spent on another wait: 0 when locked, else
-// -1. The lines carry the caller's function name.
-int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex, int tries = 0);
+// The same tries without the service mode: 0 when locked, else -1. The lines carry the caller's function name.
+int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex);
 int oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
-
-constexpr int OXT_WAIT_TRIES = 30;            // of every bounded wait
-constexpr unsigned OXT_WAIT_MICROS = 100'000; // between two tries
 
 #endif

@@ -25,16 +25,10 @@ bool exists(const char *name) {
     return stat(name, &st) == 0;
 }
 
-int lockAfter(pthread_mutex_t *mutex, int spent) {
-    OXT_TRACE_AS("shmMutexLock", "_IN_");
-    OXT_REQUIRE_AS("shmMutexLock", mutex != nullptr, -1, "_OUT_ param(mutex) Failure!!");
-    return oxtMutexTryLock("shmMutexLock", mutex, spent);
-}
-
 // The service-mode guard of a segment: held or not needed, 0; -1 when the mutex stays busy.
 int guardLock(const OxtCInfo *cInfo, ShmInfo *shm, bool *guarded) {
     *guarded = getServiceMode(cInfo) == 1;
-    return *guarded ? lockAfter(&shm->mutex, shm->spent) : 0;
+    return *guarded ? shmMutexLock(&shm->mutex) : 0;
 }
 
 int guardUnlock(ShmInfo *shm, bool guarded) {
@@ -160,7 +154,9 @@ void shmForget(ShmInfo *shm) {
 }
 
 int shmMutexLock(pthread_mutex_t *mutex) {
-    return lockAfter(mutex, 0);
+    OXT_TRACE("_IN_");
+    OXT_REQUIRE(mutex != nullptr, -1, "_OUT_ param(mutex) Failure!!");
+    return oxtMutexTryLock(__func__, mutex);
 }
 
 int shmMutexUnlock(pthread_mutex_t *mutex) {

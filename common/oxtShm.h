@@ -22,8 +22,7 @@ struct ShmInfo {
     int shmNum;   // records that the segment was made for
     void *shmAdr; // address of the last attachment, kept after the detach; null for a segment never attached
     pthread_mutex_t mutex;
-    int content;   // OXT_SHM_...: what a reader would find
-    int spent = 0; // tries of the mutex that the caller's wait for its turn has taken
+    int content; // OXT_SHM_...: what a reader would find
 };
 
 // Forgets a segment; its mutex stays.

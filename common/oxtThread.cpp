@@ -4,8 +4,8 @@
 #include <ctime>
 #include <unistd.h>
 
-#include "oxtService.h"
 #include "oxtTrace.h"
+#include "oxtWait.h"
 
 namespace {
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "oxtPaths.h"
+#include "oxtWait.h"
 
 std::atomic<const void *> g_Func[OXT_FUNC_SLOTS] = {
     nullptr, "libsvtrace.so", "SetFilePath",   nullptr,          "TraceLog",
@@ -72,12 +73,12 @@ bool isComplete() {
     return true;
 }
 
-// True once no thread is inside a library; gives up after 3 seconds, the bound of every wait here.
+// True once no thread is inside a library.
 bool waitUntilEmpty() {
     for (int wait = 0; inside.load() != 0; ++wait) {
-        if (wait == 3000)
+        if (wait == OXT_WAIT_TRIES)
             return false;
-        usleep(1000);
+        usleep(OXT_WAIT_MICROS);
     }
     return true;
 }

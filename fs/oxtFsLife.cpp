@@ -7,6 +7,7 @@
 #include "oxtFsStore.h"
 #include "oxtFsTurn.h"
 #include "oxtFsWatch.h"
+#include "oxtWait.h"
 
 namespace {
 
@@ -18,8 +19,8 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
     if (terminating) {
         OXT_TRACE_AS(function, "CleanUp Exit SFCB.");
         fsExitThread(cInfo);
-        if (fsGateClose() == 0) // once the requests inside have left, the library may go
-            fsGateOpen();
+        if (fsAloneBegin() == 0) // once the requests inside have left, the library may go
+            fsAloneEnd();
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
         return {CMPI_RC_OK, nullptr};
     }
@@ -29,28 +30,13 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
     return status;
 }
 
-// For the end of the store: true once no request is inside, and no start or stop is at work.
-bool beginAlone() {
-    if (fsGateClose() != 0)
-        return false;
-    if (fsTurnBegin(FS_LIFE) == 0)
-        return true;
-    fsGateOpen();
-    return false;
-}
-
-void endAlone() {
-    fsTurnEnd(FS_LIFE);
-    fsGateOpen();
-}
-
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
-    const bool alone = beginAlone();
+    const bool alone = fsAloneBegin() == 0;
     const bool isWatched = alone && gfs_thid.load() != 0;
     const bool freed = alone && !isWatched && fsFreeInstance(cInfo) == 0;
     if (alone)
-        endAlone();
+        fsAloneEnd();
     if (isWatched) // a start came in between: the library must not be unloaded while its thread runs
         return cleanUpWithThread(function, cInfo, terminating);
     if (!freed)
@@ -77,7 +63,7 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo) {
 }
 
 CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bool terminating) {
-    if (!beginAlone()) { // a request is busy with the store: it cannot be saved now
+    if (fsAloneBegin() != 0) { // a request is busy with the store: it cannot be saved now
         OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
         OXT_TRACE_AS(function, "_OUT_");
         return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
@@ -87,7 +73,7 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     if (isBuilt && !isWatched)
         status = saveAndFree(function, cInfo);
-    endAlone();
+    fsAloneEnd();
     if (isWatched)
         return cleanUpWithThread(function, cInfo, terminating);
     OXT_TRACE_AS(function, isBuilt ? "_OUT_" : "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
@@ -99,8 +85,8 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
 int fsInitProvider(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_ gfs_first=[%d]", gfs_first.load());
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    int state = OXT_FS_IN_PROGRESS;
-    for (int waits = 0; state == OXT_FS_IN_PROGRESS;) {
+    int state = OXT_FS_IN_PROGRESS, waits = 0;
+    while (state == OXT_FS_IN_PROGRESS) {
         for (; gfs_first.load() == OXT_FS_IN_PROGRESS && waits < OXT_WAIT_TRIES; ++waits)
             usleep(OXT_WAIT_MICROS);
         OXT_REQUIRE(waits < OXT_WAIT_TRIES, -1, "_OUT_ gfs_first Failure!!");
@@ -110,13 +96,13 @@ int fsInitProvider(const OxtCInfo *cInfo) {
         OXT_TRACE("_OUT_ Already Initialize.");
         return 0;
     }
-    int ret = fsTurnBegin(FS_LIFE);
-    if (ret == 0) {
+    const bool begun = fsTurnBegin(FS_LIFE, waits * OXT_WAIT_MILLIS / OXT_WAIT_TRIES) == 0;
+    if (begun)
         OXT_TRACE("fsInitInstance()");
-        ret = fsInitInstance(cInfo);
+    const int ret = begun ? fsInitInstance(cInfo) : -1;
+    fsGateBuilt(ret == 0); // before a stop or a clean-up that has waited looks at the gate
+    if (begun)
         fsTurnEnd(FS_LIFE);
-    }
-    fsGateBuilt(ret == 0);
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }

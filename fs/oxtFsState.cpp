@@ -10,9 +10,9 @@ pthread_mutex_t instMutexFs = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<int> gfs_SleepSec{60};
 OxtThreadId gfs_thid{0};
 ShmInfo shmFs[OXT_CID_FS_COUNT] = {
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY, 0},
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY, 0},
-    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY, 0},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
+    {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
 };
 
 namespace {
@@ -107,10 +107,7 @@ OxtThreadId *fsGetThreadID() {
 }
 
 int fsPublishBegin(const char *function) {
-    int waited = 0;
-    OXT_REQUIRE_AS(function, fsTurnBegin(FS_PUBLISH, &waited) == 0, -1, "_OUT_ fsPublishBegin() Failure!!");
-    for (ShmInfo &shm : shmFs)
-        shm.spent = waited * 1000 / static_cast<int>(OXT_WAIT_MICROS);
+    OXT_REQUIRE_AS(function, fsTurnBegin(FS_PUBLISH) == 0, -1, "_OUT_ fsPublishBegin() Failure!!");
     return 0;
 }
 

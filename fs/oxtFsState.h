@@ -37,8 +37,7 @@ OxtThreadId *fsGetThreadID();         // its address, traced
 
 extern ShmInfo shmFs[OXT_CID_FS_COUNT]; // the publish turn's
 
-// The publish turn for work on the segments: 0, or -1 with the failure traced. Their mutexes are then waited for as
-// long as that left of 3 seconds.
+// The publish turn for work on the segments: 0, or -1 with the failure traced.
 int fsPublishBegin(const char *function);
 void fsPublishEnd();
 

@@ -1,13 +1,14 @@
 #include "oxtFsTurn.h"
 
+#include <algorithm>
 #include <ctime>
 #include <pthread.h>
+
+#include "oxtWait.h"
 
 std::atomic<int> gfs_first{OXT_FS_UNINITIALISED};
 
 namespace {
-
-constexpr int WAIT_SECONDS = 3;
 
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER; // guards the following and the changes of gfs_first
 pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
@@ -15,20 +16,14 @@ bool taken[FS_TURN_COUNT];
 int inside; // requests
 int behind; // while the gate is closed: the state that it opens to
 
-long long milliseconds(const timespec &time) {
-    return time.tv_sec * 1000LL + time.tv_nsec / 1'000'000;
-}
-
-timespec now() {
-    timespec time = {};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return time;
-}
-
-timespec inThreeSeconds() {
-    timespec time = now();
-    time.tv_sec += WAIT_SECONDS;
-    return time;
+// When the time of a caller is over who has spent so many milliseconds of it.
+timespec endOfWait(int spent) {
+    timespec end = {};
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    const long long left = std::max(OXT_WAIT_MILLIS - spent, 0) * 1'000'000LL + end.tv_nsec;
+    end.tv_sec += left / 1'000'000'000;
+    end.tv_nsec = left % 1'000'000'000;
+    return end;
 }
 
 // The mutex for the length of a block, whose changes are then told to those who wait for them.
@@ -52,14 +47,12 @@ template <typename Condition> bool awaits(const timespec &until, Condition condi
 
 } // namespace
 
-int fsTurnBegin(FsTurn turn, int *waited) {
-    const timespec begin = now(), until = inThreeSeconds();
+int fsTurnBegin(FsTurn turn, int spent) {
+    const timespec until = endOfWait(spent);
     const Hold hold;
     if (!awaits(until, [turn] { return !taken[turn]; }))
         return -1;
     taken[turn] = true;
-    if (waited != nullptr)
-        *waited = static_cast<int>(milliseconds(now()) - milliseconds(begin));
     return 0;
 }
 
@@ -91,24 +84,6 @@ void fsGateLeave() {
     --inside;
 }
 
-int fsGateClose() {
-    const timespec until = inThreeSeconds();
-    const Hold hold;
-    if (!awaits(until, [] { return gfs_first.load() != OXT_FS_IN_PROGRESS; }))
-        return -1;
-    behind = gfs_first.load();
-    gfs_first.store(OXT_FS_IN_PROGRESS);
-    if (awaits(until, [] { return inside == 0; }))
-        return 0;
-    gfs_first.store(behind);
-    return -1;
-}
-
-void fsGateOpen() {
-    const Hold hold;
-    gfs_first.store(behind);
-}
-
 int fsGateState() {
     const Hold hold;
     return gfs_first.load() == OXT_FS_IN_PROGRESS ? behind : gfs_first.load();
@@ -119,4 +94,26 @@ void fsGateForget() {
     behind = OXT_FS_UNINITIALISED;
     if (gfs_first.load() == OXT_FS_INITIALISED)
         gfs_first.store(OXT_FS_UNINITIALISED);
+}
+
+int fsAloneBegin() {
+    const timespec until = endOfWait(0);
+    const Hold hold;
+    if (!awaits(until, [] { return gfs_first.load() != OXT_FS_IN_PROGRESS; }))
+        return -1;
+    behind = gfs_first.load();
+    gfs_first.store(OXT_FS_IN_PROGRESS);
+    const bool alone = awaits(until, [] { return inside == 0 && !taken[FS_LIFE]; });
+    if (!alone) {
+        gfs_first.store(behind);
+        return -1;
+    }
+    taken[FS_LIFE] = true;
+    return 0;
+}
+
+void fsAloneEnd() {
+    const Hold hold;
+    taken[FS_LIFE] = false;
+    gfs_first.store(behind);
 }

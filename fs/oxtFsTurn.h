@@ -12,8 +12,9 @@ enum FsTurn {
     FS_SAVE,    // a write of the save file
     FS_TURN_COUNT
 };
-// 0 with the turn, or -1 after 3 seconds. Whoever holds one takes only later ones. *waited (may be null): milliseconds.
-int fsTurnBegin(FsTurn turn, int *waited = nullptr);
+// 0 with the turn, or -1 once 3 seconds are over, of which the caller has spent so many milliseconds already. Whoever
+// holds one takes only later ones.
+int fsTurnBegin(FsTurn turn, int spent = 0);
 void fsTurnEnd(FsTurn turn);
 
 enum FsFirst : int { OXT_FS_UNINITIALISED = 0, OXT_FS_IN_PROGRESS = 1, OXT_FS_INITIALISED = 2 };
@@ -24,12 +25,12 @@ extern std::atomic<int> gfs_first; // OXT_FS_...; changed here only
 int fsGateEnter();
 void fsGateBuilt(bool ok); // opens it; the caller is inside when it went well
 void fsGateLeave();
-
-// Closes the gate to further requests and waits until those inside have left: 0, or -1 with the gate as it was.
-int fsGateClose();
-void fsGateOpen();
 // The state that an open gate has: OXT_FS_INITIALISED, or OXT_FS_UNINITIALISED once the store is taken down.
 int fsGateState();
 void fsGateForget(); // the store is taken down
+
+// Closes the gate, waits until the requests inside have left, and takes the life turn: 0, or -1 with all as it was.
+int fsAloneBegin();
+void fsAloneEnd();
 
 #endif

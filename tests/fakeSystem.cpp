@@ -301,7 +301,7 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t
     clock_gettime(clock, &now);
     constexpr long long SECOND = 1'000'000'000;
     long long left = (until->tv_sec - now.tv_sec) * SECOND + until->tv_nsec - now.tv_nsec;
-    withFake([&](const FakeState &s) { left /= std::min(s.speed, 100LL); });
+    withFake([&](const FakeState &s) { left /= std::min(s.speed, 100U); });
     const long long end = now.tv_sec * SECOND + now.tv_nsec + left;
     const timespec sooner = {end / SECOND, end % SECOND};
     return real(condition, mutex, clock, &sooner);

@@ -96,6 +96,7 @@ class Schedules : public testing::Test {
     std::optional<FakeSystem> system;
     std::unique_ptr<Host> host;
     std::map<std::string, int> accepted;
+    bool emptied = false;          // a refused stop drops the records
     std::set<const bool *> inside; // requests that have begun and not ended; whether they are past their initialisation
     int cycle = 0;
     unsigned long space = 0; // free on "/data"
@@ -122,6 +123,7 @@ void Schedules::begin(const Meeting &meeting) {
     space = 500000;
     cycle = 30;
     accepted.clear();
+    emptied = false;
     inside.clear();
     mount();
     explored::reset(meeting.agent);
@@ -158,6 +160,7 @@ void Schedules::ask(const std::string &name) {
     explored::markInside(nullptr);
     inside.erase(&isInside);
     const std::string answer = showStatus(reply);
+    emptied = emptied || answer == kStopped;
     promise(std::count(request.answers.begin(), request.answers.end(), answer) != 0,
             name + " is answered as documented, not " + answer);
     promise(explorer::waited() - before <= request.patience || name == "a second",
@@ -213,6 +216,8 @@ void Schedules::end(const Meeting &meeting) {
     if (meeting.service) {
         ask("start");
         explorer::rest(SECOND);
+        if (!emptied)
+            askFor("files", kOk);
         if (meeting.agent)
             expectAlerts();
         askFor("stop", kDone); // which heals a store that a refused stop has emptied
@@ -255,6 +260,9 @@ TEST_F(Schedules, AChangeBesideAPass) {
 TEST_F(Schedules, StartBesideStop) {
     meet({"start beside stop", true, {"start", "a second"}, {{"start"}, {"stop"}}});
 }
+TEST_F(Schedules, StopBesideStop) {
+    meet({"two stops", true, {"start", "a second"}, {{"stop", "thread"}, {"stop"}}});
+}
 TEST_F(Schedules, StartBesideStart) {
     meet({"start beside start", true, {"thread"}, {{"start"}, {"start"}}});
 }
@@ -288,6 +296,11 @@ TEST_F(Schedules, StopBesideRequests) {
 }
 TEST_F(Schedules, AFrozenDisk) {
     meet({"a change to a frozen disk beside stop", true, {"start", "a second"}, {{"set cycle"}, {"stop"}}, "fwrite"});
+    meet({"a stop with a frozen disk beside two reads",
+          true,
+          {"start", "a second"},
+          {{"stop"}, {"a second", "files"}, {"a second", "a second", "files"}},
+          "fwrite"});
     meet({"a change to a frozen disk beside clean-up", false, {"files"}, {{"set cycle"}, {"clean-up"}}, "fwrite"});
 }
 TEST_F(Schedules, AStuckSegment) {

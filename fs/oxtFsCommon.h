@@ -3,8 +3,8 @@
 #ifndef OXT_FS_COMMON_H
 #define OXT_FS_COMMON_H
 
+#include "oxtFsField.h"
 #include "oxtFsLife.h"
-#include "oxtFsRecord.h"
 #include "oxtFsStatus.h"
 #include "oxtFsStore.h"
 #include "oxtFsTurn.h"

@@ -50,22 +50,11 @@ void traceKeys(const char *function, const char *side, int position, const FsPro
 }
 
 void traceComparison(const char *function, const FsProv *cur, const FsProv *ins) {
-#define COMPARE(label, format, type, field)                                                                            \
-    OXT_TRACE_AS(function, "    " label "=cur[" format "] ins[" format "]", static_cast<type>(cur->field),             \
-                 static_cast<type>(ins->field))
-    COMPARE("Index            ", "%d", int, Index);
-    COMPARE("DriveType        ", "%d", int, DriveType);
-    COMPARE("MonThreshold     ", "%d", int, MonitorThreshold);
-    COMPARE("WarnThreshold    ", "%d", int, WarningThreshold);
-    COMPARE("WarnThresholdDef ", "%d", int, WarningThresholdDefault);
-    COMPARE("FatThreshold     ", "%d", int, FatalThreshold);
-    COMPARE("FatThresholdDef  ", "%d", int, FatalThresholdDefault);
-    COMPARE("FreeSpaceStatus  ", "%d", int, FreeSpaceStatus);
-    COMPARE("_root            ", "%s", const char *, _root);
-    COMPARE("_FileSystemSize  ", "%lld", long long, _FileSystemSize);
-    COMPARE("_AvailableSpace  ", "%lld", long long, _AvailableSpace);
-    COMPARE("_FileSystemType  ", "%s", const char *, _FileSystemType);
-#undef COMPARE
+    FsShown curNumber, insNumber;
+    for (const FsField &field : FS_PROV_FIELDS)
+        if (field.compared != nullptr)
+            OXT_TRACE_AS(function, "    %-17s=cur[%s] ins[%s]", field.compared, fsShow(field, cur, curNumber),
+                         fsShow(field, ins, insNumber));
 }
 
 // The first stored record with the same keys, or null. Later ones with these keys are never looked at.

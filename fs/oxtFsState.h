@@ -9,7 +9,7 @@
 #include <atomic>
 #include <pthread.h>
 
-#include "oxtFsRecord.h"
+#include "oxtFsField.h"
 #include "oxtShm.h"
 #include "oxtThread.h"
 

@@ -8,18 +8,9 @@ namespace {
 constexpr int MIN_CYCLE = 10;
 constexpr int MAX_CYCLE = 3600;
 
-#define CONF_PROPERTY(name)                                                                                            \
-    { #name, #name, CMPI_uint16, OXT_FIELD_UINT16, offsetof(FsConf, name) }
-constexpr OxtProperty PROPERTIES[] = {
-    CONF_PROPERTY(MonitorCycle),
-    CONF_PROPERTY(MonitorCycleMin),
-    CONF_PROPERTY(MonitorCycleMax),
-    CONF_PROPERTY(MonitorCycleDefault),
-};
-#undef CONF_PROPERTY
-
-constexpr OxtClass CONFIG = OXT_CLASS("OXT_FileSystemConfig", false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst,
-                                      "datconf", "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
+constexpr OxtClass CONFIG =
+    OXT_CLASS("OXT_FileSystemConfig", FS_CONF_FIELDS, false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst, "datconf",
+              "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
 
 CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, const FsConf *datconf) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
@@ -41,11 +32,6 @@ CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs 
 }
 
 } // namespace
-
-CMPIInstance *OXT_FSConfigSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const FsConf *datconf) {
-    return oxtBuildInstance(CONFIG, cInfo, cop, properties, datconf);
-}
 
 CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {

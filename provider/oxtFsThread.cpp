@@ -3,12 +3,10 @@
 namespace {
 
 // The record of this class is the running flag itself; the store keeps none.
-constexpr OxtProperty PROPERTIES[] = {
-    {"ThreadRunning", "ThreadRunning", CMPI_uint16, OXT_FIELD_UINT16, 0},
-};
+constexpr FsField RUNNING[] = {{nullptr, "ThreadRunning", "ThreadRunning", nullptr, nullptr, FS_FIELD_UINT16, 0}};
 
 // The record's word in the trace is that of the total number's class; log filters know it.
-constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", false, -1, OXT_FSThreadSetPropInst, "dattotal",
+constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", RUNNING, false, -1, OXT_FSThreadSetPropInst, "dattotal",
                                       "CMSetPropertyFilter() Failure!!", OXT_TRACE_FAILURE);
 
 constexpr char NOT_SERVICE_TRACE[] = "ServiceMode is non-Service Failure!!";
@@ -36,11 +34,6 @@ CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *t
 }
 
 } // namespace
-
-CMPIInstance *OXT_FSThreadSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const uint16_t *running) {
-    return oxtBuildInstance(THREAD, cInfo, cop, properties, running);
-}
 
 CMPIStatus OXT_FSThreadGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {

@@ -8,7 +8,7 @@
 
 enum FsTurn {
     FS_LIFE,    // a build, a start, a stop or a clean-up
-    FS_PUBLISH, // a replacement: the segments, then the snapshot (oxtFsState.h); never across statfs, a send or a write
+    FS_PUBLISH, // a replacement: the segments, then the snapshot (oxtFsState.h); never across statfs, a send or a save
     FS_SAVE,    // a write of the save file
     FS_TURN_COUNT
 };

@@ -17,9 +17,10 @@ template <class T> struct explored_atomic : atomic<T> {
             exploredAtomic();
         return atomic<T>::load(order);
     }
-    void store(T value) {
-        exploredAtomic();
-        atomic<T>::store(value);
+    void store(T value, memory_order order = memory_order_seq_cst) {
+        if (order == memory_order_seq_cst)
+            exploredAtomic();
+        atomic<T>::store(value, order);
     }
     T exchange(T value) {
         exploredAtomic();

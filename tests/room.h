@@ -14,10 +14,21 @@
 
 #include "agentDirectory.h"
 #include "fakeSystem.h"
-#include "oxtCommon.h"
+#include "oxtCmpi.h"
+#include "oxtFile.h"
 #include "oxtFsCommon.h"
-#include "oxtFsGetInfo.h"
+#include "oxtFsDevice.h"
+#include "oxtFsMount.h"
+#include "oxtFsSnapshot.h"
+#include "oxtFsSystem.h"
 #include "oxtHostBroker.h"
+#include "oxtIndex.h"
+#include "oxtMemory.h"
+#include "oxtPaths.h"
+#include "oxtService.h"
+#include "oxtShm.h"
+#include "oxtThread.h"
+#include "oxtTrace.h"
 #include "traceLog.h"
 
 using testing::ElementsAre;

@@ -12,7 +12,9 @@
 #include <sys/vfs.h>
 
 #include "oxtFile.h"
-#include "oxtFsGetInfo.h"
+#include "oxtFsDevice.h"
+#include "oxtFsMount.h"
+#include "oxtFsSnapshot.h"
 #include "oxtFsStatus.h"
 #include "promise.h"
 

@@ -307,6 +307,13 @@ TEST_F(Schedules, AFrozenDisk) {
 TEST_F(Schedules, AStuckSegment) {
     meet({"requests behind a stuck segment", true, {"start", "a second"}, {{"set cycle"}, {"set threshold"}}, "shmat"});
 }
+TEST_F(Schedules, AStuckPass) {
+    meet({"requests behind a stuck pass",
+          false,
+          {"files"},
+          {{"files"}, {"a second", "files"}, {"a second", "set cycle"}},
+          "statfs"});
+}
 TEST_F(Schedules, TwoSavers) {
     meet({"two savers", true, {"start", "a second"}, {{"set cycle"}, {"set threshold"}}});
 }

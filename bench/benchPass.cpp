@@ -167,7 +167,7 @@ void bareWrites(benchmark::State &state) {
 void save(benchmark::State &state) {
     const Store store(state);
     for (auto _ : state)
-        check(state, fsSaveStore("save") == FS_SAVED, "save");
+        check(state, fsSaveStore("save", fsCurrent()->version) == FS_SAVED, "save");
 }
 
 void load(benchmark::State &state) {

@@ -182,7 +182,8 @@ int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current,
     return -1;
 }
 
-int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const FsSnapshot *before) {
+int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const FsSnapshot *before,
+            unsigned *version) {
     const int stored = before->areas[OXT_CID_FS_PROV].datNum;
     OXT_TRACE_AS(function, "curNum[%d] instNum[%d]", current->datNum, stored);
     if (current->datNum != stored && getServiceMode(cInfo) == 1)
@@ -195,6 +196,7 @@ int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const
     if (isGone)
         OXT_MEMFREE_IN(function, current->datAdr);
     const int ret = isGone ? -1 : publishLocked(function, cInfo, current, before);
+    *version = fsCurrent()->version;
     fsPublishEnd();
     return ret;
 }
@@ -222,17 +224,18 @@ int fsCheckConfigChange(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     Before before = {};
+    unsigned version = 0;
     DatInfo current = {sizeof(FsProv), 0, nullptr};
     int ret = takeBefore(__func__, cInfo, &before);
     if (ret == 0)
         ret = takeCurrent(__func__, cInfo, &current, &before);
     if (ret == 0)
-        ret = publish(__func__, cInfo, &current, before.snapshot);
+        ret = publish(__func__, cInfo, &current, before.snapshot, &version);
     oxtIndexFree(&before.byKeys);
     fsDrop(before.snapshot);
     if (ret != 0)
         return -1;
-    switch (fsSaveStore(__func__)) {
+    switch (fsSaveStore(__func__, version)) {
     case FS_SAVE_NOT_OPENED:
         return -1;
     case FS_SAVE_NOT_WRITTEN:

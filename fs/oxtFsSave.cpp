@@ -37,8 +37,8 @@ char *makeImage(const char *function, const DatInfo ins[], int *size) {
 }
 
 FsSaved writeSaveFile(const char *function, const FsSnapshot *snapshot) {
-    // Freed meanwhile: whoever did that has saved it, and nothing may replace that.
-    OXT_REQUIRE_AS(function, snapshot->areas[OXT_CID_FS_CONF].datAdr != nullptr, FS_SAVE_NOT_OPENED,
+    // Freed meanwhile: nothing may replace what was saved of it.
+    OXT_REQUIRE_AS(function, snapshot != nullptr && fsConf(snapshot->areas) != nullptr, FS_SAVE_NOT_OPENED,
                    "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
     OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
     const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb");
@@ -47,7 +47,10 @@ FsSaved writeSaveFile(const char *function, const FsSnapshot *snapshot) {
     OXT_TRACE_AS(function, "fsPutBinFile()");
     const int ret = fsPutBinFile(fp.get(), snapshot->areas);
     OXT_TRACE_AS(function, "fclose");
-    return ret == 0 ? FS_SAVED : FS_SAVE_NOT_WRITTEN;
+    if (ret != 0)
+        return FS_SAVE_NOT_WRITTEN;
+    fsNoteSaved(snapshot);
+    return FS_SAVED;
 }
 
 } // namespace
@@ -118,10 +121,13 @@ int getDatFromBinFile(FILE *fp, int count, DatInfo *area) {
     return 0;
 }
 
-FsSaved fsSaveStore(const char *function) {
+FsSaved fsSaveStore(const char *function, unsigned version) {
     OXT_REQUIRE_AS(function, fsTurnBegin(FS_SAVE) == 0, FS_SAVE_NOT_OPENED, "_OUT_ fsTurnBegin() Failure!!");
-    const FsSnapshot *snapshot = fsTake();
-    const FsSaved saved = writeSaveFile(function, snapshot);
+    const FsSnapshot *snapshot = fsTake(); // before the question: whoever takes the store down later saves after this
+    const FsFate fate = fsFateOf(version);
+    FsSaved saved = FS_SAVED;
+    if (fate != FS_FATE_SAVED)
+        saved = writeSaveFile(function, fate == FS_FATE_KEPT ? snapshot : nullptr);
     fsDrop(snapshot);
     fsTurnEnd(FS_SAVE);
     return saved;

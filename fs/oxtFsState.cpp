@@ -1,5 +1,6 @@
 #include "oxtFsState.h"
 
+#include <algorithm>
 #include <cstring>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -19,9 +20,12 @@ namespace {
 
 FsSnapshot none = {{{sizeof(FsConf), 0, nullptr}, {sizeof(FsTnum), 0, nullptr}, {sizeof(FsProv), 0, nullptr}},
                    {-1, -1, -1},
-                   2}; // one more than it has: it is never freed
+                   2, // one more than it has: it is never freed
+                   0};
 FsSnapshot *current = &none;
-pthread_mutex_t snapshotMutex = PTHREAD_MUTEX_INITIALIZER; // held for moments; guards current and each one's users
+pthread_mutex_t snapshotMutex = PTHREAD_MUTEX_INITIALIZER; // held for moments; guards the following, current, and users
+unsigned installed, saved;                                 // newest versions
+unsigned takenDown, savedBefore;                           // the same when the store was last taken down
 
 // A private copy of a class's records. False without memory.
 bool copyArea(const DatInfo *from, DatInfo *to) {
@@ -82,7 +86,7 @@ FsSnapshot *fsAdopt(DatInfo areas[]) {
     FsSnapshot *made = static_cast<FsSnapshot *>(malloc(sizeof(FsSnapshot)));
     if (made == nullptr)
         return nullptr;
-    *made = {{areas[OXT_CID_FS_CONF], areas[OXT_CID_FS_TNUM], areas[OXT_CID_FS_PROV]}, {-1, -1, -1}, 1};
+    *made = {{areas[OXT_CID_FS_CONF], areas[OXT_CID_FS_TNUM], areas[OXT_CID_FS_PROV]}, {-1, -1, -1}, 1, 0};
     return made;
 }
 
@@ -123,11 +127,30 @@ void fsInstall(FsSnapshot *next) {
     for (int cid = 0; next != nullptr && cid < OXT_CID_FS_COUNT; ++cid)
         next->segments[cid] = shmFs[cid].content == OXT_SHM_CURRENT ? shmFs[cid].shmId : -1;
     pthread_mutex_lock(&snapshotMutex);
-    none.users += next == nullptr ? 1 : 0;
     FsSnapshot *last = current;
     current = next != nullptr ? next : &none;
+    if (next != nullptr) {
+        next->version = ++installed;
+    } else {
+        ++none.users;
+        takenDown = installed;
+        savedBefore = saved;
+    }
     pthread_mutex_unlock(&snapshotMutex);
     fsDrop(last);
+}
+
+FsFate fsFateOf(unsigned version) {
+    pthread_mutex_lock(&snapshotMutex);
+    const FsFate fate = version > takenDown ? FS_FATE_KEPT : version <= savedBefore ? FS_FATE_SAVED : FS_FATE_LOST;
+    pthread_mutex_unlock(&snapshotMutex);
+    return fate;
+}
+
+void fsNoteSaved(const FsSnapshot *snapshot) {
+    pthread_mutex_lock(&snapshotMutex);
+    saved = std::max(saved, snapshot->version);
+    pthread_mutex_unlock(&snapshotMutex);
 }
 
 bool fsIsTakenDown(const char *function) {

@@ -17,6 +17,7 @@ struct FsSnapshot {
     DatInfo areas[OXT_CID_FS_COUNT]; // without records after a clean-up; blocks of the snapshot's own
     int segments[OXT_CID_FS_COUNT];  // the segment that held the same when this was installed; -1: none did
     int users;                       // who took it, the store included
+    unsigned version;                // counts the snapshots that were installed
 };
 
 const FsSnapshot *fsTake();
@@ -43,10 +44,16 @@ void fsPublishEnd();
 
 // With the publish turn; traced in the caller's name.
 
-const FsSnapshot *fsCurrent();    // what fsTake gives
-void fsInstall(FsSnapshot *next); // takes its place; null for one without records
-// True, and traced as a failure, when a stop has taken the store down under a request that is still inside. A store
-// that a refused stop has emptied counts as there.
+const FsSnapshot *fsCurrent(); // what fsTake gives
+// Takes its place. Null for one without records: the store is taken down.
+void fsInstall(FsSnapshot *next);
+// What has become of a change once its snapshot was installed. None of these needs the publish turn.
+enum FsFate { FS_FATE_KEPT, FS_FATE_SAVED, FS_FATE_LOST }; // the store has it; or was taken down with or without a save
+FsFate fsFateOf(unsigned version);
+void fsNoteSaved(const FsSnapshot *snapshot); // it is in the save file
+
+// With the publish turn: true, and traced as a failure, when a stop has taken the store down under a request that is
+// still inside. A store that a refused stop has emptied counts as there.
 bool fsIsTakenDown(const char *function);
 // Takes over what somebody else has written into a class's segment. While nobody traces, a segment that nobody else has
 // touched is not read. 0 or -1.

@@ -142,10 +142,12 @@ bool takeAtOnce(int classId, FsRecords *out) {
 
 // The records of a class that is up to date, or is brought up to date from its segment. 0, or -1 with the failure
 // traced.
-int handOut(const char *function, const OxtCInfo *cInfo, int classId, bool fromWatch, FsRecords *out) {
+int handOut(const char *function, const OxtCInfo *cInfo, int classId, bool fromWatch, bool passed, FsRecords *out) {
     if (!fromWatch && classId != OXT_CID_FS_CONF) { // after a pass, also after one that failed
         out->snapshot = fsTake();
         out->area = out->snapshot->areas[classId];
+        const bool isGone = passed && fsConf(out->snapshot->areas) == nullptr; // a stop came in between
+        OXT_REQUIRE_AS(function, !isGone, -1, "_OUT_ store taken down Failure!!");
         return 0;
     }
     if (!fromWatch || !takeAtOnce(classId, out)) {
@@ -197,8 +199,8 @@ FsSnapshot *change(const FsEdit *edit) {
     return nullptr;
 }
 
-// The steps of fsSetInstance that need the publish turn. 0, or -1 with the failure traced.
-int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
+// The steps of fsSetInstance that need the publish turn. 0 with the version to save, or -1 with the failure traced.
+int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit, unsigned *version) {
     const FsSnapshot *now = fsCurrent();
     OXT_REQUIRE_AS(function, fsConf(now->areas) != nullptr, -1,
                    "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
@@ -208,6 +210,7 @@ int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
     const int ret = fsPublish(function, cInfo, next != nullptr ? next : now);
     if (next != nullptr)
         fsInstall(next); // also after a failure: the change stays, and is saved with the next one
+    *version = fsCurrent()->version;
     return ret;
 }
 
@@ -237,7 +240,7 @@ int fsGetInstance(const OxtCInfo *cInfo, int classId, FsRecords *out) {
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
     const bool fromWatch = watchKeepsCurrent(cInfo);
     const int ret = !fromWatch && classId != OXT_CID_FS_CONF ? fsCheckConfigChange(cInfo) : 0;
-    const int handed = handOut(__func__, cInfo, classId, fromWatch, out);
+    const int handed = handOut(__func__, cInfo, classId, fromWatch, ret == 0, out);
     mutexUnlock(&instMutexFs, held);
     if (handed != 0)
         return -1;
@@ -256,12 +259,13 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
+    unsigned version = 0;
     int ret = fsPublishBegin(__func__);
     if (ret == 0) {
-        ret = commit(__func__, cInfo, edit);
+        ret = commit(__func__, cInfo, edit, &version);
         fsPublishEnd();
     }
-    const FsSaved saved = ret == 0 ? fsSaveStore(__func__) : FS_SAVE_NOT_OPENED; // traced like one, so far
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version) : FS_SAVE_NOT_OPENED; // traced like one, so far
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;

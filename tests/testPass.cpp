@@ -81,17 +81,19 @@ TEST_F(Pass, ThresholdsStayWhileTheSizeDoes) {
         return std::vector<unsigned>{record.MonitorThreshold, record.WarningThreshold, record.WarningThresholdDefault,
                                      record.FatalThreshold, record.FatalThresholdDefault};
     };
-    storeChange(1, [](FsProv &record) {
-        record.MonitorThreshold = 0;
-        record.WarningThreshold = 300;
-        record.WarningThresholdDefault = 301;
-        record.FatalThreshold = 30;
-        record.FatalThresholdDefault = 31;
-        strcpy(record._root, "/elsewhere");
-    });
-    EXPECT_EQ(pass(), 0);
-    EXPECT_THAT(settings(), ElementsAre(0, 300, 301, 30, 31));
-    EXPECT_STREQ(stored(1)._root, "/data") << "facts are those of today";
+    for (const bool traced : {true, false}) {
+        storeChange(1, [](FsProv &record) {
+            record.MonitorThreshold = 0;
+            record.WarningThreshold = 300;
+            record.WarningThresholdDefault = 301;
+            record.FatalThreshold = 30;
+            record.FatalThresholdDefault = 31;
+            strcpy(record._root, "/elsewhere");
+        });
+        EXPECT_EQ(traced ? pass() : untraced(), 0);
+        EXPECT_THAT(settings(), ElementsAre(0, 300, 301, 30, 31)) << "traced: " << traced;
+        EXPECT_STREQ(stored(1)._root, "/data") << "facts are those of today";
+    }
     FakeVolume volume = system.volume("/data");
     volume.blocks += 1024;
     system.setVolume("/data", volume);

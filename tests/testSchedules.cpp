@@ -57,6 +57,7 @@ class Schedules : public testing::Test {
     void mount();
     void ask(const std::string &name);
     void askFor(const std::string &name, const std::string &answer);
+    void expectPasses();
     void expectAlerts();
     void expectSaved();
     void lookAt(const Reply &reply);
@@ -195,6 +196,15 @@ void Schedules::askFor(const std::string &name, const std::string &answer) {
         lookAt(reply);
 }
 
+// A running thread watches, whether anybody asks or not.
+void Schedules::expectPasses() {
+    if (explorer::watchers() == 0 || emptied)
+        return;
+    std::filesystem::remove(savePath());
+    explorer::rest(61 * SECOND);
+    promise(std::filesystem::exists(savePath()), "the passes of a running thread succeed");
+}
+
 // The agent's alert library is there as long as the thread runs.
 void Schedules::expectAlerts() {
     const long before = explored::alerts();
@@ -223,6 +233,8 @@ void Schedules::end(const Meeting &meeting) {
     explored::hangAt(nullptr);
     explorer::rest(meeting.hangs != nullptr ? 50 * SECOND : 1); // until the thread is at rest
     expectSaved();
+    if (meeting.service && meeting.hangs == nullptr)
+        expectPasses();
     if (meeting.service) {
         ask("start");
         explorer::rest(SECOND);

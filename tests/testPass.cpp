@@ -220,6 +220,11 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     }
     EXPECT_EQ(stored(1).FreeSpaceStatus, 2) << "evaluated against the new threshold";
 
+    copy = stored(1);
+    const FsEdit moved = {OXT_CID_FS_PROV, 2, &copy, offsetof(FsProv, WarningThreshold), 4, 700}; // it was read there
+    EXPECT_EQ(fsSetInstance(&cInfo, &moved), 0);
+    EXPECT_EQ(stored(1).WarningThreshold, 700U);
+    EXPECT_NE(stored(2).WarningThreshold, 700U);
     copy = stored(0);
     copy._FileSystemSize = 1; // what was read is no more
     const FsEdit late = {OXT_CID_FS_PROV, 0, &copy, offsetof(FsProv, MonitorThreshold), 2, 0};

@@ -13,6 +13,14 @@ namespace {
 // Initial-exec: the general model allocates at a thread's first use and ends the process when memory is out.
 __attribute__((tls_model("initial-exec"))) thread_local agent::TraceLogFile *t_log = nullptr; // null: none selected
 
+// The second is enough to tell whether the settings are still known. The coarse clock costs a fraction of the other,
+// and a look at the clock is most of what a line costs where normal lines are off.
+agent::TraceSettings settingsNow(agent::TraceMoment *when) {
+    (void)clock_gettime(CLOCK_REALTIME_COARSE, &when->time);
+    when->process = agent::currentProcess();
+    return agent::traceSettings(*when);
+}
+
 } // namespace
 
 void SetFilePath(const char *logFileName) {
@@ -32,12 +40,8 @@ void TraceLog(int level, const char *tag, const char *functionName, int sourceLi
         return;
     }
     const int error = errno;
-    // The second is enough to tell whether the settings are still known. The coarse clock costs a fraction of the
-    // other, and a look at the clock is most of what a line costs where normal lines are off.
     agent::TraceMoment when = {};
-    (void)clock_gettime(CLOCK_REALTIME_COARSE, &when.time);
-    when.process = agent::currentProcess();
-    const agent::TraceSettings settings = agent::traceSettings(when);
+    const agent::TraceSettings settings = settingsNow(&when);
     if (level != 0 || settings.normal) {
         (void)clock_gettime(CLOCK_REALTIME, &when.time);
         when.thread = agent::currentThread(when.process);
@@ -50,4 +54,12 @@ void TraceLog(int level, const char *tag, const char *functionName, int sourceLi
         agent::writeTrace(*log, settings, when, line);
     }
     errno = error;
+}
+
+int TraceWanted(int level) {
+    const int error = errno;
+    agent::TraceMoment when = {};
+    const bool wanted = settingsNow(&when).normal || level != 0;
+    errno = error;
+    return wanted ? 1 : 0;
 }

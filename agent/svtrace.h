@@ -1,6 +1,6 @@
 // libsvtrace.so: the trace log of the server-management agent.
 //
-// The library writes the log files below <agent directory>log/. Both functions may be called from any thread of any
+// The library writes the log files below <agent directory>log/. Its functions may be called from any thread of any
 // process at any time, also after a fork; they keep errno, are no cancellation points, wait for other threads and
 // processes some hundredths of a second at most and never fail towards their caller: a line that cannot be written is
 // counted, and a later line tells how many.
@@ -21,6 +21,10 @@ __attribute__((visibility("default"))) void SetFilePath(const char *logFileName)
 // other level is always written. Nothing happens in a thread that has not selected a log. Null strings are allowed.
 __attribute__((visibility("default"), format(printf, 5, 6))) void
 TraceLog(int level, const char *tag, const char *functionName, int sourceLine, const char *format, ...);
+
+// Whether TraceLog would write a line of this level: 0 while the settings switch normal flow off. Callers may leave
+// such lines out; they ask again now and then, as the settings are read again about once a second.
+__attribute__((visibility("default"))) int TraceWanted(int level);
 
 #ifdef __cplusplus
 }

@@ -37,7 +37,7 @@ class Store {
         bench::useFileSystems(g_real ? 0 : static_cast<int>(state.range(0)));
         if (!bench::buildStore(&g_cInfo) || fsCheckConfigChange(&g_cInfo) != 0)
             state.SkipWithError("no store: are there file systems that can be monitored?");
-        else if (instFs[OXT_CID_FS_PROV].datNum < state.range(0))
+        else if (fsCurrent()->areas[OXT_CID_FS_PROV].datNum < state.range(0))
             state.SkipWithError("fewer file systems than asked for");
     }
     ~Store() { bench::dropStore(&g_cInfo); }
@@ -58,7 +58,7 @@ void pass(benchmark::State &state) {
 
 template <typename Step> void measureFloor(benchmark::State &state, Step step) {
     const Store store(state);
-    bench::Floor floor(instFs, shmFs);
+    bench::Floor floor(fsCurrent()->areas, shmFs);
     for (auto _ : state)
         check(state, step(floor), "floor");
 }
@@ -167,7 +167,7 @@ void bareWrites(benchmark::State &state) {
 void save(benchmark::State &state) {
     const Store store(state);
     for (auto _ : state)
-        check(state, fsSaveStore("save") == FS_SAVED, "save");
+        check(state, fsSaveStore("save", fsCurrent()->version) == FS_SAVED, "save");
 }
 
 void load(benchmark::State &state) {
@@ -179,28 +179,32 @@ void load(benchmark::State &state) {
         const OxtFile file = oxtOpenFile(OXT_PATH_SAVE, "r+");
         check(state, file != nullptr && fsGetBinFile(file.get(), areas) == 0, "load");
     }
-    for (DatInfo &area : areas)
-        fsReleaseInstance(&area);
+    for (const DatInfo &area : areas)
+        free(area.datAdr);
 }
 
-// All classes from their segments: what a request sees while the watch thread keeps them current.
+// All classes from their segments: what somebody else's change to them costs.
 void peek(benchmark::State &state) {
     const Store store(state);
+    FsSnapshot *const copy = fsCopySnapshot(fsCurrent(), true);
     for (auto _ : state)
-        check(state, fsRefreshFromShm("peek", &g_cInfo) == 0, "peek");
+        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+            check(state, setShmToInst(&g_cInfo, &shmFs[cid], &copy->areas[cid]) == 0, "peek");
+    fsDrop(copy);
 }
 
 // One file system more, and the segment that it takes.
 void resize(benchmark::State &state) {
     const Store store(state);
-    DatInfo *const area = &instFs[OXT_CID_FS_PROV];
+    DatInfo area = {sizeof(FsProv), fsCurrent()->areas[OXT_CID_FS_PROV].datNum, nullptr};
     int step = 1;
     for (auto _ : state) {
-        area->datNum += step;
+        area.datNum += step;
         step = -step;
-        check(state, reallocDatArea(&g_cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0,
+        check(state, reallocDatArea(&g_cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, &area, &shmFs[OXT_CID_FS_PROV]) == 0,
               "resize");
     }
+    free(area.datAdr);
 }
 
 std::string takeOption(int *argc, char **argv, const std::string &name) {

@@ -71,4 +71,6 @@ function(oxt_room name)
   target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
   oxt_without_cxx_library(${name})
   target_link_libraries(${name} PUBLIC ${ROOM_DEPENDS} Threads::Threads PRIVATE oxt_warnings oxt_instruments)
+  list(TRANSFORM ROOM_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  set_property(GLOBAL APPEND PROPERTY OXT_ROOM_SOURCES ${ROOM_SOURCES}) # for those who compile them once more
 endfunction()

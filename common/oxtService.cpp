@@ -5,6 +5,7 @@
 #include "cmpift.h"
 #include "cmpimacs.h"
 #include "oxtTrace.h"
+#include "oxtWait.h"
 
 std::atomic<int> g_srvmod{-1};
 

@@ -31,7 +31,4 @@ void mutexUnlock(pthread_mutex_t *mutex, bool held = true);
 int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex);
 int oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
 
-constexpr int OXT_WAIT_TRIES = 30;            // of every bounded wait
-constexpr unsigned OXT_WAIT_MICROS = 100'000; // between two tries
-
 #endif

@@ -12,10 +12,9 @@
 #include "oxtService.h"
 
 enum OxtShmContent {
-    OXT_SHM_EMPTY,   // zeros: not filled since it was made
-    OXT_SHM_STALE,   // older than the data area: the last copy into it failed
-    OXT_SHM_CURRENT, // as the data area
-    OXT_SHM_MISSING  // there is no segment, since it could not be made: the data area alone holds the records
+    OXT_SHM_EMPTY,  // zeros: not filled since it was made
+    OXT_SHM_STALE,  // older than the data area: the last copy into it failed
+    OXT_SHM_CURRENT // as the data area
 };
 
 struct ShmInfo {

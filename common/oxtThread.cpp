@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "oxtTrace.h"
+#include "oxtWait.h"
 
 namespace {
 
@@ -66,6 +67,6 @@ int oxtThreadJoin(OxtThreadId *thid, int seconds) {
             return rc;
         if (monotonicMillis() >= deadline)
             return ETIMEDOUT;
-        usleep(1000);
+        usleep(OXT_WAIT_MICROS);
     }
 }

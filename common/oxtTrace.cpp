@@ -9,20 +9,26 @@
 #include <unistd.h>
 
 #include "oxtPaths.h"
+#include "oxtWait.h"
 
 std::atomic<const void *> g_Func[OXT_FUNC_SLOTS] = {
     nullptr, "libsvtrace.so", "SetFilePath",   nullptr,          "TraceLog",
     nullptr, nullptr,         "libsvalert.so", "SendIndication", nullptr,
 };
 char g_logfnm[16];
+std::atomic<unsigned> g_linesLeft{0};
 
 namespace {
 
 typedef void (*SetFilePathFunction)(const char *);
 typedef int (*SendIndicationFunction)(Info);
+typedef int (*TraceWantedFunction)(int level);
+
+constexpr unsigned LINES_UNASKED = 64;
 
 pthread_mutex_t bindMutex = PTHREAD_MUTEX_INITIALIZER; // one thread at a time changes the binding
 std::atomic<int> inside{0};                            // threads that may be executing a library's code
+std::atomic<const void *> traceWanted{nullptr};        // the trace library's optional entry
 
 const char *nameIn(OxtFuncSlot slot) {
     return static_cast<const char *>(g_Func[slot].load());
@@ -64,6 +70,21 @@ const char *bindAll() {
     return nullptr;
 }
 
+// Looks for what a trace library need not have; without it, every line is wanted.
+void bindOptional() {
+    traceWanted.store(GetProcAddress(const_cast<void *>(g_Func[OXT_FUNC_TRACE_HANDLE].load()), "TraceWanted"));
+    g_linesLeft.store(0);
+}
+
+// The caller counts as inside.
+void askWanted() {
+    const int error = errno;
+    const void *entry = traceWanted.load();
+    const auto wanted = reinterpret_cast<TraceWantedFunction>(const_cast<void *>(entry));
+    g_linesLeft.store(wanted == nullptr || wanted(OXT_TRACE_NORMAL) != 0 ? 0 : 1, std::memory_order_relaxed);
+    errno = error;
+}
+
 bool isComplete() {
     for (const OxtFuncSlot slot : {OXT_FUNC_TRACE_HANDLE, OXT_FUNC_SETFILEPATH, OXT_FUNC_TRACELOG,
                                    OXT_FUNC_ALERT_HANDLE, OXT_FUNC_SENDINDICATION})
@@ -72,12 +93,12 @@ bool isComplete() {
     return true;
 }
 
-// True once no thread is inside a library; gives up after 3 seconds, the bound of every wait here.
+// True once no thread is inside a library.
 bool waitUntilEmpty() {
     for (int wait = 0; inside.load() != 0; ++wait) {
-        if (wait == 3000)
+        if (wait == OXT_WAIT_TRIES)
             return false;
-        usleep(1000);
+        usleep(OXT_WAIT_MICROS);
     }
     return true;
 }
@@ -117,7 +138,11 @@ int InitProcess(const char *logFileName) {
     // Every caller passes the same name: it is written once, before the first line can be traced, and then only read.
     if (logFileName != nullptr && strncmp(g_logfnm, logFileName, sizeof g_logfnm - 1) != 0)
         snprintf(g_logfnm, sizeof g_logfnm, "%s", logFileName);
-    const char *failure = isComplete() ? nullptr : bindAll();
+    const char *failure = nullptr;
+    if (!isComplete()) {
+        failure = bindAll();
+        bindOptional();
+    }
     pthread_mutex_unlock(&bindMutex);
     if (failure == nullptr)
         return 0;
@@ -129,13 +154,31 @@ void FinishProcess() {
     constexpr OxtFuncSlot alert[] = {OXT_FUNC_ALERT_HANDLE, OXT_FUNC_SENDINDICATION};
     constexpr OxtFuncSlot trace[] = {OXT_FUNC_TRACE_HANDLE, OXT_FUNC_SETFILEPATH, OXT_FUNC_TRACELOG};
     pthread_mutex_lock(&bindMutex);
+    traceWanted.store(nullptr); // before the library's own slots: whoever enters now does not find it
     closeLibrary(alert, sizeof alert / sizeof *alert);
     closeLibrary(trace, sizeof trace / sizeof *trace);
+    bindOptional(); // of a library that could not be closed
     pthread_mutex_unlock(&bindMutex);
+}
+
+bool oxtTraceAsk() {
+    const unsigned left = g_linesLeft.load(std::memory_order_relaxed);
+    if (left == 0)
+        return true;
+    if (left < LINES_UNASKED) { // two threads may count one line: it is no matter
+        g_linesLeft.store(left + 1, std::memory_order_relaxed);
+        return false;
+    }
+    inside.fetch_add(1);
+    askWanted();
+    inside.fetch_sub(1);
+    return g_linesLeft.load(std::memory_order_relaxed) == 0;
 }
 
 OxtTraceLog oxtTraceBegin() {
     inside.fetch_add(1);
+    if (traceWanted.load(std::memory_order_relaxed) != nullptr)
+        askWanted();
     if (const auto setFilePath = functionIn<SetFilePathFunction>(OXT_FUNC_SETFILEPATH))
         setFilePath(g_logfnm);
     return functionIn<OxtTraceLog>(OXT_FUNC_TRACELOG);

@@ -68,10 +68,20 @@ constexpr int OXT_TRACE_FAILURE = 3;
 typedef void (*OxtTraceLog)(int level, const char *tag, const char *functionName, int sourceLine, const char *format,
                             ...) __attribute__((format(printf, 5, 6)));
 
-// True when somebody listens. Cheap: what is only worth doing for the trace asks here first.
-inline bool oxtTraceOn() {
+// True when a trace library is bound.
+inline bool oxtTraceBound() {
     return g_Func[OXT_FUNC_TRACELOG].load(std::memory_order_relaxed) != nullptr ||
            g_Func[OXT_FUNC_SETFILEPATH].load(std::memory_order_relaxed) != nullptr;
+}
+
+// A trace library may tell with an entry TraceWanted that its settings switch normal lines off. They are then left out,
+// but each 64th: it asks again, and so does each failure's line.
+extern std::atomic<unsigned> g_linesLeft; // out since the library was asked; 0 while normal lines are wanted
+bool oxtTraceAsk();                       // while they are not: whether this line is
+
+// True when somebody listens to normal lines. Cheap: what is only worth doing for the trace asks here first.
+inline bool oxtTraceOn() {
+    return oxtTraceBound() && (g_linesLeft.load(std::memory_order_relaxed) == 0 || oxtTraceAsk());
 }
 OxtTraceLog oxtTraceBegin(); // selects the log; keeps the library from being closed until oxtTraceEnd; may be null
 void oxtTraceEnd();
@@ -79,7 +89,7 @@ void oxtTraceEnd();
 // One trace line of the named function. The arguments are evaluated only when somebody listens.
 #define OXT_TRACE_LINE(level, function, ...)                                                                           \
     do {                                                                                                               \
-        if (oxtTraceOn()) {                                                                                            \
+        if ((level) == OXT_TRACE_NORMAL ? oxtTraceOn() : oxtTraceBound()) {                                            \
             const int oxtErrno_ = errno;                                                                               \
             if (const OxtTraceLog oxtLog_ = oxtTraceBegin()) {                                                         \
                 errno = oxtErrno_;                                                                                     \

@@ -5,7 +5,9 @@
 #include "cmpift.h"
 #include "cmpimacs.h"
 #include "oxtFsStore.h"
+#include "oxtFsTurn.h"
 #include "oxtFsWatch.h"
+#include "oxtWait.h"
 
 namespace {
 
@@ -16,7 +18,9 @@ CMPIStatus failed(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
 CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     if (terminating) {
         OXT_TRACE_AS(function, "CleanUp Exit SFCB.");
-        fsExitThread(cInfo, FS_FROM_CLEANUP);
+        fsExitThread(cInfo);
+        if (fsAloneBegin() == 0) // once the requests inside have left, the library may go
+            fsAloneEnd();
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
         return {CMPI_RC_OK, nullptr};
     }
@@ -28,12 +32,16 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
 
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
-    const FsDropped dropped = fsDropStore(cInfo, FS_FROM_CLEANUP);
-    if (dropped == FS_DROP_WATCHED) // a start came in between: the library must not go under its thread
+    const bool alone = fsAloneBegin() == 0;
+    const bool isWatched = alone && gfs_thid.load() != 0;
+    const bool freed = alone && !isWatched && fsFreeInstance(cInfo) == 0;
+    if (alone)
+        fsAloneEnd();
+    if (isWatched) // a start came in between: the library must not be unloaded while its thread runs
         return cleanUpWithThread(function, cInfo, terminating);
-    if (dropped != FS_DROPPED)
+    if (!freed)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
-    if (dropped == FS_DROP_BUSY && !terminating) { // nor under a request
+    if (!alone && !terminating) { // nor while a request is inside
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
         return {CMPI_RC_DO_NOT_UNLOAD, nullptr};
     }
@@ -41,8 +49,8 @@ CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, boo
     return {CMPI_RC_OK, nullptr};
 }
 
-// Outside service mode, with the gate closed: saves and frees; *state becomes the provider's new state.
-CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) {
+// Outside service mode, alone: saves and frees.
+CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo) {
     OXT_TRACE_AS(function, "fsSetInstance()");
     OXT_REQUIRE_AS(function, fsSetInstance(cInfo) == 0, failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!"),
                    "fsSetInstance Failure!!");
@@ -50,29 +58,25 @@ CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo, int *state) 
     OXT_REQUIRE_AS(function, fsFreeInstance(cInfo) == 0,
                    failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
     fsTraceMutexesDestroyed(function);
-    *state = OXT_FS_UNINITIALISED;
+    fsGateForget();
     return {CMPI_RC_OK, nullptr};
 }
 
 CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bool terminating) {
-    int state = OXT_FS_UNINITIALISED;
-    if (fsGateClose(FS_FROM_CLEANUP, &state) != 0) { // a request is busy with the store: it cannot be saved now
+    if (fsAloneBegin() != 0) { // a request is busy with the store: it cannot be saved now
         OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
         OXT_TRACE_AS(function, "_OUT_");
         return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
     }
-    if (state == OXT_FS_UNINITIALISED) {
-        fsGateOpen(FS_FROM_CLEANUP, state);
-        OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
-        return {CMPI_RC_OK, nullptr};
-    }
-    if (gfs_thid.load() != 0) { // the mode became known meanwhile, and a thread was started
-        fsGateOpen(FS_FROM_CLEANUP, state);
+    const bool isBuilt = fsGateState() == OXT_FS_INITIALISED;
+    const bool isWatched = isBuilt && gfs_thid.load() != 0; // the mode became known meanwhile
+    CMPIStatus status = {CMPI_RC_OK, nullptr};
+    if (isBuilt && !isWatched)
+        status = saveAndFree(function, cInfo);
+    fsAloneEnd();
+    if (isWatched)
         return cleanUpWithThread(function, cInfo, terminating);
-    }
-    const CMPIStatus status = saveAndFree(function, cInfo, &state);
-    fsGateOpen(FS_FROM_CLEANUP, state);
-    OXT_TRACE_AS(function, "_OUT_");
+    OXT_TRACE_AS(function, isBuilt ? "_OUT_" : "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
     return status;
 }
 
@@ -81,8 +85,8 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
 int fsInitProvider(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_ gfs_first=[%d]", gfs_first.load());
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    int state = OXT_FS_IN_PROGRESS;
-    for (int waits = 0; state == OXT_FS_IN_PROGRESS;) {
+    int state = OXT_FS_IN_PROGRESS, waits = 0;
+    while (state == OXT_FS_IN_PROGRESS) {
         for (; gfs_first.load() == OXT_FS_IN_PROGRESS && waits < OXT_WAIT_TRIES; ++waits)
             usleep(OXT_WAIT_MICROS);
         OXT_REQUIRE(waits < OXT_WAIT_TRIES, -1, "_OUT_ gfs_first Failure!!");
@@ -92,9 +96,13 @@ int fsInitProvider(const OxtCInfo *cInfo) {
         OXT_TRACE("_OUT_ Already Initialize.");
         return 0;
     }
-    OXT_TRACE("fsInitInstance()");
-    const int ret = fsInitInstance(cInfo);
-    fsGateBuilt(ret == 0);
+    const bool begun = fsTurnBegin(FS_LIFE, waits * OXT_WAIT_MILLIS / OXT_WAIT_TRIES) == 0;
+    if (begun)
+        OXT_TRACE("fsInitInstance()");
+    const int ret = begun ? fsInitInstance(cInfo) : -1;
+    fsGateBuilt(ret == 0); // before a stop or a clean-up that has waited looks at the gate
+    if (begun)
+        fsTurnEnd(FS_LIFE);
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }
@@ -113,15 +121,12 @@ CMPIStatus fsCleanUpProvider(const OxtCInfo *cInfo, bool terminating) {
     return cleanUpWithThread(__func__, cInfo, terminating);
 }
 
-FsDropped fsDropStore(const OxtCInfo *cInfo, FsCaller caller) {
-    int state = OXT_FS_UNINITIALISED;
-    if (fsGateClose(caller, &state) != 0)
-        return FS_DROP_BUSY;
-    FsDropped dropped = FS_DROP_WATCHED;
-    if (gfs_thid.load() == 0)
-        dropped = fsFreeInstance(cInfo) == 0 ? FS_DROPPED : FS_DROP_FAILED;
-    fsGateOpen(caller, state);
-    return dropped;
+int fsDropStore(const OxtCInfo *cInfo) {
+    if (fsTurnBegin(FS_LIFE) != 0)
+        return -1;
+    const int ret = gfs_thid.load() == 0 ? fsFreeInstance(cInfo) : -1;
+    fsTurnEnd(FS_LIFE);
+    return ret;
 }
 
 std::atomic<int> *fsGetFirstProc() {

@@ -2,8 +2,9 @@
 #ifndef OXT_FS_LIFE_H
 #define OXT_FS_LIFE_H
 
+#include <atomic>
+
 #include "cmpidt.h"
-#include "oxtFsGate.h"
 #include "oxtService.h"
 
 // Makes sure that the store is built, by this request or by one that is at it (waiting up to 3 seconds). 0: the request
@@ -15,10 +16,9 @@ void fsLeaveProvider();
 // thread runs and the object manager does not end, or CMPI_RC_ERR_FAILED, with a message.
 CMPIStatus fsCleanUpProvider(const OxtCInfo *cInfo, bool terminating);
 
-// Frees the store and leaves the initialisation state as it is: what a refused stop does, and a clean-up in service
-// mode without a thread. FS_DROP_BUSY: a request stayed inside; FS_DROP_WATCHED: a watch thread was started meanwhile.
-enum FsDropped { FS_DROPPED, FS_DROP_FAILED, FS_DROP_BUSY, FS_DROP_WATCHED };
-FsDropped fsDropStore(const OxtCInfo *cInfo, FsCaller caller);
+// Frees the store and leaves the initialisation state as it is: what a refused stop does. 0, or -1 when that failed, or
+// a watch thread was started meanwhile.
+int fsDropStore(const OxtCInfo *cInfo);
 
 std::atomic<int> *fsGetFirstProc(); // the initialisation state's address, traced
 

@@ -1,21 +1,17 @@
 #include "oxtFsPass.h"
 
-#include <cstring>
-#include <utility>
-
+#include "oxtFsSave.h"
 #include "oxtFsSnapshot.h"
-#include "oxtFsState.h"
 #include "oxtFsStatus.h"
 #include "oxtIndex.h"
 #include "oxtPaths.h"
 
 namespace {
 
-// What a pass started from: copies of all classes, so that the merge reads records that nobody changes.
+// What a pass starts from.
 struct Before {
-    DatInfo areas[OXT_CID_FS_COUNT];
+    const FsSnapshot *snapshot;
     OxtIndex byKeys; // of the file-system records
-    unsigned edits;
 };
 
 unsigned hashOfKeys(const FsProv *prov) {
@@ -30,25 +26,21 @@ void indexKeys(OxtIndex *index, const DatInfo *area) {
         oxtIndexMake(index, area->datNum, [&](int i) { return hashOfKeys(&fsProv(area)[i]); });
 }
 
-void releaseBefore(Before *before) {
-    oxtIndexFree(&before->byKeys);
-    for (DatInfo &area : before->areas)
-        fsReleaseInstance(&area);
-}
-
-// Refreshes the store and copies it. 0, or -1 with the failure traced.
+// The records as the segments and the last pass left them. 0, or -1 with the failure traced.
 int takeBefore(const char *function, const OxtCInfo *cInfo, Before *before) {
-    OXT_REQUIRE_AS(function, fsStoreLock() == 0, -1, "_OUT_ fsStoreLock() Failure!!");
-    int ret = fsRefreshFromShm(function, cInfo);
-    if (ret == 0) {
-        for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-            ret |= fsCopyArea(&instFs[cid], &before->areas[cid]);
-        if (ret != 0)
-            OXT_TRACE_FAIL_AS(function, "_OUT_ insDat alloc Failure!!");
+    if (fsPublishBegin(function) != 0)
+        return -1;
+    int ret = fsIsTakenDown(function) ? -1 : 0;
+    for (int cid = 0; cid < OXT_CID_FS_COUNT && ret == 0; ++cid) {
+        const ShmInfo &shm = shmFs[cid];
+        OXT_TRACE_AS(function, "shmFs[%d].shmNum=[%d]", cid, shm.shmNum);
+        // Without a segment, and where the last copy into it failed, the snapshot is what there is.
+        if (shm.shmNum > 0 && shm.content == OXT_SHM_CURRENT)
+            ret = fsRefresh(function, cInfo, cid);
     }
-    before->edits = fsEditCount();
-    fsStoreUnlock();
-    indexKeys(&before->byKeys, &before->areas[OXT_CID_FS_PROV]);
+    before->snapshot = fsTake();
+    fsPublishEnd();
+    indexKeys(&before->byKeys, &before->snapshot->areas[OXT_CID_FS_PROV]);
     return ret;
 }
 
@@ -58,22 +50,11 @@ void traceKeys(const char *function, const char *side, int position, const FsPro
 }
 
 void traceComparison(const char *function, const FsProv *cur, const FsProv *ins) {
-#define COMPARE(label, format, type, field)                                                                            \
-    OXT_TRACE_AS(function, "    " label "=cur[" format "] ins[" format "]", static_cast<type>(cur->field),             \
-                 static_cast<type>(ins->field))
-    COMPARE("Index            ", "%d", int, Index);
-    COMPARE("DriveType        ", "%d", int, DriveType);
-    COMPARE("MonThreshold     ", "%d", int, MonitorThreshold);
-    COMPARE("WarnThreshold    ", "%d", int, WarningThreshold);
-    COMPARE("WarnThresholdDef ", "%d", int, WarningThresholdDefault);
-    COMPARE("FatThreshold     ", "%d", int, FatalThreshold);
-    COMPARE("FatThresholdDef  ", "%d", int, FatalThresholdDefault);
-    COMPARE("FreeSpaceStatus  ", "%d", int, FreeSpaceStatus);
-    COMPARE("_root            ", "%s", const char *, _root);
-    COMPARE("_FileSystemSize  ", "%lld", long long, _FileSystemSize);
-    COMPARE("_AvailableSpace  ", "%lld", long long, _AvailableSpace);
-    COMPARE("_FileSystemType  ", "%s", const char *, _FileSystemType);
-#undef COMPARE
+    FsShown curNumber, insNumber;
+    for (const FsField &field : FS_PROV_FIELDS)
+        if (field.compared != nullptr)
+            OXT_TRACE_AS(function, "    %-17s=cur[%s] ins[%s]", field.compared, fsShow(field, cur, curNumber),
+                         fsShow(field, ins, insNumber));
 }
 
 // The first stored record with the same keys, or null. Later ones with these keys are never looked at.
@@ -119,7 +100,7 @@ void mergeNew(const OxtCInfo *cInfo, const FsProv *cur) {
 }
 
 void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const Before *before) {
-    const DatInfo *stored = &before->areas[OXT_CID_FS_PROV];
+    const DatInfo *stored = &before->snapshot->areas[OXT_CID_FS_PROV];
     for (int i = 0; i < current->datNum; ++i) {
         FsProv *cur = &fsProv(current)[i];
         traceKeys(function, "Cur", i, cur);
@@ -134,97 +115,97 @@ void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *curren
     }
 }
 
-// Settings that clients committed since the pass took its copies replace those that it merged. The status stays as it
-// was evaluated: the next pass sees the difference and sends the alert.
-void keepLateSettings(const DatInfo *current, const Before *before) {
-    if (fsEditCount() == before->edits)
-        return;
-    const DatInfo *live = &instFs[OXT_CID_FS_PROV];
+// Settings that clients committed since the pass began replace those that it merged. The status stays as it was
+// evaluated: the next pass sees the difference and sends the alert.
+void keepLateSettings(const DatInfo *current, const DatInfo *stored) {
     OxtIndex byKeys = {};
-    oxtIndexMake(&byKeys, live->datAdr != nullptr ? live->datNum : 0,
-                 [&](int i) { return hashOfKeys(&fsProv(live)[i]); });
+    oxtIndexMake(&byKeys, stored->datNum, [&](int i) { return hashOfKeys(&fsProv(stored)[i]); });
     for (int i = 0; i < current->datNum; ++i) {
         FsProv *cur = &fsProv(current)[i];
-        if (const FsProv *ins = findStored(nullptr, live, &byKeys, cur))
+        if (const FsProv *ins = findStored(nullptr, stored, &byKeys, cur))
             keepSettings(cur, ins);
     }
     oxtIndexFree(&byKeys);
 }
 
-// Gives the file-system area and its segment the new count. 0, or -1 with the area left usable as it was: without
-// memory its block is gone, and the pass's copy of the records, brought up to date, takes its place.
-int resize(const char *function, const OxtCInfo *cInfo, int count, DatInfo *copy) {
-    DatInfo *area = &instFs[OXT_CID_FS_PROV];
-    const int held = area->datAdr != nullptr ? area->datNum : 0;
-    const bool isCopy = held > 0 && held == copy->datNum;
-    if (isCopy)
-        memcpy(copy->datAdr, area->datAdr, static_cast<size_t>(oxtAreaSize(area)));
-    area->datNum = count;
+// A segment for so many records, with a block of zeros of that size. 0 or -1.
+int resize(const char *function, const OxtCInfo *cInfo, int count, DatInfo *zeros) {
+    *zeros = {sizeof(FsProv), count, nullptr};
     OXT_TRACE_AS(function, "reallocDatArea(%s,%d,instFs,shmFs)", OXT_PATH_SHMKEY, OXT_CID_FS_PROV);
-    if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, area, &shmFs[OXT_CID_FS_PROV]) == 0)
+    if (reallocDatArea(cInfo, OXT_PATH_SHMKEY, OXT_CID_FS_PROV, zeros, &shmFs[OXT_CID_FS_PROV]) == 0)
         return 0;
-    if (area->datAdr == nullptr && isCopy)
-        std::swap(area->datAdr, copy->datAdr);
-    area->datNum = area->datAdr != nullptr ? held : 0; // never a count that the block does not hold
-    if (shmFs[OXT_CID_FS_PROV].shmNum == 0 && area->datNum > 0)
-        shmFs[OXT_CID_FS_PROV].content = OXT_SHM_MISSING; // the next pass starts from these records
+    free(zeros->datAdr);
     OXT_TRACE_FAIL_AS(function, "reallocDatArea() Failure!!");
     return -1;
 }
 
-// Puts the merged records in the place of the stored ones, which the caller gets. 0, or -1 with the failure traced.
-int install(const char *function, DatInfo *current) {
-    FsTnum *tnum = fsTnum(instFs);
-    OXT_REQUIRE_AS(function, tnum != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!");
-    tnum->FileSystemTotalNumber = static_cast<uint16_t>(current->datNum);
-    if (current->datNum < 1)
-        return 0;
-    void *&stored = instFs[OXT_CID_FS_PROV].datAdr;
-    OXT_REQUIRE_AS(function, stored != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!");
-    std::swap(stored, current->datAdr); // blocks of equal size
-    return 0;
-}
-
-// From the new count to the segments, with the store lock held: a reader sees the old records or the new ones, never a
-// segment that was resized and not yet filled. Frees the current block on every path.
-int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, Before *before) {
-    keepLateSettings(current, before);
-    const bool fits = current->datNum == instFs[OXT_CID_FS_PROV].datNum &&
-                      current->datNum == shmFs[OXT_CID_FS_PROV].shmNum; // not after a resize that failed
-    if (!fits && resize(function, cInfo, current->datNum, &before->areas[OXT_CID_FS_PROV]) != 0) {
+// With the publish turn: the next snapshot, the segments, then its installation. Takes the current block on every path.
+int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, const FsSnapshot *before) {
+    const FsSnapshot *now = fsCurrent();
+    const DatInfo *stored = &now->areas[OXT_CID_FS_PROV];
+    if (now != before)
+        keepLateSettings(current, stored);
+    FsSnapshot *next = fsCopySnapshot(now, false);
+    if (next == nullptr)
+        OXT_TRACE_FAIL_AS(function, "insDat alloc Failure!!");
+    DatInfo zeros = *stored;
+    const bool fits = current->datNum == stored->datNum && current->datNum == shmFs[OXT_CID_FS_PROV].shmNum;
+    if (next == nullptr || (!fits && resize(function, cInfo, current->datNum, &zeros) != 0)) {
+        fsDrop(next);
         OXT_MEMFREE_IN(function, current->datAdr);
         OXT_TRACE_AS(function, "_OUT_");
         return -1;
     }
-    const int installed = install(function, current);
+    const char *missing = fsTnum(next->areas) == nullptr ? "_OUT_ param(instFs[OXT_CID_FS_TNUM].datAdr) Failure!!"
+                          : zeros.datAdr == nullptr      ? "_OUT_ param(instFs[OXT_CID_FS_PROV].datAdr) Failure!!"
+                                                         : nullptr;
+    if (missing == nullptr) {
+        fsTnum(next->areas)->FileSystemTotalNumber = static_cast<uint16_t>(current->datNum);
+        OXT_TRACE_AS(function, "memfree(%p)", current->datAdr); // which the snapshot does when it is dropped
+        if (!fits)
+            free(zeros.datAdr);
+        next->areas[OXT_CID_FS_PROV] = *current;
+        OXT_TRACE_AS(function, "fsCheckConfigChange - after -");
+        fsLogDumpInstanceDat(OXT_DUMP_ALL, next->areas);
+        const int ret = fsPublish(function, cInfo, next);
+        fsInstall(next);
+        return ret;
+    }
+    OXT_TRACE_FAIL_AS(function, "%s", missing);
     OXT_MEMFREE_IN(function, current->datAdr);
-    if (installed != 0)
-        return -1;
-    OXT_TRACE_AS(function, "fsCheckConfigChange - after -");
-    fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
-    return fsPublishToShm(function, cInfo);
+    if (!fits) { // after a refused stop: how many there are is known from now on, and that is all
+        next->areas[OXT_CID_FS_PROV] = zeros;
+        fsInstall(next);
+    } else {
+        fsDrop(next);
+    }
+    return -1;
 }
 
-int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, Before *before) {
+int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const FsSnapshot *before,
+            unsigned *version) {
     const int stored = before->areas[OXT_CID_FS_PROV].datNum;
     OXT_TRACE_AS(function, "curNum[%d] instNum[%d]", current->datNum, stored);
     if (current->datNum != stored && getServiceMode(cInfo) == 1)
         fsPutAlert(OXT_ALERTID_CONFIG_CHANGE, nullptr);
-    if (fsStoreLock() != 0) {
-        OXT_TRACE_FAIL_AS(function, "_OUT_ fsStoreLock() Failure!!");
+    if (fsPublishBegin(function) != 0) {
         OXT_MEMFREE_IN(function, current->datAdr);
         return -1;
     }
-    const int ret = publishLocked(function, cInfo, current, before);
-    fsStoreUnlock();
+    const bool isGone = fsIsTakenDown(function);
+    if (isGone)
+        OXT_MEMFREE_IN(function, current->datAdr);
+    const int ret = isGone ? -1 : publishLocked(function, cInfo, current, before);
+    *version = fsCurrent()->version;
+    fsPublishEnd();
     return ret;
 }
 
 // The fresh inventory, merged. 0, or -1 with the failure traced.
 int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
-    const DatInfo *stored = &before->areas[OXT_CID_FS_PROV];
+    const DatInfo *stored = &before->snapshot->areas[OXT_CID_FS_PROV];
     OXT_TRACE_AS(function, "fsCheckConfigChange - before -");
-    fsLogDumpInstanceDat(OXT_DUMP_ALL, before->areas);
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, before->snapshot->areas);
     OXT_TRACE_AS(function, "fsGetCurrentInfo()");
     if (fsGetCurrentInfo(cInfo, current) != 0) {
         OXT_TRACE_FAIL_AS(function, "fsGetCurrentInfo Failure!!");
@@ -243,16 +224,18 @@ int fsCheckConfigChange(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     Before before = {};
+    unsigned version = 0;
     DatInfo current = {sizeof(FsProv), 0, nullptr};
     int ret = takeBefore(__func__, cInfo, &before);
     if (ret == 0)
         ret = takeCurrent(__func__, cInfo, &current, &before);
     if (ret == 0)
-        ret = publish(__func__, cInfo, &current, &before);
-    releaseBefore(&before);
+        ret = publish(__func__, cInfo, &current, before.snapshot, &version);
+    oxtIndexFree(&before.byKeys);
+    fsDrop(before.snapshot);
     if (ret != 0)
         return -1;
-    switch (fsSaveStore(__func__)) {
+    switch (fsSaveStore(__func__, version)) {
     case FS_SAVE_NOT_OPENED:
         return -1;
     case FS_SAVE_NOT_WRITTEN:

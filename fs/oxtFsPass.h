@@ -9,8 +9,7 @@
 // (service mode only) and publishes the result to shared memory and the save file. 0, or -1 when any step failed:
 // alerts already sent stay sent, and the next pass tries again.
 //
-// Outside service mode the caller holds the instance lock. Discovery, sends and the write of the save file run without
-// the store lock; a setting that a client commits meanwhile is kept.
+// Outside service mode the caller holds the instance lock. A setting that a client commits meanwhile is kept.
 int fsCheckConfigChange(const OxtCInfo *cInfo);
 
 #endif

@@ -95,11 +95,5 @@ inline FsProv *fsProv(const DatInfo *area) {
 
 // The four keys of both are equal, byte for byte.
 bool fsSameKeys(const FsProv *a, const FsProv *b);
-// Ends every text of records that came from outside (save file, shared memory) inside its array.
-void fsEndTexts(DatInfo *area);
-
-// Traces the records of one class, or of all three for OXT_DUMP_ALL.
-constexpr int OXT_DUMP_ALL = 99;
-void fsLogDumpInstanceDat(int selector, const DatInfo *datLog);
 
 #endif

@@ -3,6 +3,10 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "oxtFile.h"
+#include "oxtFsTurn.h"
+#include "oxtPaths.h"
+
 namespace {
 
 size_t areaBytes(const DatInfo &area) {
@@ -32,19 +36,33 @@ char *makeImage(const char *function, const DatInfo ins[], int *size) {
     return image;
 }
 
+FsSaved writeSaveFile(const char *function, const FsSnapshot *snapshot) {
+    // Freed meanwhile: nothing may replace what was saved of it.
+    OXT_REQUIRE_AS(function, snapshot != nullptr && fsConf(snapshot->areas) != nullptr, FS_SAVE_NOT_OPENED,
+                   "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+    OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
+    const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb");
+    OXT_REQUIRE_AS(function, fp != nullptr, FS_SAVE_NOT_OPENED, "_OUT_ fopen Failure!! err=[%d]", errno);
+    setvbuf(fp.get(), nullptr, _IONBF, 0); // it is written in one piece
+    OXT_TRACE_AS(function, "fsPutBinFile()");
+    const int ret = fsPutBinFile(fp.get(), snapshot->areas);
+    OXT_TRACE_AS(function, "fclose");
+    if (ret != 0)
+        return FS_SAVE_NOT_WRITTEN;
+    fsNoteSaved(snapshot);
+    return FS_SAVED;
+}
+
 } // namespace
 
-int fsPutBinFile(FILE *fp, const DatInfo ins[], const FsGuard *guard) {
+int fsPutBinFile(FILE *fp, const DatInfo ins[]) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(fp != nullptr, -1, "_OUT_ param(fp) Failure!!");
     OXT_REQUIRE(ins != nullptr, -1, "_OUT_ param(ins) Failure!!");
-    OXT_REQUIRE(guard == nullptr || guard->lock() == 0, -1, "_OUT_ lock Failure!!");
     int size = 0;
     OXT_TRACE("- to File Info -");
     fsLogDumpInstanceDat(OXT_DUMP_ALL, ins);
     char *outputAdr = makeImage(__func__, ins, &size);
-    if (guard != nullptr)
-        guard->unlock();
     if (outputAdr == nullptr)
         return -1;
     const bool written = fwrite(outputAdr, 1, static_cast<size_t>(size), fp) == static_cast<size_t>(size) &&
@@ -101,4 +119,16 @@ int getDatFromBinFile(FILE *fp, int count, DatInfo *area) {
     }
     OXT_TRACE("_OUT_ [%p]", area->datAdr);
     return 0;
+}
+
+FsSaved fsSaveStore(const char *function, unsigned version) {
+    OXT_REQUIRE_AS(function, fsTurnBegin(FS_SAVE) == 0, FS_SAVE_NOT_OPENED, "_OUT_ fsTurnBegin() Failure!!");
+    const FsSnapshot *snapshot = fsTake(); // before the question: whoever takes the store down later saves after this
+    const FsFate fate = fsFateOf(version);
+    FsSaved saved = FS_SAVED;
+    if (fate != FS_FATE_SAVED)
+        saved = writeSaveFile(function, fate == FS_FATE_KEPT ? snapshot : nullptr);
+    fsDrop(snapshot);
+    fsTurnEnd(FS_SAVE);
+    return saved;
 }

@@ -1,64 +1,72 @@
-// The store's state: all of the monitoring core's data, and who may touch it.
+// The state of the monitoring core: the records as a snapshot that nobody changes, and their segments.
 //
-// instFs and shmFs are changed and read with the store lock held, or with the gate closed (oxtFsGate.h). It is held for
-// memory copies and the segments' own calls with their key files, never across statfs, a send or a write of the save
-// file; the wait for it is bounded by 3 seconds. Order of locks: instance lock, store lock, segment mutexes.
+// A reader takes the snapshot and drops it; whoever changes something makes the next one and installs it. So nothing is
+// freed or overwritten under a reader, and a reader waits for nobody. The segments' descriptors, and what says so, need
+// the publish turn (oxtFsTurn.h).
 #ifndef OXT_FS_STATE_H
 #define OXT_FS_STATE_H
 
 #include <atomic>
 #include <pthread.h>
 
-#include "oxtFsRecord.h"
+#include "oxtFsField.h"
 #include "oxtShm.h"
+#include "oxtThread.h"
 
-extern DatInfo instFs[OXT_CID_FS_COUNT];
-extern ShmInfo shmFs[OXT_CID_FS_COUNT];
+struct FsSnapshot {
+    DatInfo areas[OXT_CID_FS_COUNT]; // without records after a clean-up; blocks of the snapshot's own
+    int segments[OXT_CID_FS_COUNT];  // the segment that held the same when this was installed; -1: none did
+    int users;                       // who took it, the store included
+    unsigned version;                // counts the snapshots that were installed
+};
+
+const FsSnapshot *fsTake();
+void fsDrop(const FsSnapshot *snapshot); // null is allowed; the last one frees it
+
+// A new one for its maker alone: a copy, with or without the file-system records. Null without memory. Dropped, or
+// installed.
+FsSnapshot *fsCopySnapshot(const FsSnapshot *from, bool withRecords);
+// Of areas whose blocks become its own. Null without memory.
+FsSnapshot *fsAdopt(DatInfo areas[]);
+
 // The instance lock: orders the requests outside service mode, passes included. Taken with nonsrvMutexLock. It is made
-// once and never destroyed: the factories run again while requests hold it, and a request may follow a clean-up.
+// once and never destroyed: the factories run again while requests hold it.
 extern pthread_mutex_t instMutexFs;
 extern std::atomic<int> gfs_SleepSec; // seconds between two passes; follows MonitorCycle
+extern OxtThreadId gfs_thid;          // the watch thread; 0 when there is none
+OxtThreadId *fsGetThreadID();         // its address, traced
 
-extern pthread_mutex_t fsStoreMutex; // the store lock
-int fsStoreLock();                   // 0, or -1 after 3 seconds
-void fsStoreUnlock();
+extern ShmInfo shmFs[OXT_CID_FS_COUNT]; // the publish turn's
 
-// A client's change of one setting. It is applied to the store's own record at the commit: between a read and its
-// commit another pass may have replaced the records.
-struct FsEdit {
-    int cid;            // OXT_CID_FS_CONF or OXT_CID_FS_PROV
-    int position;       // of the record among those that were read
-    const void *record; // the caller's copy of it
-    size_t offset;      // of the field in the record
-    size_t width;       // bytes of the field, 2 or 4
-    uint32_t value;
-};
+// The publish turn for work on the segments: 0, or -1 with the failure traced.
+int fsPublishBegin(const char *function);
+void fsPublishEnd();
+
+// With the publish turn; traced in the caller's name.
+
+const FsSnapshot *fsCurrent(); // what fsTake gives
+// Takes its place. Null for one without records: the store is taken down.
+void fsInstall(FsSnapshot *next);
+// What has become of a change once its snapshot was installed. None of these needs the publish turn.
+enum FsFate { FS_FATE_KEPT, FS_FATE_SAVED, FS_FATE_LOST }; // the store has it; or was taken down with or without a save
+FsFate fsFateOf(unsigned version);
+void fsNoteSaved(const FsSnapshot *snapshot); // it is in the save file
+
+// With the publish turn: true, and traced as a failure, when a stop has taken the store down under a request that is
+// still inside. A store that a refused stop has emptied counts as there.
+bool fsIsTakenDown(const char *function);
+// Takes over what somebody else has written into a class's segment. While nobody traces, a segment that nobody else has
+// touched is not read. 0 or -1.
+int fsRefresh(const char *function, const OxtCInfo *cInfo, int cid);
+// Copies every class that has records to its segment. While nobody traces, a segment that holds them is left alone. 0,
+// or -1 after the first failure.
+int fsPublish(const char *function, const OxtCInfo *cInfo, const FsSnapshot *next);
+// Removes the segments whatever their state, without a trace line.
+void fsForgetSegments();
+// The last to touch a segment was this process, and nobody holds it.
+bool fsIsUntouched(int shmId);
 
 // The trace of a tear-down says that the mutexes are destroyed. They live as long as the library: a request may follow.
 void fsTraceMutexesDestroyed(const char *function);
-
-// All of the following: call with the store lock held, but for fsSaveStore and fsReleaseInstance. The lines are traced
-// in the caller's name.
-
-// Applies a change: 0, or -1 when the file system it is about is gone.
-int fsApplyEdit(const FsEdit *edit);
-// Changes applied so far: a pass sees by it that one came in while it measured.
-unsigned fsEditCount();
-
-// Refreshes one class from its segment. 0 or -1.
-int fsRefreshClass(const char *function, const OxtCInfo *cInfo, int cid);
-// Refreshes the classes from their segments; a class without one becomes empty, but for one whose segment could not be
-// made. 0 or -1.
-int fsRefreshFromShm(const char *function, const OxtCInfo *cInfo);
-// Copies every class that has records to its segment. 0 or -1.
-int fsPublishToShm(const char *function, const OxtCInfo *cInfo);
-
-// Rewrites the save file. A failed open is traced here, a failed write is left to the caller's line.
-enum FsSaved { FS_SAVED, FS_SAVE_NOT_OPENED, FS_SAVE_NOT_WRITTEN };
-FsSaved fsSaveStore(const char *function);
-
-// A private copy of a class's records: 0, or -1 without memory. Freed with fsReleaseInstance.
-int fsCopyArea(const DatInfo *from, DatInfo *to);
-void fsReleaseInstance(DatInfo *area);
 
 #endif

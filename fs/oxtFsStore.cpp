@@ -1,40 +1,29 @@
 #include "oxtFsStore.h"
 
-#include <sys/shm.h>
+#include <cstring>
 
 #include "oxtFile.h"
 #include "oxtFsPass.h"
 #include "oxtFsSave.h"
 #include "oxtFsSnapshot.h"
 #include "oxtFsStatus.h"
-#include "oxtFsWatch.h"
+#include "oxtFsTurn.h"
 #include "oxtPaths.h"
 
 namespace {
 
 constexpr FsConf DEFAULT_CONF = {60, 10, 3600, 60};
 
-// What a failed initialisation left in place would be forgotten by the next one, once for each request that tries.
-void clearLeftovers() {
-    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
-        fsReleaseInstance(&instFs[cid]);
-        ShmInfo &shm = shmFs[cid];
-        if (shm.shmNum > 0 && shm.shmId > 0)
-            shmctl(shm.shmId, IPC_RMID, nullptr);
-        shmForget(&shm); // the mutex stays: a thread of an earlier life may just be letting go of it
-    }
-}
-
-int allocateSmallRecords(const char *function) {
-    instFs[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));
-    OXT_REQUIRE_AS(function, instFs[OXT_CID_FS_CONF].datAdr != nullptr, -1, "_OUT_ FsConf alloc Failure!!");
-    instFs[OXT_CID_FS_TNUM].datAdr = memalloc(sizeof(FsTnum));
-    OXT_REQUIRE_AS(function, instFs[OXT_CID_FS_TNUM].datAdr != nullptr, -1, "_OUT_ FsTnum alloc Failure!!");
+int allocateSmallRecords(const char *function, DatInfo areas[]) {
+    areas[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));
+    OXT_REQUIRE_AS(function, areas[OXT_CID_FS_CONF].datAdr != nullptr, -1, "_OUT_ FsConf alloc Failure!!");
+    areas[OXT_CID_FS_TNUM].datAdr = memalloc(sizeof(FsTnum));
+    OXT_REQUIRE_AS(function, areas[OXT_CID_FS_TNUM].datAdr != nullptr, -1, "_OUT_ FsTnum alloc Failure!!");
     return 0;
 }
 
 // True when the save file filled all classes.
-bool loadSaved(const char *function) {
+bool loadSaved(const char *function, DatInfo areas[]) {
     OXT_TRACE_AS(function, "fopen-check[%s]", OXT_PATH_SAVE);
     // "r+": a file that could not be written back is treated as absent.
     OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "r+");
@@ -42,7 +31,7 @@ bool loadSaved(const char *function) {
     if (fp == nullptr)
         return false;
     OXT_TRACE_AS(function, "fsGetBinFile()");
-    const bool loaded = fsGetBinFile(fp.get(), instFs) == 0;
+    const bool loaded = fsGetBinFile(fp.get(), areas) == 0;
     fp.reset();
     OXT_TRACE_AS(function, "fclose");
     if (!loaded)
@@ -51,41 +40,71 @@ bool loadSaved(const char *function) {
 }
 
 // The machine as it is now, with the default configuration. 0, or -1 with the failure traced.
-int takeDefaults(const char *function, const OxtCInfo *cInfo) {
-    fsReleaseInstance(&instFs[OXT_CID_FS_PROV]); // a rejected save file may have filled it
+int takeDefaults(const char *function, const OxtCInfo *cInfo, DatInfo areas[]) {
+    DatInfo *area = &areas[OXT_CID_FS_PROV];
+    free(area->datAdr); // a rejected save file may have filled it
+    area->datAdr = nullptr;
     OXT_TRACE_AS(function, "fsGetCurrentInfo()");
-    OXT_REQUIRE_AS(function, fsGetCurrentInfo(cInfo, &instFs[OXT_CID_FS_PROV]) == 0, -1,
-                   "_OUT_ fsGetCurrentInfo() Failure!!");
-    const int count = instFs[OXT_CID_FS_PROV].datNum;
-    *fsConf(instFs) = DEFAULT_CONF;
-    fsTnum(instFs)->FileSystemTotalNumber = static_cast<uint16_t>(count);
+    OXT_REQUIRE_AS(function, fsGetCurrentInfo(cInfo, area) == 0, -1, "_OUT_ fsGetCurrentInfo() Failure!!");
+    *fsConf(areas) = DEFAULT_CONF;
+    fsTnum(areas)->FileSystemTotalNumber = static_cast<uint16_t>(area->datNum);
     // Every file system starts as normal, so that a fresh start announces none that is.
-    for (int i = 0; i < count; ++i)
-        fsProv(&instFs[OXT_CID_FS_PROV])[i].FreeSpaceStatus = OXT_FREESPC_NORMAL;
+    for (int i = 0; i < area->datNum; ++i)
+        fsProv(area)[i].FreeSpaceStatus = OXT_FREESPC_NORMAL;
     return 0;
 }
 
-int publishNew(const char *function, const OxtCInfo *cInfo) {
+// The segments of a new store, then its records, which become the snapshot's. 0, or -1 with the failure traced.
+int publishNew(const char *function, const OxtCInfo *cInfo, DatInfo areas[]) {
     OXT_TRACE_AS(function, "- to shm -");
-    fsLogDumpInstanceDat(OXT_DUMP_ALL, instFs);
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, areas);
+    if (fsPublishBegin(function) != 0)
+        return -1;
+    fsForgetSegments(); // of a request that went on beside the end of an earlier life
     OXT_TRACE_AS(function, "shmNew(%d,%s)", OXT_CID_FS_PROV, OXT_PATH_SHMKEY);
-    OXT_REQUIRE_AS(function, shmNew(cInfo, OXT_CID_FS_PROV, OXT_PATH_SHMKEY, instFs, shmFs) == 0, -1,
-                   "_OUT_ shmNew() Failure!!");
-    return fsPublishToShm(function, cInfo);
+    FsSnapshot *made = fsAdopt(areas);
+    int ret = -1;
+    if (made == nullptr)
+        OXT_TRACE_FAIL_AS(function, "_OUT_ insDat alloc Failure!!");
+    else if (shmNew(cInfo, OXT_CID_FS_PROV, OXT_PATH_SHMKEY, areas, shmFs) != 0)
+        OXT_TRACE_FAIL_AS(function, "_OUT_ shmNew() Failure!!");
+    else
+        ret = fsPublish(function, cInfo, made);
+    if (ret == 0) {
+        fsInstall(made);
+    } else {
+        free(made);
+        fsForgetSegments();
+    }
+    fsPublishEnd();
+    return ret;
+}
+
+// The steps of fsInitInstance on areas of its own. 0, or -1 with the failure traced and the areas left to the caller.
+int build(const char *function, const OxtCInfo *cInfo, DatInfo areas[]) {
+    fsInitDatInfo(areas);
+    if (allocateSmallRecords(function, areas) != 0)
+        return -1;
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+        OXT_TRACE_AS(function, "pthread_mutex_init(%d)", cid);
+    if (!loadSaved(function, areas) && takeDefaults(function, cInfo, areas) != 0)
+        return -1;
+    gfs_SleepSec.store(fsConf(areas)->MonitorCycle);
+    return publishNew(function, cInfo, areas);
 }
 
 bool watchKeepsCurrent(const OxtCInfo *cInfo) {
     return getServiceMode(cInfo) == 1 && getThreadSts(&gfs_thid) == 1;
 }
 
-// While the watch thread runs: the class as its segment has it, or as the private copy has it when the segment is
-// older. A segment that was made and could not be filled since is no data yet.
-int refreshFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *shown) {
-    ShmInfo *shm = &shmFs[classId];
+// While the watch thread runs: the class as its segment has it, or as the snapshot has it when the segment is older. A
+// segment that was made and could not be filled since is no data yet.
+int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatInfo *shown) {
+    const ShmInfo *shm = &shmFs[classId];
     if (shm->shmNum > 0 && shm->content != OXT_SHM_EMPTY) {
-        if (shm->content == OXT_SHM_CURRENT && fsRefreshClass(function, cInfo, classId) != 0)
+        if (shm->content == OXT_SHM_CURRENT && fsRefresh(function, cInfo, classId) != 0)
             return -1;
-        *shown = instFs[classId];
+        *shown = fsCurrent()->areas[classId];
     } else {
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=0", classId);
     }
@@ -97,48 +116,102 @@ int refreshFromWatch(const char *function, const OxtCInfo *cInfo, int classId, D
 }
 
 // The configuration without a running thread: nothing changes it but clients, so no pass is needed.
-int refreshConfig(const char *function, const OxtCInfo *cInfo) {
+int readConfig(const char *function, const OxtCInfo *cInfo, DatInfo *shown) {
     const ShmInfo *shm = &shmFs[OXT_CID_FS_CONF];
-    const bool isOlder = shm->shmNum > 0 && shm->content != OXT_SHM_CURRENT; // than the private copy
-    if (!isOlder && fsRefreshClass(function, cInfo, OXT_CID_FS_CONF) != 0)
+    const bool isOlder = shm->shmNum > 0 && shm->content != OXT_SHM_CURRENT; // than the snapshot
+    if (!isOlder && fsRefresh(function, cInfo, OXT_CID_FS_CONF) != 0)
         return -1;
     OXT_TRACE_AS(function, "- return Config -");
-    fsLogDumpInstanceDat(OXT_CID_FS_CONF, instFs);
+    fsLogDumpInstanceDat(OXT_CID_FS_CONF, fsCurrent()->areas);
+    *shown = fsCurrent()->areas[OXT_CID_FS_CONF];
     return 0;
 }
 
-// Brings the class up to date as far as that needs the store lock, which is held, and copies it out. 0, or -1 with the
-// failure's exit line traced.
-int handOut(const char *function, const OxtCInfo *cInfo, int classId, bool fromWatch, DatInfo *out) {
-    DatInfo shown = {instFs[classId].datSize, 0, nullptr};
-    int ret = 0;
-    if (fromWatch)
-        ret = refreshFromWatch(function, cInfo, classId, &shown);
-    else if (classId == OXT_CID_FS_CONF)
-        ret = refreshConfig(function, cInfo);
-    if (ret != 0)
-        return -1;
-    if (!fromWatch) // after a pass that failed, what is known
-        shown = instFs[classId];
-    OXT_REQUIRE_AS(function, fsCopyArea(&shown, out) == 0, -1, "_OUT_ outDat alloc Failure!!");
-    if (classId != OXT_CID_FS_CONF)
-        return 0;
-    const FsConf *conf = static_cast<FsConf *>(out->datAdr);
-    OXT_REQUIRE_AS(function, conf != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
-    gfs_SleepSec.store(conf->MonitorCycle);
-    return 0;
-}
-
-// The steps of fsSetInstance that need the store lock. 0, or -1 with the failure traced.
-int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
-    const FsConf *conf = fsConf(instFs);
-    OXT_REQUIRE_AS(function, conf != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
-    if (edit != nullptr && fsApplyEdit(edit) != 0) {
-        OXT_TRACE_FAIL_AS(function, "_OUT_ fsApplyEdit() Failure!!");
-        return -1;
+// While the watch thread runs and nobody traces, and the class's segment has what the snapshot has.
+bool takeAtOnce(int classId, FsRecords *out) {
+    if (oxtTraceOn())
+        return false;
+    out->snapshot = fsTake();
+    if (fsIsUntouched(out->snapshot->segments[classId])) {
+        out->area = out->snapshot->areas[classId];
+        return true;
     }
-    gfs_SleepSec.store(conf->MonitorCycle);
-    return fsPublishToShm(function, cInfo);
+    fsReleaseInstance(out);
+    return false;
+}
+
+// The records of a class that is up to date, or is brought up to date from its segment. 0, or -1 with the failure
+// traced.
+int handOut(const char *function, const OxtCInfo *cInfo, int classId, bool fromWatch, bool passed, FsRecords *out) {
+    if (!fromWatch && classId != OXT_CID_FS_CONF) { // after a pass, also after one that failed
+        out->snapshot = fsTake();
+        out->area = out->snapshot->areas[classId];
+        const bool isGone = passed && fsConf(out->snapshot->areas) == nullptr; // a stop came in between
+        OXT_REQUIRE_AS(function, !isGone, -1, "_OUT_ store taken down Failure!!");
+        return 0;
+    }
+    if (!fromWatch || !takeAtOnce(classId, out)) {
+        if (fsPublishBegin(function) != 0)
+            return -1;
+        const int ret = fsIsTakenDown(function) ? -1
+                        : fromWatch             ? readFromWatch(function, cInfo, classId, &out->area)
+                                                : readConfig(function, cInfo, &out->area);
+        out->snapshot = fsTake();
+        fsPublishEnd();
+        if (ret != 0)
+            return -1;
+    }
+    if (classId == OXT_CID_FS_CONF) {
+        const FsConf *conf = static_cast<FsConf *>(out->area.datAdr);
+        OXT_REQUIRE_AS(function, conf != nullptr, -1, "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+        gfs_SleepSec.store(conf->MonitorCycle);
+    }
+    return 0;
+}
+
+bool isSameFileSystem(const FsProv *a, const FsProv *b) {
+    return fsSameKeys(a, b) && strcmp(a->_root, b->_root) == 0 && a->_FileSystemSize == b->_FileSystemSize;
+}
+
+// The record that was read: at the same position, or wherever mounts have moved it; else null.
+void *findOriginal(const FsEdit *edit, const DatInfo *area) {
+    if (edit->cid != OXT_CID_FS_PROV)
+        return area->datAdr;
+    const FsProv *read = static_cast<const FsProv *>(edit->record);
+    if (edit->position < area->datNum && isSameFileSystem(&fsProv(area)[edit->position], read))
+        return &fsProv(area)[edit->position];
+    for (int i = 0; i < area->datNum; ++i)
+        if (isSameFileSystem(&fsProv(area)[i], read))
+            return &fsProv(area)[i];
+    return nullptr;
+}
+
+// The snapshot with a client's change; null when there is nothing to change, or without memory.
+FsSnapshot *change(const FsEdit *edit) {
+    // Once a stop has begun to take the store down, its last save must miss nothing that was accepted.
+    FsSnapshot *next = fsGateState() == OXT_FS_INITIALISED ? fsCopySnapshot(fsCurrent(), true) : nullptr;
+    char *record = next != nullptr ? static_cast<char *>(findOriginal(edit, &next->areas[edit->cid])) : nullptr;
+    if (record != nullptr) {
+        memcpy(record + edit->offset, &edit->value, edit->width); // little-endian: the low bytes come first
+        return next;
+    }
+    fsDrop(next);
+    return nullptr;
+}
+
+// The steps of fsSetInstance that need the publish turn. 0 with the version to save, or -1 with the failure traced.
+int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit, unsigned *version) {
+    const FsSnapshot *now = fsCurrent();
+    OXT_REQUIRE_AS(function, fsConf(now->areas) != nullptr, -1,
+                   "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
+    FsSnapshot *next = edit != nullptr ? change(edit) : nullptr;
+    OXT_REQUIRE_AS(function, edit == nullptr || next != nullptr, -1, "_OUT_ fsApplyEdit() Failure!!");
+    gfs_SleepSec.store(fsConf(next != nullptr ? next->areas : now->areas)->MonitorCycle);
+    const int ret = fsPublish(function, cInfo, next != nullptr ? next : now);
+    if (next != nullptr)
+        fsInstall(next); // also after a failure: the change stays, and is saved with the next one
+    *version = fsCurrent()->version;
+    return ret;
 }
 
 } // namespace
@@ -146,22 +219,17 @@ int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit) {
 int fsInitInstance(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    clearLeftovers();
-    fsInitDatInfo(instFs);
-    if (allocateSmallRecords(__func__) != 0)
+    DatInfo areas[OXT_CID_FS_COUNT] = {};
+    if (build(__func__, cInfo, areas) != 0) {
+        for (const DatInfo &area : areas)
+            free(area.datAdr);
         return -1;
-    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
-        OXT_TRACE("pthread_mutex_init(%d)", cid);
-    if (!loadSaved(__func__) && takeDefaults(__func__, cInfo) != 0)
-        return -1;
-    gfs_SleepSec.store(fsConf(instFs)->MonitorCycle);
-    if (publishNew(__func__, cInfo) != 0)
-        return -1;
+    }
     OXT_TRACE("_OUT_");
     return 0;
 }
 
-int fsGetInstance(const OxtCInfo *cInfo, int classId, DatInfo *out) {
+int fsGetInstance(const OxtCInfo *cInfo, int classId, FsRecords *out) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
     OXT_REQUIRE(out != nullptr, -1, "_OUT_ param(out) Failure!!");
@@ -172,18 +240,17 @@ int fsGetInstance(const OxtCInfo *cInfo, int classId, DatInfo *out) {
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
     const bool fromWatch = watchKeepsCurrent(cInfo);
     const int ret = !fromWatch && classId != OXT_CID_FS_CONF ? fsCheckConfigChange(cInfo) : 0;
-    int handed = -1;
-    if (fsStoreLock() == 0) {
-        handed = handOut(__func__, cInfo, classId, fromWatch, out);
-        fsStoreUnlock();
-    } else {
-        OXT_TRACE_FAIL("_OUT_ fsStoreLock() Failure!!");
-    }
+    const int handed = handOut(__func__, cInfo, classId, fromWatch, ret == 0, out);
     mutexUnlock(&instMutexFs, held);
     if (handed != 0)
         return -1;
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
+}
+
+void fsReleaseInstance(FsRecords *reading) {
+    fsDrop(reading->snapshot);
+    *reading = {};
 }
 
 int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
@@ -192,14 +259,13 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
-    int ret = fsStoreLock();
+    unsigned version = 0;
+    int ret = fsPublishBegin(__func__);
     if (ret == 0) {
-        ret = commit(__func__, cInfo, edit);
-        fsStoreUnlock();
-    } else {
-        OXT_TRACE_FAIL("_OUT_ fsStoreLock() Failure!!");
+        ret = commit(__func__, cInfo, edit, &version);
+        fsPublishEnd();
     }
-    const FsSaved saved = ret == 0 ? fsSaveStore(__func__) : FS_SAVE_NOT_OPENED; // traced like one, so far
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version) : FS_SAVE_NOT_OPENED; // traced like one, so far
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;
@@ -211,11 +277,15 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
 int fsFreeInstance(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    if (fsPublishBegin(__func__) != 0)
+        return -1;
     int ret = 0;
-    OXT_REQUIRE(fsStoreLock() == 0, -1, "_OUT_ fsStoreLock() Failure!!");
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
-        OXT_MEMFREE(instFs[cid].datAdr);
-        instFs[cid].datNum = 0;
+        const void *datAdr = fsCurrent()->areas[cid].datAdr;
+        if (datAdr != nullptr) // and whoever still reads them keeps them
+            OXT_TRACE("memfree(%p)", datAdr);
+        else
+            OXT_TRACE("memfree already NULL");
         OXT_TRACE("shmFs(%d).shmNum=[%d]", cid, shmFs[cid].shmNum);
         if (shmFs[cid].shmNum <= 0)
             continue;
@@ -225,7 +295,8 @@ int fsFreeInstance(const OxtCInfo *cInfo) {
             ret = -1;
         }
     }
-    fsStoreUnlock();
+    fsInstall(nullptr);
+    fsPublishEnd();
     OXT_TRACE("_OUT_ ret=[%d]", ret);
     return ret;
 }

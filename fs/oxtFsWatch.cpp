@@ -8,16 +8,14 @@
 #include "cmpimacs.h"
 #include "oxtFsPass.h"
 #include "oxtFsStore.h"
+#include "oxtFsTurn.h"
 #include "oxtPaths.h"
-
-OxtThreadId gfs_thid{0};
 
 namespace {
 
 constexpr int JOIN_SECONDS = 30;
 
-OxtCInfo *gfs_thcInfo; // the thread's own; changed by a start or with the gate closed
-pthread_mutex_t startMutex = PTHREAD_MUTEX_INITIALIZER;
+OxtCInfo *gfs_thcInfo; // the thread's own; changed with the life turn
 
 // The context of a thread that is gone. The object manager made it for the thread, which never detaches.
 void releaseContext(const OxtCInfo *thcInfo) {
@@ -44,31 +42,25 @@ bool stopThread(const char *function) {
     return false;
 }
 
-// Stops the thread and closes the gate; once more when a start came in between. False when somebody stays busy.
-bool closeWithoutThread(const char *function, FsCaller caller, int *state) {
-    for (int tries = 0; tries < 2; ++tries) {
-        if ((getThreadSts(&gfs_thid) == 1 && !stopThread(function)) || fsGateClose(caller, state) != 0)
-            return false;
-        if (gfs_thid.load() == 0)
-            return true;
-        fsGateOpen(caller, *state);
-    }
-    return false;
+// With the life turn: false when the thread stays busy.
+bool exitThread(const char *function, const OxtCInfo *cInfo) {
+    if (getThreadSts(&gfs_thid) == 1 && !stopThread(function))
+        return false;
+    dropThreadInfo(function);
+    const bool isBuilt = fsGateState() == OXT_FS_INITIALISED;
+    fsGateForget(); // from now on no change is accepted, and whoever builds the store anew waits for the life turn
+    OXT_TRACE_AS(function, "fsSetInstance()");
+    // Of a store that was never built nothing may replace the save file.
+    if (isBuilt && fsSetInstance(cInfo) != 0)
+        OXT_TRACE_FAIL_AS(function, "fsSetInstance() Failure!!");
+    OXT_TRACE_AS(function, "fsFreeInstance()");
+    if (fsFreeInstance(cInfo) != 0)
+        OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
+    fsTraceMutexesDestroyed(function);
+    return true;
 }
 
 } // namespace
-
-OxtThreadId *fsGetThreadID() {
-    OXT_TRACE("=== gfs_thid=[%d] ===", static_cast<int>(gfs_thid.load()));
-    return &gfs_thid;
-}
-
-void fsThreadStartLock() {
-    pthread_mutex_lock(&startMutex);
-}
-void fsThreadStartUnlock() {
-    pthread_mutex_unlock(&startMutex);
-}
 
 int fsCreateThread(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
@@ -125,19 +117,12 @@ void *fsWatchThread(void *start) {
     }
 }
 
-void fsExitThread(const OxtCInfo *cInfo, FsCaller caller) {
+void fsExitThread(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
-    int state = OXT_FS_UNINITIALISED;
-    OXT_REQUIRE(closeWithoutThread(__func__, caller, &state), , "_OUT_ store in use Failure!!");
-    dropThreadInfo(__func__);
-    OXT_TRACE("fsSetInstance()");
-    // Of a store that was never built nothing may replace the save file.
-    if (state == OXT_FS_INITIALISED && fsSetInstance(cInfo) != 0)
-        OXT_TRACE_FAIL("fsSetInstance() Failure!!");
-    OXT_TRACE("fsFreeInstance()");
-    if (fsFreeInstance(cInfo) != 0)
-        OXT_TRACE_FAIL("fsFreeInstance() Failure!!");
-    fsTraceMutexesDestroyed(__func__);
-    fsGateOpen(caller, OXT_FS_UNINITIALISED);
+    const bool begun = fsTurnBegin(FS_LIFE) == 0;
+    const bool ended = begun && exitThread(__func__, cInfo);
+    if (begun)
+        fsTurnEnd(FS_LIFE);
+    OXT_REQUIRE(ended, , "_OUT_ store in use Failure!!");
     OXT_TRACE("_OUT_");
 }

@@ -7,6 +7,7 @@
 #include <sys/vfs.h>
 
 #include "oxtFsDevice.h"
+#include "oxtFsField.h"
 #include "oxtFsMount.h"
 #include "oxtFsStatus.h"
 
@@ -142,25 +143,16 @@ void setDefaults(FsProv *prov) {
     prov->FreeSpaceStatus = static_cast<int16_t>(fsGetFreeSpaceStatus(prov));
 }
 
+// Root and amounts stand behind the keys, the settings last.
 void traceRecord(const char *function, const FsProv *prov) {
-#define SHOW(...) OXT_TRACE_AS(function, __VA_ARGS__)
-    SHOW("  --Index              =[%d].", prov->Index);
-    SHOW("    CSCreationClassName=[%s].", prov->CSCreationClassName);
-    SHOW("    CSName             =[%s].", prov->CSName);
-    SHOW("    CreationClassName  =[%s].", prov->CreationClassName);
-    SHOW("    Name               =[%s].", prov->Name);
-    SHOW("    Root               =[%s].", prov->_root);
-    SHOW("    FileSystemSize     =[%llu].", static_cast<unsigned long long>(prov->_FileSystemSize));
-    SHOW("    AvailableSpace     =[%llu].", static_cast<unsigned long long>(prov->_AvailableSpace));
-    SHOW("    FileSystemType     =[%s].", prov->_FileSystemType);
-    SHOW("    DriveType          =[%d].", prov->DriveType);
-    SHOW("    MonThreshold       =[%d].", prov->MonitorThreshold);
-    SHOW("    WarnThreshold      =[%d].", static_cast<int>(prov->WarningThreshold));
-    SHOW("    WarnThresholdDef   =[%d].", static_cast<int>(prov->WarningThresholdDefault));
-    SHOW("    FatThreshold       =[%d].", static_cast<int>(prov->FatalThreshold));
-    SHOW("    FatThresholdDef    =[%d].", static_cast<int>(prov->FatalThresholdDefault));
-    SHOW("    FreeSpaceSts       =[%d].", prov->FreeSpaceStatus);
-#undef SHOW
+    constexpr size_t KEYS = 5, ROOT = 13, ALL = sizeof FS_PROV_FIELDS / sizeof *FS_PROV_FIELDS;
+    constexpr size_t PARTS[][2] = {{0, KEYS}, {ROOT, ALL}, {KEYS, ROOT}}; // first field, and the one behind the last
+    FsShown number;
+    for (const auto &[first, end] : PARTS)
+        for (size_t i = first; i < end; ++i)
+            if (const FsField &field = FS_PROV_FIELDS[i]; field.listed != nullptr)
+                OXT_TRACE_AS(function, "  %s%-19s=[%s].", i == 0 ? "--" : "  ", field.listed,
+                             fsShow(field, prov, number));
 }
 
 // The entries of a list of mount directories. 0, or -1 with the failure traced; frees the list before the exit line.

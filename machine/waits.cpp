@@ -1,4 +1,4 @@
-// Time and the system log: sleep(3), usleep(3) and syslog(3).
+// Time and the system log: sleep(3), usleep(3), waits for a condition and syslog(3).
 #include "calls.h"
 
 #include <algorithm>
@@ -52,6 +52,24 @@ extern "C" unsigned OXT_CALL(sleep)(unsigned seconds) {
     nap(shortened(seconds * 1'000'000'000ULL));
     return 0;
 }
+
+#ifndef OXT_MACHINE_WRAPPED // a machine out of a file waits as long as the provider says
+// Ends the wait sooner: the provider takes that for the end of its time. What it waits for still has to have a chance,
+// on a busy machine too.
+extern "C" int pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
+                                      const timespec *until) {
+    static const auto real =
+        realFunction<int(pthread_cond_t *, pthread_mutex_t *, clockid_t, const timespec *)>("pthread_cond_clockwait");
+    timespec now = {};
+    clock_gettime(clock, &now);
+    constexpr long long kSecond = 1'000'000'000;
+    long long left = (until->tv_sec - now.tv_sec) * kSecond + until->tv_nsec - now.tv_nsec;
+    withMachine([&](const Machine &m) { left /= std::min(m.speed, 100U); });
+    const long long end = now.tv_sec * kSecond + now.tv_nsec + left;
+    const timespec sooner = {end / kSecond, end % kSecond};
+    return real(condition, mutex, clock, &sooner);
+}
+#endif
 
 // <syslog.h> stays out: it may define these inline.
 extern "C" {

@@ -6,8 +6,6 @@
 
 extern const OxtClass OXT_FS_CLASS;
 
-CMPIInstance *OXT_FSSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                const FsProv *datprov);
 CMPIStatus OXT_FSEnumInstances(const OxtCInfo *cInfo, const CMPIResult *result, const CMPIObjectPath *cop,
                                const char **properties);
 CMPIStatus OXT_FSGetInstance(const OxtCInfo *cInfo, const CMPIResult *result, const CMPIObjectPath *cop,

@@ -8,20 +8,11 @@ namespace {
 constexpr int MIN_CYCLE = 10;
 constexpr int MAX_CYCLE = 3600;
 
-#define CONF_PROPERTY(name)                                                                                            \
-    { #name, #name, CMPI_uint16, OXT_FIELD_UINT16, offsetof(FsConf, name) }
-constexpr OxtProperty PROPERTIES[] = {
-    CONF_PROPERTY(MonitorCycle),
-    CONF_PROPERTY(MonitorCycleMin),
-    CONF_PROPERTY(MonitorCycleMax),
-    CONF_PROPERTY(MonitorCycleDefault),
-};
-#undef CONF_PROPERTY
+constexpr OxtClass CONFIG =
+    OXT_CLASS("OXT_FileSystemConfig", FS_CONF_FIELDS, false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst, "datconf",
+              "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
 
-constexpr OxtClass CONFIG = OXT_CLASS("OXT_FileSystemConfig", false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst,
-                                      "datconf", "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
-
-CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, FsConf *datconf) {
+CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs *in, const FsConf *datconf) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     int value = -1;
     OXT_TRACE_AS(function, "CMGetArg(MonitorCycle)");
@@ -30,8 +21,7 @@ CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs 
     if (value < MIN_CYCLE || value > MAX_CYCLE)
         return oxtRefuseSetting(function, cInfo, "MonitorCycle", value);
     OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle, value);
-    datconf->MonitorCycle = static_cast<uint16_t>(value);
-    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", datconf->MonitorCycle);
+    OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", value); // as the commit stores it
     const FsEdit edit = {OXT_CID_FS_CONF,
                          0,
                          datconf,
@@ -43,11 +33,6 @@ CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs 
 
 } // namespace
 
-CMPIInstance *OXT_FSConfigSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const FsConf *datconf) {
-    return oxtBuildInstance(CONFIG, cInfo, cop, properties, datconf);
-}
-
 CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {
     return oxtGetSingleton(__func__, CONFIG, cInfo, rslt, cop, properties);
@@ -58,6 +43,6 @@ CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *, c
     OXT_ENTER_HANDLER();
     const char *function = __func__;
     return oxtWithRecords(function, CONFIG, cInfo, [&](const DatInfo *records) {
-        return setCycle(function, cInfo, in, static_cast<FsConf *>(records->datAdr));
+        return setCycle(function, cInfo, in, static_cast<const FsConf *>(records->datAdr));
     });
 }

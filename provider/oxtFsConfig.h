@@ -4,8 +4,6 @@
 
 #include "oxtInstance.h"
 
-CMPIInstance *OXT_FSConfigSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const FsConf *datconf);
 CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties);
 // "SetMonitorCycle": 10 to 3600 seconds.

@@ -61,7 +61,7 @@ bool isEligible(const char *function, const OxtCInfo *cInfo, const FsProv *prov,
 
 CMPIStatus setField(const char *function, const OxtCInfo *cInfo, const ThresholdMethod &method, const CMPIArgs *in,
                     const DatInfo *records, int position) {
-    FsProv *prov = &fsProv(records)[position];
+    const FsProv *prov = &fsProv(records)[position];
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     int value = -1;
     OXT_TRACE_AS(function, "getArgToInt(%s)", method.argument);
@@ -71,9 +71,8 @@ CMPIStatus setField(const char *function, const OxtCInfo *cInfo, const Threshold
         return oxtRefuseSetting(function, cInfo, method.argument, value);
     OXT_TRACE_AS(function, "datprov[%d]->%s=[%d] dt.value.%s=[%d]", position, method.argument,
                  static_cast<int>(valueIn(method, prov)), method.typeText, value);
+    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d]", position, method.argument, value); // as the commit stores it
     const FsEdit edit = {OXT_CID_FS_PROV, position, prov, method.offset, method.width, static_cast<uint32_t>(value)};
-    memcpy(reinterpret_cast<char *>(prov) + method.offset, &edit.value, method.width);
-    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d]", position, method.argument, static_cast<int>(valueIn(method, prov)));
     return oxtCommitSetting(function, cInfo, &edit);
 }
 

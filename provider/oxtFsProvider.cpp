@@ -44,16 +44,17 @@ constexpr MethodRow FS_METHODS[] = {
     {"SetFatalThreshold", HANDLER(OXT_FSInvokeMethod)},
 };
 
+#define METHODS(rows) rows, sizeof rows / sizeof *rows
+#define BOTH(function) HANDLER(function), HANDLER(function) // GetInstance and EnumInstances
 // The classes in the order in which a name is compared, exactly.
 constexpr ClassRow CLASSES[] = {
-    {"OXT_FileSystemThread", true, HANDLER(OXT_FSThreadGetInstance), HANDLER(OXT_FSThreadGetInstance), THREAD_METHODS,
-     2},
-    {"OXT_FileSystemConfig", false, HANDLER(OXT_FSConfigGetInstance), HANDLER(OXT_FSConfigGetInstance), CONFIG_METHODS,
-     1},
-    {"OXT_FileSystemTotalNumber", false, HANDLER(OXT_FSTotalNumGetInstance), HANDLER(OXT_FSTotalNumGetInstance),
-     nullptr, 0},
-    {"OXT_FileSystem", false, HANDLER(OXT_FSGetInstance), HANDLER(OXT_FSEnumInstances), FS_METHODS, 3},
+    {"OXT_FileSystemThread", true, BOTH(OXT_FSThreadGetInstance), METHODS(THREAD_METHODS)},
+    {"OXT_FileSystemConfig", false, BOTH(OXT_FSConfigGetInstance), METHODS(CONFIG_METHODS)},
+    {"OXT_FileSystemTotalNumber", false, BOTH(OXT_FSTotalNumGetInstance), nullptr, 0},
+    {"OXT_FileSystem", false, HANDLER(OXT_FSGetInstance), HANDLER(OXT_FSEnumInstances), METHODS(FS_METHODS)},
 };
+#undef METHODS
+#undef BOTH
 #undef HANDLER
 
 enum InstanceOperation { GET_INSTANCE, ENUM_INSTANCES };

@@ -3,23 +3,23 @@
 namespace {
 
 // The record of this class is the running flag itself; the store keeps none.
-constexpr OxtProperty PROPERTIES[] = {
-    {"ThreadRunning", "ThreadRunning", CMPI_uint16, OXT_FIELD_UINT16, 0},
-};
+constexpr FsField RUNNING[] = {{nullptr, "ThreadRunning", "ThreadRunning", nullptr, nullptr, FS_FIELD_UINT16, 0}};
 
 // The record's word in the trace is that of the total number's class; log filters know it.
-constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", false, -1, OXT_FSThreadSetPropInst, "dattotal",
+constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", RUNNING, false, -1, OXT_FSThreadSetPropInst, "dattotal",
                                       "CMSetPropertyFilter() Failure!!", OXT_TRACE_FAILURE);
 
 constexpr char NOT_SERVICE_TRACE[] = "ServiceMode is non-Service Failure!!";
 constexpr char NOT_SERVICE_FAILED[] = "ServiceMode is non-Service FAILED";
 
-// The service mode and the thread's state agreed: starts it.
-CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
+// In service mode. A start, a stop or a clean-up that is at work has 3 seconds to end.
+CMPIStatus start(const char *function, const OxtCInfo *cInfo, bool alone) {
     if (getThreadSts(fsGetThreadID()) != 0)
         return oxtFailed(function, cInfo, "Thread is Already WakeUp Failure!!", CMPI_RC_ERR_FAILED,
                          "Thread is Already WakeUp FAILED");
-    if (fsCreateThread(cInfo) != 0) // the trace names another call, as it always has; log filters know it
+    // A stop that came first has taken the store down. The trace names another call, as it always has; log filters know
+    // it.
+    if (!alone || fsGateState() != OXT_FS_INITIALISED || fsCreateThread(cInfo) != 0)
         return oxtFailed(function, cInfo, "getClassName() Failure!!", CMPI_RC_ERR_FAILED, "fsCreateThread() FAILED");
     OXT_TRACE_AS(function, "_OUT_");
     return {CMPI_RC_OK, nullptr};
@@ -27,18 +27,13 @@ CMPIStatus start(const char *function, const OxtCInfo *cInfo) {
 
 CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *trace, const char *message) {
     OXT_TRACE_FAIL_AS(function, "%s", trace);
-    if (fsDropStore(cInfo, FS_FROM_REQUEST) != FS_DROPPED)
+    if (fsDropStore(cInfo) != 0)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
     OXT_TRACE_AS(function, "_OUT_");
     return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, message);
 }
 
 } // namespace
-
-CMPIInstance *OXT_FSThreadSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const uint16_t *running) {
-    return oxtBuildInstance(THREAD, cInfo, cop, properties, running);
-}
 
 CMPIStatus OXT_FSThreadGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {
@@ -52,9 +47,10 @@ CMPIStatus OXT_FSThreadStartInvokeMethod(const OxtCInfo *cInfo, const CMPIResult
     OXT_ENTER_HANDLER();
     if (getServiceMode(cInfo) != 1)
         return oxtFailed(__func__, cInfo, NOT_SERVICE_TRACE, CMPI_RC_ERR_FAILED, NOT_SERVICE_FAILED);
-    fsThreadStartLock();
-    const CMPIStatus status = start(__func__, cInfo);
-    fsThreadStartUnlock();
+    const bool alone = fsTurnBegin(FS_LIFE) == 0;
+    const CMPIStatus status = start(__func__, cInfo, alone);
+    if (alone)
+        fsTurnEnd(FS_LIFE);
     return status;
 }
 
@@ -65,7 +61,7 @@ CMPIStatus OXT_FSThreadStopInvokeMethod(const OxtCInfo *cInfo, const CMPIResult 
         return refuseStop(__func__, cInfo, NOT_SERVICE_TRACE, NOT_SERVICE_FAILED);
     if (getThreadSts(fsGetThreadID()) != 1)
         return refuseStop(__func__, cInfo, "Thread is Already Pause Failure!!", "Thread is Already Pause FAILED");
-    fsExitThread(cInfo, FS_FROM_REQUEST);
+    fsExitThread(cInfo);
     OXT_TRACE("_OUT_");
     return {CMPI_RC_OK, nullptr};
 }

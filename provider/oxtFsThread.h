@@ -4,8 +4,6 @@
 
 #include "oxtInstance.h"
 
-CMPIInstance *OXT_FSThreadSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                      const uint16_t *running);
 CMPIStatus OXT_FSThreadGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties);
 

@@ -4,8 +4,6 @@
 
 #include "oxtInstance.h"
 
-CMPIInstance *OXT_FSTotalNumSetPropInst(const OxtCInfo *cInfo, const CMPIObjectPath *cop, const char **properties,
-                                        const FsTnum *dattotal);
 CMPIStatus OXT_FSTotalNumGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                      const char **properties);
 

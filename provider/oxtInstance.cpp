@@ -10,51 +10,24 @@ namespace {
 #define BUILDER_TRACE(...) OXT_TRACE_AS(cls.builder, __VA_ARGS__)
 #define BUILDER_FAIL(...) OXT_TRACE_FAIL_AS(cls.builder, __VA_ARGS__)
 
-template <typename T> T fieldOf(const void *record, const OxtProperty &property) {
-    T value;
-    memcpy(&value, static_cast<const char *>(record) + property.offset, sizeof value);
-    return value;
-}
-
-void setText(const OxtClass &cls, CMPIInstance *instance, const OxtProperty &property, const char *text) {
-    BUILDER_TRACE("CMSetProperty() %s=[%s]", property.label, text);
-    char buffer[OXT_FS_TEXT * OXT_TEXT_GROWTH];
-    CMSetProperty(instance, property.name, oxtClientText(text, buffer, sizeof buffer), property.type);
-}
+// A property's type by the kind of its field.
+constexpr CMPIType TYPES[] = {CMPI_chars, CMPI_chars, CMPI_uint16, CMPI_sint16, CMPI_uint32, CMPI_uint32};
 
 // What the filter excludes is not set, and the host says so in a status that changes nothing here.
-void setProperty(const OxtClass &cls, CMPIInstance *instance, const OxtProperty &property, const void *record) {
-    CMPIValue value = {};
-    switch (property.field) {
-    case OXT_FIELD_TEXT:
-        setText(cls, instance, property, static_cast<const char *>(record) + property.offset);
-        return;
-    case OXT_FIELD_INDEX_TEXT: {
-        char text[16];
-        snprintf(text, sizeof text, "%d", fieldOf<uint16_t>(record, property));
-        setText(cls, instance, property, text);
+void setProperty(const OxtClass &cls, CMPIInstance *instance, const FsField &field, const void *record) {
+    FsShown number;
+    const CMPIType type = TYPES[field.kind];
+    if (type != CMPI_chars) {
+        BUILDER_TRACE("CMSetProperty() %s=[%s]", field.label, fsShow(field, record, number));
+        CMPIValue value = {};
+        value.sint64 = fsNumberIn(field, record); // little-endian: the low bytes come first
+        CMSetProperty(instance, field.property, &value, type);
         return;
     }
-    case OXT_FIELD_UINT16:
-        value.uint16 = fieldOf<uint16_t>(record, property);
-        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, value.uint16);
-        break;
-    case OXT_FIELD_SINT16:
-        value.sint16 = fieldOf<int16_t>(record, property);
-        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, value.sint16);
-        break;
-    case OXT_FIELD_UINT32:
-        value.uint32 = fieldOf<uint32_t>(record, property);
-        BUILDER_TRACE("CMSetProperty() %s=[%d]", property.label, static_cast<int>(value.uint32));
-        break;
-    case OXT_FIELD_LOW32: {
-        const int64_t whole = fieldOf<int64_t>(record, property);
-        value.uint32 = static_cast<CMPIUint32>(whole);
-        BUILDER_TRACE("CMSetProperty() %s=[%ld]", property.label, static_cast<long>(whole));
-        break;
-    }
-    }
-    CMSetProperty(instance, property.name, &value, property.type);
+    const char *text = fsShow(field, record, number);
+    BUILDER_TRACE("CMSetProperty() %s=[%s]", field.label, text);
+    char buffer[OXT_FS_TEXT * OXT_TEXT_GROWTH];
+    CMSetProperty(instance, field.property, oxtClientText(text, buffer, sizeof buffer), type);
 }
 
 void addIndexKey(const OxtClass &cls, CMPIObjectPath *path, const void *record) {
@@ -135,8 +108,8 @@ CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const
     if (instance != nullptr) {
         if (cls.indexKey)
             addIndexKey(cls, path, record);
-        for (size_t i = 0; i < cls.propertyCount; ++i)
-            setProperty(cls, instance, cls.properties[i], record);
+        for (size_t i = 0; i < cls.fieldCount; ++i)
+            setProperty(cls, instance, cls.fields[i], record);
         BUILDER_TRACE("_OUT_");
     }
     CMRelease(path);
@@ -169,17 +142,18 @@ CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus st
     return status;
 }
 
-bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, FsRecords *reading,
                   CMPIStatus *status) {
     OXT_TRACE_AS(function, "%s", cls.readText);
-    const bool read = fsGetInstance(cInfo, cls.cid, records) == 0;
-    if (read && records->datNum > 0 && records->datAdr != nullptr)
+    const bool read = fsGetInstance(cInfo, cls.cid, reading) == 0;
+    const DatInfo &area = reading->area;
+    if (read && area.datNum > 0 && area.datAdr != nullptr)
         return true;
     *status =
-        read && records->datNum <= 0
+        read && area.datNum <= 0
             ? oxtFailed(function, cInfo, "fsGetInstance() NoData Failure!!", CMPI_RC_ERR_NOT_FOUND, "NotFound Data")
             : oxtFailed(function, cInfo, "fsGetInstance() Failure!!", CMPI_RC_ERR_FAILED, "fsGetInstance() FAILED");
-    fsReleaseInstance(records);
+    fsReleaseInstance(reading);
     return false;
 }
 

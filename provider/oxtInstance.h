@@ -8,29 +8,11 @@
 #include "oxtCmpi.h"
 #include "oxtFsCommon.h"
 
-// How a property's value lies in the record, and so how it is traced.
-enum OxtField {
-    OXT_FIELD_TEXT,       // char[OXT_FS_TEXT]
-    OXT_FIELD_INDEX_TEXT, // uint16_t, published as decimal text
-    OXT_FIELD_UINT16,
-    OXT_FIELD_SINT16,
-    OXT_FIELD_UINT32,
-    OXT_FIELD_LOW32, // int64_t, of which the property carries the low 32 bits
-};
-
-struct OxtProperty {
-    const char *name;
-    const char *label; // of its trace line
-    CMPIType type;
-    OxtField field;
-    size_t offset; // in the record
-};
-
 // A class and the texts in which its handlers differ.
 struct OxtClass {
     const char *name;
-    const OxtProperty *properties; // in the order in which they are set
-    size_t propertyCount;
+    const FsField *fields; // of its properties, in the order in which they are set
+    size_t fieldCount;
     bool indexKey;             // the path's key "Index" is the record's Index
     int cid;                   // of its records; -1 when the store keeps none
     const char *readText;      // trace of the read
@@ -42,10 +24,10 @@ struct OxtClass {
     const char *buildFailed;  // the same for the client
 };
 
-// The row of a class: its properties stand in PROPERTIES, its texts follow from the builder and the record's name.
-#define OXT_CLASS(name, indexKey, cid, builder, record, filterFailure, buildFailureLevel)                              \
+// The row of a class: its texts follow from the builder and the record's name.
+#define OXT_CLASS(name, fields, indexKey, cid, builder, record, filterFailure, buildFailureLevel)                      \
     {                                                                                                                  \
-        name, PROPERTIES, sizeof PROPERTIES / sizeof *PROPERTIES, indexKey, cid, "fsGetInstance(" #cid ")", #builder,  \
+        name, fields, sizeof fields / sizeof *fields, indexKey, cid, "fsGetInstance(" #cid ")", #builder,              \
             "_OUT_ Param(" record ") Failure!!", filterFailure, buildFailureLevel, #builder "() Failure!!",            \
             #builder "() FAILED"                                                                                       \
     }
@@ -80,18 +62,18 @@ CMPIStatus oxtReturnInstance(const char *function, const OxtClass &cls, const Ox
 // The end of a handler that has returned its instances: says so to the result. With another status, nothing.
 CMPIStatus oxtFinish(const char *function, const CMPIResult *rslt, CMPIStatus status);
 
-// Reads the class's records: true with at least one, freed by the caller with fsReleaseInstance; else *status is the
-// answer and the exit is traced.
-bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, DatInfo *records,
+// Reads the class's records: true with at least one, until fsReleaseInstance; else *status is the answer and the exit
+// is traced.
+bool oxtReadClass(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, FsRecords *reading,
                   CMPIStatus *status);
 // Reads the records and answers with what `use` makes of them.
 template <typename Use>
 CMPIStatus oxtWithRecords(const char *function, const OxtClass &cls, const OxtCInfo *cInfo, Use use) {
     CMPIStatus status = {CMPI_RC_OK, nullptr};
-    DatInfo records = {};
-    if (oxtReadClass(function, cls, cInfo, &records, &status)) {
-        status = use(static_cast<const DatInfo *>(&records));
-        fsReleaseInstance(&records);
+    FsRecords reading = {};
+    if (oxtReadClass(function, cls, cInfo, &reading, &status)) {
+        status = use(static_cast<const DatInfo *>(&reading.area));
+        fsReleaseInstance(&reading);
     }
     return status;
 }

@@ -313,7 +313,7 @@ int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
     return asks && strikes("pthread_mutex_unlock", EPERM) ? EPERM : ret;
 }
 
-int failingThreadCreate(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
+int wrappedThreadCreate(pthread_t *id, const pthread_attr_t *attributes, void *(*body)(void *), void *argument) {
     if (strikes("pthread_create", EAGAIN))
         return EAGAIN;
     stand = GONE;
@@ -343,9 +343,10 @@ void *__wrap_dlopen(const char *path, int) {
 void *__wrap_dlsym(void *, const char *name) {
     if (strikes("dlsym", 0))
         return nullptr;
-    return strcmp(name, "TraceLog") == 0      ? reinterpret_cast<void *>(traceLog)
-           : strcmp(name, "SetFilePath") == 0 ? reinterpret_cast<void *>(setFilePath)
-                                              : reinterpret_cast<void *>(sendIndication);
+    return strcmp(name, "TraceLog") == 0         ? reinterpret_cast<void *>(traceLog)
+           : strcmp(name, "SetFilePath") == 0    ? reinterpret_cast<void *>(setFilePath)
+           : strcmp(name, "SendIndication") == 0 ? reinterpret_cast<void *>(sendIndication)
+                                                 : nullptr;
 }
 
 int __wrap_dlclose(void *) {

@@ -83,7 +83,7 @@ class FakeSystem {
     void redirectOpen(const std::string &path, const std::string &other) {
         withFake([&](FakeState &s) { s.redirections[path] = other; });
     }
-    // sleep(3) and usleep(3) last so many times shorter.
+    // sleep(3), usleep(3) and waits for a condition last so many times shorter.
     void speedUpWaits(unsigned factor) {
         withFake([=](FakeState &s) { s.speed = factor; });
     }

@@ -14,10 +14,21 @@
 
 #include "agentDirectory.h"
 #include "fakeSystem.h"
-#include "oxtCommon.h"
+#include "oxtCmpi.h"
+#include "oxtFile.h"
 #include "oxtFsCommon.h"
-#include "oxtFsGetInfo.h"
+#include "oxtFsDevice.h"
+#include "oxtFsMount.h"
+#include "oxtFsSnapshot.h"
+#include "oxtFsSystem.h"
 #include "oxtHostBroker.h"
+#include "oxtIndex.h"
+#include "oxtMemory.h"
+#include "oxtPaths.h"
+#include "oxtService.h"
+#include "oxtShm.h"
+#include "oxtThread.h"
+#include "oxtTrace.h"
 #include "traceLog.h"
 
 using testing::ElementsAre;
@@ -39,7 +50,7 @@ class Room : public testing::Test {
     void TearDown() override {
         system.stopInjecting();
         if (gfs_thid.load() != 0)
-            fsExitThread(&cInfo, FS_FROM_CLEANUP);
+            fsExitThread(&cInfo);
         fsFreeInstance(&cInfo);
         EXPECT_THAT(system.segments(), IsEmpty());
         EXPECT_THAT(broker->registry.misuses(), IsEmpty());
@@ -72,24 +83,27 @@ class Room : public testing::Test {
         g_Func[OXT_FUNC_TRACELOG].store(traceLog);
         return result;
     }
-    FsProv &stored(int i) { return fsProv(&instFs[OXT_CID_FS_PROV])[i]; }
-    // What another pass finds in the store: the change goes to the segment too.
+    const DatInfo *area(int cid) { return &fsCurrent()->areas[cid]; }
+    const FsProv &stored(int i) { return fsProv(area(OXT_CID_FS_PROV))[i]; }
+    // What another pass finds in the store, and in the segments.
     template <class Change> void storeChange(int i, Change change) {
-        change(stored(i));
-        ASSERT_EQ(setInstToShm(&cInfo, &instFs[OXT_CID_FS_PROV], &shmFs[OXT_CID_FS_PROV]), 0);
+        FsSnapshot *next = fsCopySnapshot(fsCurrent(), true);
+        change(fsProv(&next->areas[OXT_CID_FS_PROV])[i]);
+        EXPECT_EQ(fsPublish("test", &cInfo, next), 0);
+        fsInstall(next);
     }
     // The records of a class as a handler gets them.
     template <class Record> std::vector<Record> get(int classId, int result = 0) {
-        DatInfo area = {};
-        EXPECT_EQ(fsGetInstance(&cInfo, classId, &area), result);
-        const Record *first = static_cast<Record *>(area.datAdr);
-        std::vector<Record> records(first, first + area.datNum);
-        fsReleaseInstance(&area);
+        FsRecords read = {};
+        EXPECT_EQ(fsGetInstance(&cInfo, classId, &read), result);
+        const Record *first = static_cast<Record *>(read.area.datAdr);
+        std::vector<Record> records(first, first + read.area.datNum);
+        fsReleaseInstance(&read);
         return records;
     }
     std::vector<std::string> roots() {
         std::vector<std::string> dirs;
-        for (int i = 0; i < instFs[OXT_CID_FS_PROV].datNum; ++i)
+        for (int i = 0; i < area(OXT_CID_FS_PROV)->datNum; ++i)
             dirs.emplace_back(stored(i)._root);
         return dirs;
     }

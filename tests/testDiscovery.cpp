@@ -56,7 +56,7 @@ class Discovery : public Room {
             EXPECT_EQ(fsGetCurrentInfo(&cInfo, &area), result);
             const FsProv *first = fsProv(&area);
             std::vector<FsProv> records(first, first + area.datNum);
-            fsReleaseInstance(&area);
+            free(area.datAdr);
             return records;
         };
         std::vector<FsProv> records = take();

@@ -34,26 +34,6 @@ class Life : public Room {
     }
 };
 
-TEST_F(Life, OneOfTwoFirstRequestsBuildsTheStore) {
-    system.speedUpWaits(10);
-    const int before = system.calls(Call::Usleep);
-    FakeVolume volume = system.volume("/data");
-    volume.during = [&] { // the first one takes until the second one waits
-        becomes([&] { return system.calls(Call::Usleep) > before; });
-    };
-    system.setVolume("/data", volume);
-    const auto initialiseOnce = [&] {
-        EXPECT_EQ(fsInitProvider(&cInfo), 0);
-        fsLeaveProvider();
-    };
-    std::thread other(initialiseOnce);
-    initialiseOnce();
-    other.join();
-    EXPECT_EQ(trace.countOf("fsInitInstance()"), 1);
-    EXPECT_EQ(trace.countOf("_OUT_ Already Initialize."), 1);
-    EXPECT_EQ(fsGetFirstProc()->load(), OXT_FS_INITIALISED);
-}
-
 TEST_F(Life, RequestsGiveUpOnAnInitialisationThatDoesNotEnd) {
     system.speedUpWaits(100);
     gfs_first.store(OXT_FS_IN_PROGRESS);
@@ -114,7 +94,7 @@ TEST_F(Life, CleanUpInEachState) {
         if ((row.given & INSIDE) != 0)
             fsLeaveProvider();
         if (gfs_thid.load() != 0)
-            fsExitThread(&cInfo, FS_FROM_CLEANUP);
+            fsExitThread(&cInfo);
         std::filesystem::create_directories(agentPath("data"));
         g_srvmod.store(0);
         if (kept) {
@@ -127,18 +107,18 @@ TEST_F(Life, CleanUpInEachState) {
 
 TEST_F(Life, ARefusedStopDropsTheStore) {
     initialise();
-    system.speedUpWaits(1000);
     ASSERT_EQ(fsInitProvider(&cInfo), 0);
-    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_CLEANUP), FS_DROP_BUSY);
-    EXPECT_EQ(system.segments().size(), 3U);
-    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_REQUEST), FS_DROPPED) << "the request itself is not waited for";
+    const FsSnapshot *read = fsTake();
+    EXPECT_EQ(fsDropStore(&cInfo), 0) << "no request is waited for";
+    EXPECT_STREQ(fsProv(&read->areas[OXT_CID_FS_PROV])[1]._root, "/data") << "it keeps what it reads";
+    fsDrop(read);
     fsLeaveProvider();
     EXPECT_EQ(gfs_first.load(), OXT_FS_INITIALISED);
     EXPECT_THAT(system.segments(), IsEmpty());
     gfs_first.store(OXT_FS_UNINITIALISED);
     initialise();
     startThread();
-    EXPECT_EQ(fsDropStore(&cInfo, FS_FROM_CLEANUP), FS_DROP_WATCHED);
+    EXPECT_EQ(fsDropStore(&cInfo), -1);
     EXPECT_EQ(system.segments().size(), 3U);
 }
 
@@ -156,14 +136,13 @@ TEST_F(Life, WithTheThreadRequestsReadSharedMemory) {
     EXPECT_THAT(get<FsProv>(OXT_CID_FS_PROV), IsEmpty());
     segment.content = OXT_SHM_CURRENT;
     system.inject(Call::Shmat, 3, EACCES);
-    stored(1).WarningThreshold = 123;
-    EXPECT_EQ(fsPublishToShm("test", &cInfo), 0);
+    storeChange(1, [](FsProv &record) { record.WarningThreshold = 123; });
     EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(1).WarningThreshold, 123U) << "the segment is the older of the two";
     const int records = std::exchange(segment.shmNum, 0);
     EXPECT_THAT(get<FsProv>(OXT_CID_FS_PROV), IsEmpty()) << "no segment, no records";
     segment.shmNum = records;
     // Once it has stopped, a request in service mode runs a pass, which sends alerts like the thread's.
-    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    fsExitThread(&cInfo);
     initialise();
     system.setFree("/", 100);
     EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(0).FreeSpaceStatus, 2);
@@ -186,14 +165,14 @@ TEST_F(Life, TheThreadRestsByTheCycleAndSurvivesAFailedPass) {
         ASSERT_TRUE(passes(2));
         EXPECT_EQ(system.sleeps().back(), cycle == 0 ? 1U : cycle);
     }
-    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    fsExitThread(&cInfo);
     EXPECT_EQ(gfs_first.load(), OXT_FS_UNINITIALISED);
     EXPECT_EQ(fileContent(savePath()).size(), 30U + 2 * 1840);
     EXPECT_EQ(fileContent(savePath()).substr(18, 2), std::string(2, '\0'));
     // Without a thread a stop saves and frees all the same.
     initialise();
     std::filesystem::remove(savePath());
-    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    fsExitThread(&cInfo);
     EXPECT_FALSE(trace.contains("pthread_join()"));
     EXPECT_EQ(gfs_first.load(), OXT_FS_UNINITIALISED);
     EXPECT_THAT(system.segments(), IsEmpty());
@@ -215,7 +194,7 @@ TEST_F(Life, AThreadThatEndedLeavesNothing) {
         EXPECT_EQ(gfs_thid.load(), 0U);
         EXPECT_EQ(broker->registry.live().contexts, contexts + 1) << "the next start releases it";
     }
-    fsExitThread(&cInfo, FS_FROM_CLEANUP);
+    fsExitThread(&cInfo);
     EXPECT_EQ(broker->registry.live().contexts, contexts);
 }
 

@@ -81,17 +81,19 @@ TEST_F(Pass, ThresholdsStayWhileTheSizeDoes) {
         return std::vector<unsigned>{record.MonitorThreshold, record.WarningThreshold, record.WarningThresholdDefault,
                                      record.FatalThreshold, record.FatalThresholdDefault};
     };
-    storeChange(1, [](FsProv &record) {
-        record.MonitorThreshold = 0;
-        record.WarningThreshold = 300;
-        record.WarningThresholdDefault = 301;
-        record.FatalThreshold = 30;
-        record.FatalThresholdDefault = 31;
-        strcpy(record._root, "/elsewhere");
-    });
-    EXPECT_EQ(pass(), 0);
-    EXPECT_THAT(settings(), ElementsAre(0, 300, 301, 30, 31));
-    EXPECT_STREQ(stored(1)._root, "/data") << "facts are those of today";
+    for (const bool traced : {true, false}) {
+        storeChange(1, [](FsProv &record) {
+            record.MonitorThreshold = 0;
+            record.WarningThreshold = 300;
+            record.WarningThresholdDefault = 301;
+            record.FatalThreshold = 30;
+            record.FatalThresholdDefault = 31;
+            strcpy(record._root, "/elsewhere");
+        });
+        EXPECT_EQ(traced ? pass() : untraced(), 0);
+        EXPECT_THAT(settings(), ElementsAre(0, 300, 301, 30, 31)) << "traced: " << traced;
+        EXPECT_STREQ(stored(1)._root, "/data") << "facts are those of today";
+    }
     FakeVolume volume = system.volume("/data");
     volume.blocks += 1024;
     system.setVolume("/data", volume);
@@ -209,7 +211,7 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     EXPECT_THAT(trace.alertIds(), Ids{CONFIG});
     for (const char *where : {"at the end of the pass", "after the next one"}) {
         EXPECT_EQ(stored(1).WarningThreshold, 600U) << where;
-        EXPECT_EQ(fsConf(instFs)->MonitorCycle, 10) << where;
+        EXPECT_EQ(fsConf(fsCurrent()->areas)->MonitorCycle, 10) << where;
         EXPECT_EQ(gfs_SleepSec.load(), 10);
         uint32_t saved = 0;
         memcpy(&saved, fileContent(savePath()).data() + 30 + 1840 + offsetof(FsProv, WarningThreshold), 4);
@@ -218,6 +220,11 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     }
     EXPECT_EQ(stored(1).FreeSpaceStatus, 2) << "evaluated against the new threshold";
 
+    copy = stored(1);
+    const FsEdit moved = {OXT_CID_FS_PROV, 2, &copy, offsetof(FsProv, WarningThreshold), 4, 700}; // it was read there
+    EXPECT_EQ(fsSetInstance(&cInfo, &moved), 0);
+    EXPECT_EQ(stored(1).WarningThreshold, 700U);
+    EXPECT_NE(stored(2).WarningThreshold, 700U);
     copy = stored(0);
     copy._FileSystemSize = 1; // what was read is no more
     const FsEdit late = {OXT_CID_FS_PROV, 0, &copy, offsetof(FsProv, MonitorThreshold), 2, 0};

@@ -115,28 +115,6 @@ TEST_F(ProviderLife, InServiceMode) {
     expectGolden("lifeInService.txt", story);
 }
 
-TEST_F(ProviderLife, CleanUpsAtOnce) {
-    for (const ServiceMode mode : {ServiceMode::off(), ServiceMode::on()}) {
-        load(mode);
-        for (int round = 0; round < 5; ++round) {
-            if (mode.byte != 0) {
-                EXPECT_EQ(showStatus(start()), kDone);
-            }
-            EXPECT_TRUE(enumerate(kFs).ok());
-            std::vector<std::future<Reply>> all;
-            for (int i = 0; i < 4; ++i)
-                all.push_back(std::async(std::launch::async, [&, i] {
-                    return i % 2 == 0 ? host->cleanupInstance(true) : host->cleanupMethod(true);
-                }));
-            for (auto &one : all)
-                EXPECT_EQ(showStatus(one.get()), kOk);
-            EXPECT_EQ(system.segments(), std::vector<int>());
-        }
-        EXPECT_EQ(showInstances(get(kThread)), "OXT_FileSystemThread. ThreadRunning=0:u16\n");
-        cleanUp(true);
-    }
-}
-
 // What one client meets while another one is inside a pass.
 TEST_F(ProviderLife, AnotherClientDuringAPass) {
     const std::function<Reply()> config = [&] { return host->getInstance(kConfig); },

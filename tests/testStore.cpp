@@ -33,7 +33,7 @@ class Store : public Room {
     }
     std::string segmentOf(int cid) {
         char *bytes = static_cast<char *>(shmat(shmFs[cid].shmId, nullptr, SHM_RDONLY));
-        const std::string content(bytes, static_cast<size_t>(oxtAreaSize(&instFs[cid])));
+        const std::string content(bytes, static_cast<size_t>(oxtAreaSize(area(cid))));
         shmdt(bytes);
         return content;
     }
@@ -48,7 +48,7 @@ TEST_F(Store, AFreshOneStartsWithTheDefaults) {
     EXPECT_EQ(stored(1).FreeSpaceStatus, 1) << "every file system starts as normal";
     for (int cid = 0; cid < 3; ++cid)
         EXPECT_EQ(segmentOf(cid),
-                  std::string(static_cast<char *>(instFs[cid].datAdr), static_cast<size_t>(oxtAreaSize(&instFs[cid]))));
+                  std::string(static_cast<char *>(area(cid)->datAdr), static_cast<size_t>(oxtAreaSize(area(cid)))));
     EXPECT_FALSE(std::filesystem::exists(savePath()));
 }
 
@@ -76,7 +76,7 @@ TEST_F(Store, TheSaveFilesBytes) {
     ASSERT_EQ(::stat(savePath().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600U);
     FILE *full = fopen("/dev/full", "wb"); // shows only when the buffer is flushed
-    const DatInfo small[] = {instFs[OXT_CID_FS_CONF], instFs[OXT_CID_FS_TNUM], {sizeof(FsProv), 0, nullptr}};
+    const DatInfo small[] = {*area(OXT_CID_FS_CONF), *area(OXT_CID_FS_TNUM), {sizeof(FsProv), 0, nullptr}};
     EXPECT_EQ(fsPutBinFile(full, small), -1);
     fclose(full);
 
@@ -119,9 +119,9 @@ TEST_F(Store, DamagedAndForeignSaveFiles) {
             system.inject(Call::Open, 1, row.error);
         trace.clear();
         EXPECT_EQ(fsInitInstance(&cInfo), 0);
-        EXPECT_EQ(instFs[OXT_CID_FS_PROV].datNum, row.records);
-        EXPECT_EQ(fsTnum(instFs)->FileSystemTotalNumber, row.records);
-        EXPECT_EQ(fsConf(instFs)->MonitorCycle, row.cycle);
+        EXPECT_EQ(area(OXT_CID_FS_PROV)->datNum, row.records);
+        EXPECT_EQ(fsTnum(fsCurrent()->areas)->FileSystemTotalNumber, row.records);
+        EXPECT_EQ(fsConf(fsCurrent()->areas)->MonitorCycle, row.cycle);
         EXPECT_EQ(gfs_SleepSec.load(), row.cycle);
         EXPECT_EQ(system.segments().size(), row.records > 0 ? 3U : 2U);
         if (row.records > 0) {
@@ -142,16 +142,19 @@ TEST_F(Store, TextsWithoutEndAreEnded) {
     writeSave(bytes);
     mountTwo();
     initialise();
-    const FsProv &record = stored(1);
-    for (const char *text : {record.CSCreationClassName, record.CSName, record.CreationClassName, record.Name,
-                             record.DeviceID, record._root, record._FileSystemType})
-        EXPECT_EQ(strlen(text), 255U);
+    const auto expectEnded = [](const FsProv &record) {
+        for (const char *text : {record.CSCreationClassName, record.CSName, record.CreationClassName, record.Name,
+                                 record.DeviceID, record._root, record._FileSystemType})
+            EXPECT_EQ(strlen(text), 255U);
+    };
+    expectEnded(stored(1));
     // Another process may write into the segment.
-    char *segment = static_cast<char *>(shmat(shmFs[OXT_CID_FS_PROV].shmId, nullptr, 0));
-    memset(segment + 772, 'y', 256);
+    void *segment = shmat(shmFs[OXT_CID_FS_PROV].shmId, nullptr, 0);
+    memset(segment, 'y', sizeof(FsProv));
     shmdt(segment);
+    EXPECT_EQ(fsRefresh("test", &cInfo, OXT_CID_FS_PROV), 0);
+    expectEnded(stored(0));
     EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).size(), 2U);
-    EXPECT_EQ(fsSetInstance(&cInfo), 0);
 }
 
 TEST_F(Store, InitialisationThatFailsIsTriedAgain) {
@@ -204,8 +207,8 @@ TEST_F(Store, FreeingGoesOnAfterAFailure) {
     EXPECT_EQ(fsFreeInstance(&cInfo), -1);
     EXPECT_THAT(system.segments(), ElementsAre(kept));
     EXPECT_TRUE(trace.contains("shmDestroy(0) Failure!!"));
-    for (const DatInfo &area : instFs)
-        EXPECT_EQ(area.datAdr, nullptr);
+    for (const DatInfo &freed : fsCurrent()->areas)
+        EXPECT_EQ(freed.datAdr, nullptr);
     shmFs[OXT_CID_FS_CONF] = {kept, 1, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY};
 }
 

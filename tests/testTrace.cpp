@@ -239,6 +239,8 @@ TEST_F(Trace, SettingsAreNoticedWhileRunning) {
         traceInto("switch.log", 3, "failure");
         traceInto("switch.log", 0, "normal");
         lines += step.normal ? 2 : 1;
+        EXPECT_EQ(TraceWanted(0), step.normal ? 1 : 0);
+        EXPECT_EQ(TraceWanted(3), 1);
         EXPECT_EQ(bodiesOf(kDirectory / "switch.log").size(), lines) << step.settings;
     }
 }

@@ -13,7 +13,9 @@
 
 #include "machine.h"
 #include "oxtFile.h"
-#include "oxtFsGetInfo.h"
+#include "oxtFsDevice.h"
+#include "oxtFsMount.h"
+#include "oxtFsSnapshot.h"
 #include "oxtFsStatus.h"
 #include "promise.h"
 

@@ -1,0 +1,9 @@
+// The bound of every wait in the provider: 3 seconds, looked at each 100 ms where nobody wakes the waiting thread.
+#ifndef OXT_WAIT_H
+#define OXT_WAIT_H
+
+constexpr int OXT_WAIT_TRIES = 30;
+constexpr unsigned OXT_WAIT_MICROS = 100'000; // between two tries
+constexpr int OXT_WAIT_MILLIS = OXT_WAIT_TRIES * (OXT_WAIT_MICROS / 1000);
+
+#endif

@@ -43,7 +43,7 @@ watchedFiles() {
     rm -rf "$agent/log"/*
     printf '# Version=1.0.0.0\n\1\0\12\0\20\16\74\0\0\0\0\0' >"$agent/data/oxtfssave.dat"
     watch
-    echo '{"time":"now\n","severity":"\u001b[2J","event":"forged \u202e\u009b"}' >>"$agent/log/svalert.json"
+    printf '%s\n' '{"time":"now\n","severity":"\u001b[2J","event":"forged \u202e\u009b"}' >>"$agent/log/svalert.json"
     for _ in $(seq 100); do
         grep -q forged "$base/watch" && break
         sleep 0.1

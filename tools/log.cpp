@@ -74,7 +74,9 @@ void checkLog(const std::string &path, const LineFile &file, bool wait) {
                                              " is no regular file, so it is not read.\nSomebody who can write in the "
                                              "directory has put it in the trace log's place.");
     if ((known && !file.isOpen()) || (!known && errno == EACCES))
-        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read.\nRun oxtfsctl as root.");
+        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read: " +
+                                             std::strerror(access(path.c_str(), R_OK) != 0 ? errno : EAGAIN) +
+                                             ".\nRun oxtfsctl as root.");
 }
 
 // Waits a little; false when nobody reads the output any more.

@@ -59,7 +59,7 @@ names() {
 
 # A monitor with a page, and a program for alerts: each name reaches it as it is, and its message as a person reads it.
 namesInAlerts() {
-    printf '#!/bin/bash\n[ "$OXTFS_MOUNTPOINT" ] || exit 0\nprintf "%%s\\0" "$OXTFS_MOUNTPOINT" >>%s/mounts\nprintf "%%s\\n" "$OXTFS_MESSAGE" >>%s/messages\n' \
+    printf '#!/bin/bash\n[ "$OXTFS_MOUNTPOINT" ] || exit 0\nprintf "%%s\\0" "$OXTFS_MOUNTPOINT" >%s/mount.$$\nprintf "%%s\\n" "$OXTFS_MESSAGE" >>%s/messages\n' \
         "$base" "$base" >"$base/program"
     chmod 755 "$base/program"
     printf 'listen = ["127.0.0.1:9633"]\nexec = ["%s/program"]\n' "$base" >"$base/settings"
@@ -74,7 +74,8 @@ namesInAlerts() {
     done
     # An alert is text: a byte that is no UTF-8 is replaced.
     printf "$base/names/%s\0" "${hostile[@]//PWNED/pwned}" | LC_ALL=C sed -z 's/\xe9$/\xef\xbf\xbd/' | sort -z >"$base/expected"
-    sort -z "$base/mounts" | cmp -s - "$base/expected" || fail "the program for alerts gets $(sort -z "$base/mounts" | tr '\0' '|')"
+    sort -z "$base"/mount.* >"$base/mounts"
+    cmp -s "$base/mounts" "$base/expected" || fail "the program for alerts gets $(tr '\0' '|' <"$base/mounts")"
     [ "$(wc -l <"$base/messages")" = ${#hostile[@]} ] || fail "messages: $(cat "$base/messages")"
     exec {web}<>/dev/tcp/127.0.0.1/9633
     printf 'GET / HTTP/1.1\r\nHost: localhost\r\n\r\n' >&"$web"

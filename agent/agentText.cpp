@@ -13,11 +13,11 @@ bool isControl(unsigned char byte) {
 }
 
 // Eight bytes at once, since every line is searched: a byte below n borrows from its top bit when n is taken away, and
-// a byte equal to 0x7F is zero after the exclusive or, hence below 1.
-bool wordHasControl(std::uint64_t eight) {
+// a byte equal to 0x7F is zero after the exclusive or, hence below 1. A byte beyond ASCII has its top bit set.
+bool wordNeedsCare(std::uint64_t eight) {
     constexpr std::uint64_t kEach = 0x0101010101010101U;
     const std::uint64_t del = eight ^ kEach * 0x7F;
-    return ((((eight - kEach * 0x20) & ~eight) | ((del - kEach) & ~del)) & kEach * 0x80) != 0;
+    return (((eight - kEach * 0x20) | ((del - kEach) & ~del) | eight) & kEach * 0x80) != 0;
 }
 
 // `digits` decimal digits with leading zeros; the caller has seen to the room.
@@ -70,6 +70,35 @@ std::size_t sequenceLength(const char *bytes, std::size_t left) {
         }
     }
     return length;
+}
+
+// Whether a sequence of several bytes is a control character (U+0080 to U+009F), or one without a shape of its own that
+// turns, joins or hides its neighbours, or a separator that some readers take for the end of a line.
+bool steersText(const char *bytes, std::size_t length) {
+    const auto second = static_cast<unsigned char>(bytes[1]);
+    const auto last = static_cast<unsigned char>(bytes[length - 1]);
+    switch (static_cast<unsigned char>(bytes[0])) {
+    case 0xC2:
+        return last < 0xA0;
+    case 0xD8:
+        return last == 0x9C;
+    case 0xE2:
+        return (second == 0x80 && ((last >= 0x8B && last <= 0x8F) || (last >= 0xA8 && last <= 0xAE))) ||
+               (second == 0x81 && last >= 0xA0 && last <= 0xAF);
+    case 0xEF:
+        return second == 0xBB && last == 0xBF;
+    default:
+        return false;
+    }
+}
+
+// The code of a sequence of two or three bytes.
+unsigned codeOf(const char *bytes, std::size_t length) {
+    unsigned code = static_cast<unsigned char>(bytes[0]) & (length == 2 ? 0x1FU : 0x0FU);
+    for (std::size_t i = 1; i < length; ++i) {
+        code = code << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3FU);
+    }
+    return code;
 }
 
 bool putEscaped(Text &out, const char *prefix, std::size_t length, unsigned char byte) {
@@ -138,32 +167,40 @@ bool putTime(Text &out, const timespec &time) {
 }
 
 bool putVisible(Text &out, const char *bytes, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
+    for (std::size_t i = 0; i < length;) {
         const auto byte = static_cast<unsigned char>(bytes[i]);
-        if (!isControl(byte)) {
-            if (!putBytes(out, bytes + i, 1)) {
-                return false;
-            }
-            continue;
-        }
+        const std::size_t sequence = sequenceLength(bytes + i, length - i);
+        const std::size_t taken = sequence != 0 ? sequence : 1;
         const char *const known = byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : byte == '\r' ? "\\r" : nullptr;
-        if (known == nullptr ? !putEscaped(out, "\\x", 2, byte) : out.end - out.at < 2 || !putBytes(out, known, 2)) {
+        const bool shown = sequence == 1 ? !isControl(byte) : sequence != 0 && !steersText(bytes + i, sequence);
+        const std::size_t room = shown ? taken : known != nullptr ? 2 : 4 * taken;
+        if (static_cast<std::size_t>(out.end - out.at) < room) {
             return false;
         }
+        if (shown) {
+            (void)putBytes(out, bytes + i, taken);
+        } else if (known != nullptr) {
+            (void)putBytes(out, known, 2);
+        } else {
+            for (std::size_t k = 0; k < taken; ++k) {
+                (void)putEscaped(out, "\\x", 2, static_cast<unsigned char>(bytes[i + k]));
+            }
+        }
+        i += taken;
     }
     return true;
 }
 
-bool hasControl(const char *bytes, std::size_t length) {
+bool needsCare(const char *bytes, std::size_t length) {
     std::size_t i = 0;
     for (; i + 8 <= length; i += 8) {
         std::uint64_t eight = 0;
         std::memcpy(&eight, bytes + i, sizeof eight);
-        if (wordHasControl(eight)) {
+        if (wordNeedsCare(eight)) {
             return true;
         }
     }
-    while (i < length && !isControl(static_cast<unsigned char>(bytes[i]))) {
+    while (i < length && static_cast<signed char>(bytes[i]) >= 0x20 && bytes[i] != 0x7F) { // else negative
         ++i;
     }
     return i < length;
@@ -184,6 +221,10 @@ bool putJson(Text &out, const char *string, std::size_t most) {
             fits = putEscaped(out, "\\u00", 4, byte);
         } else if (byte == '"' || byte == '\\') {
             fits = putBytes(out, "\\", 1) && putBytes(out, string + i, 1);
+        } else if (sequence > 1 && steersText(string + i, sequence)) {
+            const unsigned code = codeOf(string + i, sequence);
+            fits = putEscaped(out, "\\u", 2, static_cast<unsigned char>(code >> 8)) &&
+                   putEscaped(out, "", 0, static_cast<unsigned char>(code & 0xFF));
         } else {
             fits = putBytes(out, string + i, sequence);
         }

@@ -30,15 +30,17 @@ bool putHex(Text &out, std::uint32_t number);
 // UTC with milliseconds, as 2031-01-05T07:08:09.123Z.
 bool putTime(Text &out, const timespec &time);
 
-// The bytes with control characters shown as \n, \t, \r or \xHH, so that they stay on one line of a log; stops before
-// the first that does not fit and returns false.
+// The bytes with control characters shown as \n, \t, \r or \xHH, so that they stay on one line of a log and steer no
+// terminal; so are characters that turn the direction of the text, and bytes that are no UTF-8. Stops before the first
+// that does not fit and returns false.
 bool putVisible(Text &out, const char *bytes, std::size_t length);
 
-// Whether putVisible would change anything.
-bool hasControl(const char *bytes, std::size_t length);
+// Whether putVisible may change anything.
+bool needsCare(const char *bytes, std::size_t length);
 
-// A JSON string with its quotes: control characters escaped, bytes that are not UTF-8 replaced by U+FFFD, cut behind
-// `most` bytes of the source and then marked with "...". A null pointer is put as null. False when it did not fit.
+// A JSON string with its quotes: control characters and those that turn the direction of the text escaped, bytes that
+// are not UTF-8 replaced by U+FFFD, cut behind `most` bytes of the source and then marked with "...". A null pointer is
+// put as null. False when it did not fit.
 bool putJson(Text &out, const char *string, std::size_t most);
 
 } // namespace agent

@@ -40,7 +40,7 @@ void putPoint(Text &out, const TracePoint &point) {
 }
 
 // Apart from composeTrace, because its buffer is as large as the line and hardly ever needed.
-__attribute__((noinline)) bool showControls(Text &out, char *body) {
+__attribute__((noinline)) bool showVisibly(Text &out, char *body) {
     char raw[kTraceLineRoom];
     const auto length = static_cast<std::size_t>(out.at - body);
     std::memcpy(raw, body, length);
@@ -82,8 +82,8 @@ void composeTrace(TraceLine &line, const TraceMoment &when, const TracePoint &po
             out.at += whole ? static_cast<std::size_t>(length) : room;
         }
     }
-    if (hasControl(body, static_cast<std::size_t>(out.at - body))) {
-        whole = showControls(out, body) && whole;
+    if (needsCare(body, static_cast<std::size_t>(out.at - body))) {
+        whole = showVisibly(out, body) && whole;
     }
     finish(line, out.at, whole);
 }

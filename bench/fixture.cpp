@@ -3,11 +3,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <fstream>
-#include <mntent.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "machine.h"
 
 namespace {
 
@@ -35,21 +36,7 @@ bool makeOne(int i) {
     return true;
 }
 
-template <typename Function> Function *realFunction(const char *name) {
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
-
-extern "C" FILE *setmntent(const char *file, const char *mode) noexcept {
-    static const auto real = realFunction<FILE *(const char *, const char *)>("setmntent");
-    return real(std::strcmp(file, "/etc/mtab") == 0 ? g_mounts.c_str() : file, mode);
-}
-
-extern "C" FILE *fopen(const char *file, const char *mode) {
-    static const auto real = realFunction<FILE *(const char *, const char *)>("fopen");
-    return real(std::strcmp(file, "/proc/devices") == 0 ? g_devices.c_str() : file, mode);
-}
 
 namespace bench {
 
@@ -68,6 +55,9 @@ bool makeFixture(const std::string &directory, int most) {
 void useFileSystems(int n) {
     g_mounts = n > 0 ? numbered("table-", n) : "/etc/mtab";
     g_devices = n > 0 ? kDrivers : "/proc/devices";
+    auto machine = std::make_unique<oxtmachine::Machine>();
+    machine->redirections = {{"/etc/mtab", g_mounts}, {"/proc/devices", g_devices}};
+    oxtmachine::use(n > 0 ? std::move(machine) : nullptr);
     std::ofstream table;
     if (n > 0)
         table.open(g_mounts);

@@ -1,8 +1,8 @@
 // File systems to measure with: a mount table and a driver list from files, over real directories and device nodes.
 //
-// The module owns a directory of its own, the working directory of the program from then on, and replaces setmntent(3)
-// and fopen(3) for the two system files; every other call reaches the kernel. Its paths are relative, so that a pass
-// costs the same instructions wherever the build lies. For a program with one thread.
+// The module owns a directory of its own, the working directory of the program from then on, and a machine (machine/)
+// that has two other files in place of the system's; every other call reaches the kernel. Its paths are relative, so
+// that a pass costs the same instructions wherever the build lies. For a program with one thread.
 #ifndef OXT_BENCH_FIXTURE_H
 #define OXT_BENCH_FIXTURE_H
 

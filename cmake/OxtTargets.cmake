@@ -20,6 +20,11 @@ if(OXT_FORTIFY)
   target_compile_definitions(oxt_warnings INTERFACE _FORTIFY_SOURCE=2)
 endif()
 
+# An overflow of a buffer on the stack ends the process instead of running what was written there, and the tables through
+# which libraries are called cannot be written once the program runs.
+target_compile_options(oxt_warnings INTERFACE -fstack-protector-strong)
+target_link_options(oxt_warnings INTERFACE -Wl,-z,relro,-z,now)
+
 add_library(oxt_instruments INTERFACE)
 if(OXT_SANITIZE)
   target_compile_options(oxt_instruments INTERFACE -fsanitize=${OXT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

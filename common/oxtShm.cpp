@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <sys/ipc.h>
 #include <sys/mman.h>
@@ -16,8 +17,10 @@
 
 namespace {
 
-constexpr int KEY_PROJECT = 69; // ftok(3)'s second argument, known to readers of the segments
-constexpr int TRY_LIMIT = 65536;
+constexpr int KEY_PROJECT = 69;   // ftok(3)'s second argument, known to readers of the segments
+constexpr int TRY_LIMIT = 65536;  // under new keys, while each is another's
+constexpr int REFUSAL_LIMIT = 64; // when the kernel refuses for another reason, as for want of segments: no key helps,
+constexpr time_t REFUSAL_SECONDS = 3; // and each try costs a file and lines of the trace
 constexpr size_t NAME_SIZE = 512;
 
 bool exists(const char *name) {
@@ -47,24 +50,51 @@ bool keyOf(const char *function, const char *keyFile, key_t *key) {
     return true;
 }
 
-// Removes the segment under a key when it is a dead provider's: of the class's shape, made by this user in a process
-// that is gone, and attached by nobody. Once the key file has moved on, nothing would ever find it again. Another
-// program's segment may have the same key and stays.
+// Removes the segment under a key when it is a dead provider's: of the class's shape, made and kept by this user in a
+// process that is gone, and attached by nobody. Once the key file has moved on, nothing would ever find it again.
+// Another program's segment may have the same key and stays, and so does one that another user has given away to this
+// one.
 void removeOrphan(key_t key, int cid) {
     struct shmid_ds ds = {};
     const int id = shmget(key, 0, 0);
     if (cid >= OXT_CID_FS_COUNT || id <= 0 || shmctl(id, IPC_STAT, &ds) != 0)
         return;
-    const bool ours = ds.shm_perm.uid == geteuid() && (ds.shm_perm.mode & 0777) == 0600 &&
+    const bool ours = ds.shm_perm.cuid == geteuid() && ds.shm_perm.uid == geteuid() &&
+                      (ds.shm_perm.mode & 0777) == 0600 &&
                       ds.shm_segsz % static_cast<size_t>(OXT_CID_FS_SIZES[cid]) == 0;
     if (ours && ds.shm_nattch == 0 && kill(ds.shm_cpid, 0) == -1 && errno == ESRCH)
         shmctl(id, IPC_RMID, nullptr);
 }
 
-// The tries of shmCreate: the new segment's id or -1, and the number of the last try.
-int createUnderFreeKey(const char *function, const char *keyFile, int cid, int size, int *tries) {
-    int &n = *tries;
-    for (n = 1; n < TRY_LIMIT; ++n) {
+// The search for a free key: how many tries there were, and how many of them the kernel refused for another reason than
+// a key that is taken.
+struct Search {
+    int tries;
+    int refusals;
+    time_t refusedSince; // the clock that nobody sets
+};
+
+time_t secondsNow() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+void countRefusal(Search *search) {
+    if (search->refusals++ == 0)
+        search->refusedSince = secondsNow();
+}
+
+bool isRefused(const Search &search) {
+    return search.refusals >= REFUSAL_LIMIT ||
+           (search.refusals > 0 && secondsNow() - search.refusedSince >= REFUSAL_SECONDS);
+}
+
+// The tries of shmCreate: the new segment's id or -1.
+int createUnderFreeKey(const char *function, const char *keyFile, int cid, int size, Search *search) {
+    int &n = search->tries;
+    int refusal = 0; // of the last try, for those who trace it: stepping around the key sets errno anew
+    for (n = 1; n < TRY_LIMIT && !isRefused(*search); ++n) {
         key_t key = -1;
         if (!keyOf(function, keyFile, &key))
             return -1;
@@ -78,7 +108,10 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
             shmctl(id, IPC_RMID, nullptr);
             OXT_TRACE_AS(function, "shmget[%d]=NG. shmId=[%d] errno=[%d] shmctl-destroy.", n, id, errno);
         } else {
-            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, errno);
+            refusal = errno;
+            OXT_TRACE_FAIL_AS(function, "shmget[%d]=retry. shmId=[%d] errno=[%d]", n, id, refusal);
+            if (refusal != EEXIST)
+                countRefusal(search);
             removeOrphan(key, cid);
         }
         // A new key file has a new inode and so another key; the old one stays until the end, so that its inode is
@@ -87,6 +120,7 @@ int createUnderFreeKey(const char *function, const char *keyFile, int cid, int s
         snprintf(backup, sizeof backup, "%s.bak.%d", keyFile, n);
         rename(keyFile, backup);
     }
+    errno = refusal;
     return -1;
 }
 
@@ -177,11 +211,11 @@ int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int
 
     char keyFile[NAME_SIZE];
     const bool named = static_cast<size_t>(snprintf(keyFile, sizeof keyFile, "%s%d", fnm, cid)) < sizeof keyFile;
-    int tries = 0;
-    const int id = named ? createUnderFreeKey(__func__, keyFile, cid, size, &tries) : -1;
+    Search search = {};
+    const int id = named ? createUnderFreeKey(__func__, keyFile, cid, size, &search) : -1;
     const int error = errno;
-    if (id == -1 && tries >= TRY_LIMIT - 1)
-        OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", tries);
+    if (id == -1 && (search.tries >= TRY_LIMIT - 1 || isRefused(search)))
+        OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", search.tries);
     if (named)
         removeBackups(__func__, keyFile);
     errno = error; // callers trace it

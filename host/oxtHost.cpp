@@ -105,8 +105,7 @@ struct Host::Impl {
     explicit Impl(Options options) : broker(std::make_shared<Broker>(std::move(options))) {
         library = dlopen(broker->options.library.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (library == nullptr)
-            throw std::runtime_error("The provider library cannot be loaded; check its path and that it is built: " +
-                                     std::string(dlerror()));
+            throw std::runtime_error("cannot load the provider library " + std::string(dlerror()));
         try {
             callFactories();
         } catch (...) {
@@ -138,8 +137,8 @@ struct Host::Impl {
             using Factory = MI *(*)(const CMPIBroker *, const CMPIContext *, CMPIStatus *);
             made = reinterpret_cast<Factory>(found)(&broker->face, call.context, &rc);
         } else {
-            throw std::runtime_error("The library does not export " + name +
-                                     "; check the provider's name and that the library is a CMPI provider.");
+            throw std::runtime_error("the library " + broker->options.library + " does not export " + name +
+                                     ": it is no such provider.");
         }
         const Reply reply = call.reply(rc);
         if (made == nullptr || made->ft == nullptr || !reply.ok())
@@ -258,12 +257,17 @@ Reply Host::invokeMethod(const std::string &className, const std::string &method
                          call.path(className), method.c_str(), call.arguments(args), call.arguments({}));
 }
 
+Value argumentOf(const Mof &schema, const std::string &className, const std::string &method,
+                 const std::string &parameter, const std::string &text) {
+    const MofMethod *declared = schema.findMethod(className, method);
+    const MofParameter *found = declared != nullptr ? declared->findParameter(parameter) : nullptr;
+    return found != nullptr ? valueFromText(text, typeOfName(found->type, found->isArray)) : Value::string(text);
+}
+
 Value Host::argument(const std::string &className, const std::string &method, const std::string &parameter,
                      const std::string &text) const {
     const auto &schema = impl_->broker->schema;
-    const MofMethod *declared = schema ? schema->findMethod(className, method) : nullptr;
-    const MofParameter *found = declared != nullptr ? declared->findParameter(parameter) : nullptr;
-    return found != nullptr ? valueFromText(text, typeOfName(found->type, found->isArray)) : Value::string(text);
+    return schema ? argumentOf(*schema, className, method, parameter, text) : Value::string(text);
 }
 
 Reply Host::cleanupInstance(bool terminating) {

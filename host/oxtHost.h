@@ -70,7 +70,7 @@ struct Options {
     std::string nameSpace = "root/TAVRIN/AS";
     ServiceMode serviceMode;
     Flavour flavour = Flavour::Sfcb;
-    std::string schema; // MOF text; when given, untyped arguments arrive in the type that it declares
+    std::string schema; // MOF text; when given, instances and untyped arguments have the types that it declares
 };
 
 struct LiveObjects {
@@ -80,6 +80,13 @@ struct LiveObjects {
         return strings + arrays + enumerations + instances + paths + args + contexts + results + dateTimes;
     }
 };
+
+struct Mof;
+
+// The value of a command line's text in the type that the schema declares for that parameter; a string where it
+// declares none.
+Value argumentOf(const Mof &schema, const std::string &className, const std::string &method,
+                 const std::string &parameter, const std::string &text);
 
 class Host {
   public:
@@ -100,7 +107,7 @@ class Host {
     Reply deleteInstance(const std::string &className);
     Reply execQuery(const std::string &className, const std::string &query, const std::string &language);
     Reply invokeMethod(const std::string &className, const std::string &method, const std::vector<NamedValue> &args);
-    // The value of a command line's text in the type that the schema declares for that parameter; a string without one.
+    // As argumentOf() with the host's schema; a string without one.
     Value argument(const std::string &className, const std::string &method, const std::string &parameter,
                    const std::string &text) const;
 

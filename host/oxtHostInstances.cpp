@@ -82,13 +82,17 @@ void setFilter(Broker &broker, InstanceBody &instance, const char **properties, 
                               instance.properties.end());
 }
 
+bool isOwnKey(const InstanceBody &instance, const NamedDatum &item) {
+    return contains(instance.keyNames, item.name) && !item.datum.isNull();
+}
+
 PathBody pathOf(const Broker &broker, const InstanceBody &instance) {
     PathBody path = instance.path;
     if (!broker.sfcb())
         return path;
     path.keys.clear();
     for (const NamedDatum &item : instance.properties)
-        if (contains(instance.keyNames, item.name) && !item.datum.isNull())
+        if (isOwnKey(instance, item))
             path.keys.push_back({item.name, item.datum});
     return path;
 }
@@ -153,7 +157,12 @@ std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &pa
 }
 
 Instance toInstance(const Broker &broker, const InstanceBody &body) {
-    Instance plain = toInstance(pathOf(broker, body));
+    Instance plain;
+    plain.nameSpace = body.path.nameSpace;
+    plain.className = body.path.className;
+    for (const NamedDatum &key : broker.sfcb() ? body.properties : body.path.keys)
+        if (!broker.sfcb() || isOwnKey(body, key))
+            plain.keys.emplace_back(key.name, toValue(key.datum));
     plain.properties.reserve(body.properties.size());
     for (const NamedDatum &item : body.properties) {
         const bool presetOnly = !item.set && item.datum.isNull();

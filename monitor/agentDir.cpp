@@ -1,66 +1,54 @@
 #include "agentDir.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <thread>
 
 #include "failure.h"
-#include "values.h"
 
 namespace oxttool {
 
 namespace {
 
-constexpr int kKeyFiles = 3;
+constexpr const char *kLockName = "work/oxtfsctl.lock";
 constexpr auto kLockPatience = std::chrono::seconds(3);
 
-std::optional<ProviderAtWork> lookAtSegment(const std::string &keyFile) {
-    const key_t key = ftok(keyFile.c_str(), kKeyProject);
-    if (key == -1)
-        return std::nullopt; // no key file, no segment under it
-    const int id = shmget(key, 0, 0);
-    if (id == -1 && errno != EACCES)
-        return std::nullopt;
-    shmid_ds state = {};
-    if (id == -1 || shmctl(id, IPC_STAT, &state) == -1) {
-        if (errno == EACCES)
-            return ProviderAtWork{0, "", keyFile}; // another user's
-        return std::nullopt;                       // removed in between
-    }
-    const pid_t maker = state.shm_cpid;
-    const bool makerLives = maker != getpid() && isAlive(maker);
-    if (!makerLives && state.shm_nattch == 0)
-        return std::nullopt; // left behind by a process that died
-    return ProviderAtWork{maker, processName(maker), keyFile};
+Failure environment(const std::string &text) {
+    return {Exit::Environment, text};
+}
+
+// Whoever can write in it can replace every file of it. Root's account and ours are believed, and a group that the
+// administrator has given the right.
+void checkWriters(const std::string &path, const struct stat &state) {
+    if ((state.st_mode & S_IWOTH) != 0)
+        throw environment("the agent's directory " + path +
+                          " can be written by everybody.\nSee that nobody has changed " +
+                          "its files, and run: chmod o-w " + path);
+    if (state.st_uid != 0 && state.st_uid != geteuid())
+        throw environment("the agent's directory " + path + " belongs to user " + std::to_string(state.st_uid) +
+                          ", who can replace its files.\nRun oxtfsctl as this user, or: chown root " + path);
+}
+
+// One that others may open, they may lock for ever.
+void checkLock(const std::string &path) {
+    struct stat state = {};
+    if (lstat(path.c_str(), &state) == 0 &&
+        (!S_ISREG(state.st_mode) || (state.st_mode & 077) != 0 || (state.st_uid != 0 && state.st_uid != geteuid())))
+        throw environment("the lock " + path + " is another user's, or others may open it.\nRemove it: rm " + path);
+    if (access(path.c_str(), R_OK | W_OK) != 0 && errno != ENOENT)
+        throw environment("the lock " + path + " cannot be opened: " + std::strerror(errno) +
+                          ".\nRun oxtfsctl as root or as its owner.");
 }
 
 } // namespace
 
 std::string agentDirectory() {
     return OXT_AGENT_DIR;
-}
-
-std::string keyFileOf(const std::string &root, int digit) {
-    return root + "work/oxtfsshm.key" + std::to_string(digit);
-}
-
-bool isAlive(pid_t pid) {
-    return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
-}
-
-std::string processName(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/comm");
-    std::string name;
-    std::getline(file, name);
-    return printable(name);
 }
 
 void checkAgentDirectory(const std::string &root) {
@@ -74,47 +62,45 @@ void checkAgentDirectory(const std::string &root) {
         if (known && !S_ISDIR(state.st_mode))
             throw Failure(Exit::Environment, path + " is not a directory.\nMove it away and make one: mkdir " + path);
         if (access(path.c_str(), R_OK | W_OK | X_OK) != 0)
-            throw Failure(Exit::Environment, "the agent's directory " + path + " cannot be written: " +
-                                                 std::strerror(errno) + ".\nRun oxtfsctl as root or as its owner.");
+            throw environment("the agent's directory " + path + " cannot be written: " + std::strerror(errno) + ".\n" +
+                              (errno == EROFS ? "Its file system is read-only: mount it for writing, or use 'oxtfsctl "
+                                                "save' and 'oxtfsctl log', which only read."
+                                              : "Run oxtfsctl as root or as its owner."));
+        if (std::strcmp(name, "log") != 0) // another account may well write logs
+            checkWriters(path, state);
     }
+    checkLock(root + kLockName);
 }
 
 Fd lockWork(const std::string &root, std::chrono::milliseconds patience) {
     constexpr auto kPause = std::chrono::milliseconds(50);
-    Fd work(open((root + "work").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!work)
+    constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    Fd lock(open((root + kLockName).c_str(), kFlags, 0600));
+    if (!lock)
         return Fd();
-    for (auto waited = std::chrono::milliseconds(0); flock(work.get(), LOCK_EX | LOCK_NB) != 0; waited += kPause) {
+    for (auto waited = std::chrono::milliseconds(0); flock(lock.get(), LOCK_EX | LOCK_NB) != 0; waited += kPause) {
         if (errno != EWOULDBLOCK || waited >= patience)
             return Fd();
         std::this_thread::sleep_for(kPause);
     }
-    return work;
-}
-
-std::optional<ProviderAtWork> findProviderAtWork(const std::string &root) {
-    for (int digit = 0; digit < kKeyFiles; ++digit)
-        if (auto found = lookAtSegment(keyFileOf(root, digit)))
-            return found;
-    return std::nullopt;
-}
-
-std::string nameOf(const ProviderAtWork &found) {
-    if (found.pid == 0)
-        return "another user's process";
-    return "process " + std::to_string(found.pid) + (found.process.empty() ? "" : " (" + found.process + ")");
+    return lock;
 }
 
 std::string describe(const ProviderAtWork &found) {
     return "a provider in " + nameOf(found) + " is at work here: it keeps its records in shared memory under " +
            found.keyFile +
-           ".\n'oxtfsctl peek' shows them. Ask it through its object manager, or end it first. If you know that it is "
-           "none, --force goes on; two providers at once would overwrite each other's settings.";
+           ".\nTo see its records use 'oxtfsctl list'. To change settings use its object manager, or stop that process "
+           "first.\nIf no provider runs there, repeat with --force: two at once overwrite each other's settings.";
 }
 
 Workplace enterWork(const std::string &root) {
-    Fd lock = lockWork(root, kLockPatience); // first, so that the provider of another command is gone
-    return {std::move(lock), findProviderAtWork(root)};
+    Workplace place;
+    place.lock = lockWork(root, kLockPatience); // first, so that the provider of another command is gone
+    try {
+        place.provider = findProviderAtWork(root);
+    } catch (const Failure &) { // it may not be looked at
+    }
+    return place;
 }
 
 } // namespace oxttool

@@ -1,17 +1,16 @@
 // The agent's directory as this machine has it: whether a provider can work in it, and whether one already does.
 //
-// One oxtfsctl at a time hosts a provider: each takes a lock on the directory work/ itself, so that commands in a row
-// of scripts wait for each other instead of meeting.
+// One oxtfsctl at a time hosts a provider: each locks a file in work/, so that commands in a row of scripts wait for
+// each other instead of meeting. The file is the owner's alone: whoever may only look at the directory can lock
+// nothing.
 #ifndef OXT_MONITOR_AGENTDIR_H
 #define OXT_MONITOR_AGENTDIR_H
 
-#include <sys/types.h>
-
 #include <chrono>
-#include <optional>
 #include <string>
 
 #include "fd.h"
+#include "providerSegment.h"
 
 namespace oxttool {
 
@@ -22,39 +21,20 @@ inline constexpr const char *kSaveFileName = "oxtfssave.dat"; // in data/; every
 inline constexpr const char *kAlertFileName = "svalert.json"; // in log/
 inline constexpr const char *kTraceFileName = "oxtfs.log";    // in log/
 
-// What finds a segment of the provider: the key file of a class, 0 to 2, and what is given to ftok beside it.
-std::string keyFileOf(const std::string &root, int digit);
-inline constexpr int kKeyProject = 69;
-
-bool isAlive(pid_t pid);
-// Printable; empty when it cannot be told.
-std::string processName(pid_t pid);
-
-// Throws an environment failure that says what to do unless data/, work/ and log/ of `root` can be written.
+// Throws an environment failure that says what to do unless data/, work/ and log/ of `root` can be written, and data/
+// and work/ and the lock by nobody else: who can may replace the settings, and what programs take for the provider's.
 void checkAgentDirectory(const std::string &root);
 
-// Locks `root`work/ and waits for it at most `patience`. No descriptor when another process held it all the time.
+// Locks the file in `root`work/ and waits for it at most `patience`. No descriptor when another process held it all the
+// time, or when it cannot be opened.
 Fd lockWork(const std::string &root, std::chrono::milliseconds patience);
-
-struct ProviderAtWork {
-    pid_t pid = 0;       // of the process that made the segment; 0 when it cannot be told
-    std::string process; // its name; empty when it cannot be told
-    std::string keyFile;
-};
-
-// A provider that keeps its records in shared memory under a key file of `root`work/: one whose maker lives, or that
-// somebody has attached, or that we may not look at. Leaves everything as it is.
-std::optional<ProviderAtWork> findProviderAtWork(const std::string &root);
-
-// "process 123 (name)", or as much of it as is known.
-std::string nameOf(const ProviderAtWork &found);
 
 // The whole message for a user whom that provider stops.
 std::string describe(const ProviderAtWork &found);
 
 // Who is at work in `root`, as a command finds it that is about to work there itself.
 struct Workplace {
-    Fd lock; // of work/; none while another command holds it
+    Fd lock; // of the file in work/; none while another command holds it
     std::optional<ProviderAtWork> provider;
 };
 

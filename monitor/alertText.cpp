@@ -4,6 +4,7 @@
 #include <map>
 #include <utility>
 
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {
@@ -79,7 +80,7 @@ Variables variablesOf(const Alert &alert, const View *view) {
             {"OXTFS_SIZE_MIB", decimal(alert.sizeMiB)},
             {"OXTFS_THRESHOLD_MIB", decimal(alert.thresholdMiB)},
             {"OXTFS_FULL_IN_SECONDS", fullIn(alert, view)},
-            {"OXTFS_MESSAGE", sentenceOf(alert)}};
+            {"OXTFS_MESSAGE", printableUtf8(sentenceOf(alert))}};
 }
 
 } // namespace oxttool

@@ -8,7 +8,7 @@
 #include "packedName.h"
 #include "page.h"
 #include "prometheus.h"
-#include "values.h"
+#include "shownText.h"
 #include "viewText.h"
 
 namespace oxttool {
@@ -110,7 +110,7 @@ std::optional<HttpResponse> Api::answer(const HttpRequest &request, const Client
         return errorResponse(421, "This address is asked under a name that is not its own.");
     const bool changes = path == kCall || path == kReload;
     if ((changes || path == kState) && client.overTcp)
-        return errorResponse(404, "There is no " + printable(path) + " here.");
+        return errorResponse(404, "There is no " + printableUtf8(path) + " here.");
     if (changes && request.method != "POST")
         return errorResponse(405, "Only POST does that.");
     if (changes && !client.mayChange)

@@ -5,27 +5,22 @@
 #include <filesystem>
 
 #include "failure.h"
+#include "oxtMof.h"
 #include "schema.h"
+#include "sharedMemory.h"
 #include "values.h"
 
 namespace oxttool {
 
-namespace {
-
-constexpr const char *kLibraryName = "libOXTFileSystemProvider.so";
-
-std::string defaultLibrary() {
+std::string libraryBeside(const char *buildFolder, const char *installedFolder, const char *name, const char *help) {
     std::error_code ignored;
     const auto bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / "cmpi" / kLibraryName;
-    for (const auto &candidate : {bin / ".." / "provider" / kLibraryName, installed})
+    const auto installed = bin / OXT_MONITOR_BIN_TO_LIB / installedFolder / name;
+    for (const auto &candidate : {bin / ".." / buildFolder / name, installed})
         if (std::filesystem::exists(candidate, ignored))
             return candidate.lexically_normal().string();
-    throw Failure(Exit::Environment, "the provider's library is not at " + installed.lexically_normal().string() +
-                                         ".\nInstall it there, or name it with --library PATH.");
+    throw Failure(Exit::Environment, "the library " + installed.lexically_normal().string() + " is missing.\n" + help);
 }
-
-} // namespace
 
 SignalsHeld::SignalsHeld() {
     sigemptyset(&held_);
@@ -39,24 +34,29 @@ SignalsHeld::~SignalsHeld() {
 }
 
 HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaultMode)
-    : HostedSession(hosting, defaultMode, enterWork(agentDirectory())) {}
+    : HostedSession(hosting, defaultMode, enterWork(hosting.root)) {}
 
 HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaultMode, Workplace place)
     : place_(std::move(place)) {
-    checkAgentDirectory(agentDirectory());
+    checkAgentDirectory(hosting.root);
     if (!hosting.force) {
         if (place_.provider)
             throw Failure(Exit::Environment, describe(*place_.provider));
         if (!place_.lock)
-            throw Failure(Exit::Environment, "another oxtfsctl is at work on " + agentDirectory() +
-                                                 ".\nTry again when it has ended, or go on with --force.");
+            throw Failure(Exit::Environment, "another oxtfsctl works on " + hosting.root +
+                                                 ".\nTry again when it has ended, or repeat with --force.");
     }
+    // The provider would try dozens of keys, with a line in its log for each, and not say why.
+    if (const int error = hosting.memoryError ? *hosting.memoryError : sharedMemoryRefusal(1))
+        throw noSharedMemory(error);
     oxthost::Options options;
-    options.library = hosting.library.empty() ? defaultLibrary() : hosting.library;
+    options.library = hosting.library.empty()
+                          ? libraryBeside("provider", "cmpi", "libOXTFileSystemProvider.so",
+                                          "Install it there, or name another one with --library PATH.")
+                          : hosting.library;
     options.nameSpace = hosting.nameSpace;
     options.serviceMode = hosting.serviceMode.value_or(defaultMode);
     options.flavour = hosting.flavour;
-    options.schema = kSchema;
     try {
         host_ = std::make_unique<oxthost::Host>(std::move(options));
     } catch (const std::runtime_error &problem) {
@@ -68,7 +68,8 @@ HostedSession::~HostedSession() {
     try {
         HostedSession::close();
     } catch (const std::exception &problem) {
-        std::fprintf(stderr, "oxtfsctl: %s\n", problem.what());
+        if (std::uncaught_exceptions() == 0) // else another failure is on its way to the user
+            std::fprintf(stderr, "oxtfsctl: %s\n", problem.what());
     }
 }
 
@@ -82,9 +83,11 @@ oxthost::Reply HostedSession::enumInstances(const std::string &className) {
 
 oxthost::Reply HostedSession::call(const std::string &className, const std::string &method,
                                    const Arguments &arguments) {
+    // Only calls need the schema: to read it, and to hold every property against it, would be a tenth of a list.
+    const oxthost::Mof schema = oxthost::readMof(kSchema);
     std::vector<oxthost::NamedValue> typed;
     for (const auto &[name, text] : arguments)
-        typed.emplace_back(name, host_->argument(className, method, name, text));
+        typed.emplace_back(name, oxthost::argumentOf(schema, className, method, name, text));
     return host_->invokeMethod(className, method, typed);
 }
 
@@ -95,8 +98,9 @@ void HostedSession::close() {
     const oxthost::Reply replies[] = {host->cleanupInstance(true), host->cleanupMethod(true)};
     for (const auto &reply : replies)
         if (!reply.ok())
-            throw Failure(Exit::Refused, "the provider's clean-up answered: " + textOrCode(reply.message, reply.rc) +
-                                             "\nSettings may not have been saved.");
+            throw Failure(Exit::Refused,
+                          "the provider failed while it was being unloaded: " + textOrCode(reply.message, reply.rc) +
+                              "\nThe last change may not have been saved.");
 }
 
 } // namespace oxttool

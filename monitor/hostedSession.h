@@ -46,6 +46,10 @@ class HostedSession : public Session {
     std::unique_ptr<oxthost::Host> host_;
 };
 
+// The path of a library of this project: in a build beside this program's folder, else installed in a folder of the
+// libraries' directory. Throws an environment failure that ends in the help when it is in neither.
+std::string libraryBeside(const char *buildFolder, const char *installedFolder, const char *name, const char *help);
+
 } // namespace oxttool
 
 #endif

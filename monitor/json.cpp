@@ -7,15 +7,19 @@ namespace oxttool {
 
 namespace {
 
-Json spaceOf(std::uint64_t mib, Unit unit) {
-    return unit == Unit::Bytes ? mib * 1048576 : mib;
-}
-
-Json spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
-    return mib ? spaceOf(*mib, unit) : Json();
+Json spaceOrNull(std::optional<std::uint64_t> mib, Unit unit) {
+    return mib ? jsonOfSpace(*mib, unit) : Json();
 }
 
 } // namespace
+
+const char *wordOf(Unit unit) {
+    return unit == Unit::Bytes ? "bytes" : "MiB";
+}
+
+Json jsonOfSpace(std::uint64_t mib, Unit unit) {
+    return unit == Unit::Bytes ? mib * 1048576 : mib;
+}
 
 Json jsonOf(const FileSystem &fs, Unit unit) {
     const auto measured = [&fs](const Json &value) { return fs.isMeasured() ? value : Json(); };
@@ -24,14 +28,14 @@ Json jsonOf(const FileSystem &fs, Unit unit) {
                  {"mountpoint", fs.mountPoint},
                  {"type", fs.type},
                  {"drive", driveName(fs.driveType)},
-                 {"size", measured(spaceOf(fs.sizeMiB, unit))},
-                 {"free", measured(spaceOf(fs.freeMiB, unit))},
+                 {"size", measured(jsonOfSpace(fs.sizeMiB, unit))},
+                 {"free", measured(jsonOfSpace(fs.freeMiB, unit))},
                  {"freepercent", measured(fs.freePermille() / 10.0)},
                  {"monitored", fs.monitored == 1},
-                 {"warning", spaceOf(fs.warningMiB, unit)},
-                 {"warningdefault", spaceOf(fs.warningDefaultMiB, unit)},
-                 {"fatal", spaceOf(fs.fatalMiB, unit)},
-                 {"fataldefault", spaceOf(fs.fatalDefaultMiB, unit)},
+                 {"warning", jsonOfSpace(fs.warningMiB, unit)},
+                 {"warningdefault", jsonOfSpace(fs.warningDefaultMiB, unit)},
+                 {"fatal", jsonOfSpace(fs.fatalMiB, unit)},
+                 {"fataldefault", jsonOfSpace(fs.fatalDefaultMiB, unit)},
                  {"status", statusName(fs.status)}};
     if (!fs.outlook)
         return json;
@@ -40,7 +44,7 @@ Json jsonOf(const FileSystem &fs, Unit unit) {
     json["warningby"] = fs.outlook->warningBy;
     json["fatalby"] = fs.outlook->fatalBy;
     json["shrinkperhour"] =
-        forecast ? spaceOf(static_cast<std::uint64_t>(std::llround(forecast->mibPerHour)), unit) : Json();
+        forecast ? jsonOfSpace(static_cast<std::uint64_t>(std::llround(forecast->mibPerHour)), unit) : Json();
     json["fullseconds"] = forecast ? Json(std::llround(forecast->secondsToFull)) : Json();
     return json;
 }
@@ -52,9 +56,9 @@ Json jsonOf(const Alert &alert, Unit unit) {
             {"event", text(alert.event)},
             {"device", text(alert.device)},
             {"mountpoint", text(alert.mountPoint)},
-            {"size", spaceOf(alert.sizeMiB, unit)},
-            {"free", spaceOf(alert.freeMiB, unit)},
-            {"threshold", spaceOf(alert.thresholdMiB, unit)},
+            {"size", spaceOrNull(alert.sizeMiB, unit)},
+            {"free", spaceOrNull(alert.freeMiB, unit)},
+            {"threshold", spaceOrNull(alert.thresholdMiB, unit)},
             {"status", alert.newStatus ? Json(statusName(*alert.newStatus)) : Json()}};
 }
 
@@ -73,7 +77,7 @@ Json jsonOf(const std::vector<FileSystem> &all, Unit unit) {
     Json array = Json::array();
     for (const FileSystem &fs : all)
         array.push_back(jsonOf(fs, unit));
-    return {{"unit", unit == Unit::Bytes ? "bytes" : "MiB"}, {"filesystems", std::move(array)}};
+    return {{"unit", wordOf(unit)}, {"filesystems", std::move(array)}};
 }
 
 std::string textOf(const Json &json, int indent) {

@@ -17,7 +17,11 @@ namespace oxttool {
 
 using Json = nlohmann::ordered_json; // members stay in the order in which they are written
 
+// The unit of amounts: "bytes", or "MiB" also where people see another one.
+const char *wordOf(Unit unit);
+
 // Amounts are numbers in MiB, or in bytes where the unit is bytes; null where nothing was measured.
+Json jsonOfSpace(std::uint64_t mib, Unit unit);
 Json jsonOf(const FileSystem &fs, Unit unit);
 Json jsonOf(const Alert &alert, Unit unit);
 Json jsonOf(const Cycle &cycle);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <optional>
 
 namespace oxttool {
@@ -11,6 +12,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 65536;
 constexpr int kMostFiles = 1000;
+constexpr off_t kBlock = 65536;
 
 std::optional<struct stat> statusOf(const Fd &fd) {
     struct stat status = {};
@@ -19,7 +21,7 @@ std::optional<struct stat> statusOf(const Fd &fd) {
 
 std::optional<struct stat> statusOf(const std::string &path) {
     struct stat status = {};
-    return stat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
+    return lstat(path.c_str(), &status) == 0 ? std::optional(status) : std::nullopt;
 }
 
 bool isSame(const std::optional<struct stat> &one, const std::optional<struct stat> &other) {
@@ -34,11 +36,17 @@ LineFile::LineFile(std::string path, Start start) : path_(std::move(path)) {
 }
 
 bool LineFile::open(const std::string &path) {
-    fd_ = Fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    fd_ = Fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
+    if (const auto opened = statusOf(fd_); opened && !S_ISREG(opened->st_mode))
+        fd_ = Fd();
     offset_ = 0;
+    forgetLine();
+    return isOpen();
+}
+
+void LineFile::forgetLine() {
     partial_.clear();
     tooLong_ = false;
-    return isOpen();
 }
 
 bool LineFile::sharesFileWith(const LineFile &other) const {
@@ -72,13 +80,21 @@ int LineFile::newerFiles() const {
 }
 
 void LineFile::readOpened(const Each &each) {
-    if (const auto opened = statusOf(fd_); opened && opened->st_size < offset_) {
+    const auto opened = statusOf(fd_);
+    if (!opened)
+        return;
+    if (opened->st_size < offset_) {
         offset_ = 0; // truncated
+        forgetLine();
+    }
+    if (opened->st_size - offset_ > kMostBytes) {
+        offset_ = opened->st_size - kMostBytes;
         partial_.clear();
-        tooLong_ = false;
+        tooLong_ = true; // its beginning is not read
     }
     char buffer[8192];
-    for (ssize_t got; fd_ && (got = pread(fd_.get(), buffer, sizeof buffer, offset_)) > 0; offset_ += got) {
+    const off_t end = opened->st_size; // what is written meanwhile is for the next call: it may never end
+    for (ssize_t got; offset_ < end && (got = pread(fd_.get(), buffer, sizeof buffer, offset_)) > 0; offset_ += got) {
         for (ssize_t i = 0; i < got; ++i) {
             if (buffer[i] != '\n') {
                 if (partial_.size() < kLongestLine)
@@ -93,6 +109,49 @@ void LineFile::readOpened(const Each &each) {
             tooLong_ = false;
         }
     }
+}
+
+off_t LineFile::readBackwards(off_t most, const std::function<bool(const std::string &line)> &each) {
+    const auto opened = statusOf(fd_);
+    if (!opened)
+        return 0;
+    const off_t last = opened->st_size, first = std::max<off_t>(0, last - most);
+    offset_ = last;
+    forgetLine();
+    std::string line, block; // the line is reversed
+    bool ended = false;      // a line feed stands behind it
+    bool tooLong = false;
+    off_t at = last;
+    while (at > first) {
+        block.resize(static_cast<std::size_t>(std::min(kBlock, at - first)));
+        at -= static_cast<off_t>(block.size());
+        if (pread(fd_.get(), block.data(), block.size(), at) != static_cast<ssize_t>(block.size()))
+            return last - at; // truncated meanwhile
+        for (auto c = block.rbegin(); c != block.rend(); ++c) {
+            if (*c != '\n') {
+                tooLong = tooLong || line.size() == kLongestLine;
+                if (!tooLong)
+                    line += *c;
+                continue;
+            }
+            if (!ended) {
+                partial_.assign(line.rbegin(), line.rend());
+                tooLong_ = tooLong;
+            } else if (!tooLong && !each({line.rbegin(), line.rend()})) {
+                return last - at;
+            }
+            ended = true;
+            tooLong = false;
+            line.clear();
+        }
+    }
+    if (!ended) {
+        partial_.assign(line.rbegin(), line.rend());
+        tooLong_ = tooLong || first != 0;
+    } else if (first == 0 && !tooLong) {
+        each({line.rbegin(), line.rend()});
+    }
+    return last - at;
 }
 
 } // namespace oxttool

@@ -198,7 +198,7 @@ void Monitor::openSockets() {
     if (mkdir(OXT_RUN_DIR, 0755) != 0 && errno != EEXIST) {
         // the agent's work directory has to do
     }
-    for (const std::string &directory : socketDirectories(agentDirectory())) {
+    for (const std::string &directory : socketDirectories(options_.orders.hosting.root)) {
         if (access(directory.c_str(), W_OK) != 0)
             continue;
         try {
@@ -256,7 +256,7 @@ void Monitor::end() {
 } // namespace
 
 Exit runMonitor(const MonitorOptions &options, Audience &audience) {
-    if (MonitorSession::find(agentDirectory()))
+    if (MonitorSession::find(options.orders.hosting.root))
         throw Failure(Exit::Environment,
                       "a monitor is running here, and there can be one only.\n'oxtfsctl watch' without "
                       "further options shows what it does; 'systemctl stop oxtfs-watch' ends it.");

@@ -13,6 +13,7 @@
 #include "failure.h"
 #include "instances.h"
 #include "packedName.h"
+#include "shownText.h"
 #include "socketFile.h"
 #include "values.h"
 
@@ -149,11 +150,15 @@ Reply MonitorSession::call(const std::string &className, const std::string &meth
     return reply;
 }
 
+std::optional<std::string> MonitorSession::metrics() {
+    return ask("GET", "/metrics", "").body;
+}
+
 std::string MonitorSession::source() const {
     if (!state_ || state_->failing.empty())
         return {};
     return "From the monitor, process " + std::to_string(state_->process) +
-           ", whose passes fail: " + printable(state_->failing) + ". Measured at " +
+           ", whose passes fail: " + printableLine(state_->failing) + ". Measured at " +
            utcTime(static_cast<std::time_t>(state_->updated)) + ".";
 }
 

@@ -23,6 +23,7 @@ class MonitorSession : public Session {
     oxthost::Reply enumInstances(const std::string &className) override;
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
 
+    std::optional<std::string> metrics() override;
     std::string source() const override; // when its passes fail
 
     const MonitorState &state(); // asked for when it is not known, or a change may have changed it

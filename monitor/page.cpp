@@ -9,6 +9,7 @@
 #include <numeric>
 
 #include "alertText.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {
@@ -155,7 +156,7 @@ void replaceAll(std::string &text, const std::string &place, const std::string &
 
 std::string htmlText(const std::string &text) {
     std::string safe;
-    for (const char c : printable(text))
+    for (const char c : printableUtf8(text))
         switch (c) {
         case '&':
             safe += "&amp;";

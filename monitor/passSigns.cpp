@@ -14,6 +14,7 @@
 #include "agentDir.h"
 #include "failure.h"
 #include "records.h"
+#include "shownText.h"
 #include "traceLine.h"
 #include "values.h"
 
@@ -105,9 +106,9 @@ std::string explainedFailure(const std::string &text) {
         const std::size_t at = plain.find(word);
         const int number = at == std::string::npos ? 0 : std::atoi(plain.c_str() + at + std::strlen(word));
         if (number > 0)
-            return printable(plain) + " (" + std::strerror(number) + ")";
+            return printableLine(plain) + " (" + std::strerror(number) + ")";
     }
-    return printable(plain);
+    return printableLine(plain);
 }
 
 } // namespace oxttool

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <set>
 
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {

@@ -13,6 +13,7 @@
 #include "alertText.h"
 #include "instances.h"
 #include "packedName.h"
+#include "shownText.h"
 #include "values.h"
 
 namespace oxttool {
@@ -43,10 +44,6 @@ std::string directoryProblem(const std::string &root) {
     return "";
 }
 
-Session::Arguments argumentsOf(const Change &change) {
-    return {{"Index", change.index}, {kSettingOf[change.setting].property, std::to_string(change.to)}};
-}
-
 HttpResponse answerOf(const oxthost::Reply &reply) {
     nlohmann::json body = {{"status", reply.rc}, {"message", packedName(reply.message)}, {"returned", nullptr}};
     if (reply.returned && !reply.returned->null)
@@ -61,7 +58,7 @@ HttpResponse answerOf(const oxthost::Reply &reply) {
 } // namespace
 
 ProviderWorker::ProviderWorker(MonitorOrders orders)
-    : orders_(std::move(orders)), root_(agentDirectory()), thread_([this] { run(); }) {}
+    : orders_(std::move(orders)), root_(orders_.hosting.root), thread_([this] { run(); }) {}
 
 ProviderWorker::~ProviderWorker() {
     thread_.join();
@@ -146,6 +143,8 @@ void ProviderWorker::begin() {
 
 Settings ProviderWorker::freshSettings() const {
     const bool named = !orders_.settingsFile.empty();
+    if (!named && orders_.hosting.isElsewhere()) // the file is about this machine
+        return {};
     return readSettings(named ? orders_.settingsFile : settingsPath(), named);
 }
 
@@ -257,14 +256,14 @@ bool ProviderWorker::applyRules(Session &session) {
     bool changed = false;
     if (!rulesKnown_)
         return changed;
-    for (const Change &change : planChanges(settings_.rules, fileSystems_, memory_.rules)) {
+    for (const Change &planned : planChanges(settings_.rules, fileSystems_, memory_.rules)) {
         try {
-            changing([&] { session.invoke(kFileSystemClass, kSettingOf[change.setting].method, argumentsOf(change)); });
+            changing([&] { change(session, planned.index, planned.setting, planned.to); });
             changed = true;
         } catch (const Failure &failure) {
-            forgetChange(memory_.rules, change);
-            sayOnce("the rule in line " + std::to_string(change.line) + " cannot set the " +
-                    kSettingOf[change.setting].word + " of " + printable(change.mountPoint) + ": " +
+            forgetChange(memory_.rules, planned);
+            sayOnce("the rule in line " + std::to_string(planned.line) + " cannot set the " +
+                    kSettingOf[planned.setting].word + " of " + printable(planned.mountPoint) + ": " +
                     firstLine(failure.what()));
         }
     }

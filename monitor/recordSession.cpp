@@ -62,8 +62,14 @@ Reply RecordSession::call(const std::string &, const std::string &, const Argume
 }
 
 std::string RecordSession::source() const {
-    return "Records of " + nameOf(provider_) + ", measured at " + utcTime(static_cast<std::time_t>(records_.measured)) +
-           ", cycle " + std::to_string(records_.cycle.seconds) + " s.";
+    return sourceOf(records_);
+}
+
+std::string sourceOf(const LiveRecords &records) {
+    const std::string name = records.process.empty() ? "" : " (" + records.process + ")";
+    return "Records of process " + std::to_string(records.pid) + name + ", measured at " +
+           utcTime(static_cast<std::time_t>(records.measured)) + ", cycle " + std::to_string(records.cycle.seconds) +
+           " s.";
 }
 
 } // namespace oxttool

@@ -9,6 +9,9 @@
 
 namespace oxttool {
 
+// A sentence for people about where they come from and how old they are.
+std::string sourceOf(const LiveRecords &records);
+
 class RecordSession : public Session {
   public:
     // Throws an environment failure when the records cannot be had.
@@ -18,6 +21,7 @@ class RecordSession : public Session {
     oxthost::Reply enumInstances(const std::string &className) override;
     // A change is up to the provider itself: throws an environment failure that says so.
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
+    double measured() const override { return records_.measured; }
     std::string source() const override;
 
   private:

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "values.h"
+#include "shownText.h"
 
 namespace oxttool {
 

@@ -9,8 +9,6 @@ namespace oxttool {
 
 namespace {
 
-enum : std::size_t { Monitored, Warning, Fatal };
-
 constexpr std::int64_t kFixedDisk = 0;
 constexpr std::uint64_t kLeastJudgedMiB = 100; // the provider refuses changes below
 
@@ -27,9 +25,9 @@ bool isJudged(const FileSystem &fs) {
 }
 
 std::optional<std::uint64_t> wantedBy(const Rule &rule, std::size_t setting, std::uint64_t sizeMiB) {
-    if (setting == Monitored)
+    if (setting == kMonitoring)
         return rule.monitored ? std::optional<std::uint64_t>(*rule.monitored ? 1 : 0) : std::nullopt;
-    const std::optional<Amount> &amount = setting == Warning ? rule.warning : rule.fatal;
+    const std::optional<Amount> &amount = setting == kWarning ? rule.warning : rule.fatal;
     // The provider takes 1 MiB to the size. A threshold above the size is always reached, as one of the size is.
     return amount ? std::optional(std::clamp<std::uint64_t>(amount->of(sizeMiB), 1, sizeMiB)) : std::nullopt;
 }
@@ -40,7 +38,7 @@ Change change(const FileSystem &fs, std::size_t setting, std::uint64_t to, int l
 
 // The value to which a setting goes that no rule names any more. A threshold from before another size has no meaning.
 std::uint64_t valueWithoutRule(const FileSystem &fs, const SettingMemory &memory, std::size_t setting, bool sameSize) {
-    return setting == Monitored || sameSize ? memory.before : kSettingOf[setting].now(fs);
+    return setting == kMonitoring || sameSize ? memory.before : kSettingOf[setting].now(fs);
 }
 
 void planSetting(const FileSystem &fs, std::size_t setting, const Outcome &outcome, bool sameSize,
@@ -58,7 +56,7 @@ void planSetting(const FileSystem &fs, std::size_t setting, const Outcome &outco
     }
     const bool newOutcome = memory.outcome != outcome.value;
     // The provider itself sets thresholds back when the size has changed: what was set by hand is gone with them.
-    const bool lost = !sameSize && setting != Monitored;
+    const bool lost = !sameSize && setting != kMonitoring;
     if (newOutcome || lost) {
         if (!memory.outcome || lost)
             memory.before = now;
@@ -72,14 +70,6 @@ void planSetting(const FileSystem &fs, std::size_t setting, const Outcome &outco
 }
 
 } // namespace
-
-const Setting kSettingOf[kSettings] = {
-    {"monitoring", "SetMonitorThreshold", "MonitorThreshold",
-     [](const FileSystem &fs) { return std::uint64_t{fs.monitored == 1}; }},
-    {"warning threshold", "SetWarningThreshold", "WarningThreshold",
-     [](const FileSystem &fs) { return fs.warningMiB; }},
-    {"fatal threshold", "SetFatalThreshold", "FatalThreshold", [](const FileSystem &fs) { return fs.fatalMiB; }},
-};
 
 Outcomes outcomesOf(const std::vector<Rule> &rules, const FileSystem &fs) {
     Outcomes outcomes;
@@ -143,7 +133,7 @@ std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting) {
     const auto known = memories.find(fs.device);
     if (known == memories.end() || !known->second.settings[setting].outcome)
-        return "no rule";
+        return kNoRule;
     const SettingMemory &memory = known->second.settings[setting];
     return memory.byHand ? "by hand" : "the rule in line " + std::to_string(memory.line);
 }

@@ -14,18 +14,10 @@
 #include <vector>
 
 #include "fileSystem.h"
+#include "fsSetting.h"
 #include "settings.h"
 
 namespace oxttool {
-
-// What a rule can set. Amounts are MiB; monitoring is 1 or 0.
-struct Setting {
-    const char *word;              // as users know it
-    const char *method, *property; // the provider's
-    std::uint64_t (*now)(const FileSystem &);
-};
-constexpr std::size_t kSettings = 3;
-extern const Setting kSettingOf[kSettings];
 
 struct Outcome {
     std::optional<std::uint64_t> value; // none: no rule names this setting
@@ -69,6 +61,7 @@ void forgetChange(RuleMemories &memories, const Change &change);
 std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector<FileSystem> &fileSystems);
 
 // "the rule in line 12", "by hand" or "no rule": what a setting's value comes from.
+inline constexpr const char *kNoRule = "no rule";
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting);
 
 } // namespace oxttool

@@ -1,6 +1,5 @@
 #include "segments.h"
 
-#include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +13,8 @@
 
 #include "agentDir.h"
 #include "failure.h"
+#include "process.h"
+#include "providerSegment.h"
 
 namespace oxttool {
 
@@ -23,8 +24,6 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr auto kPause = std::chrono::microseconds(250);
-// A segment that somebody keeps attached is believed when its bytes stayed the same for so long.
-constexpr auto kSteady = milliseconds(500);
 
 struct Class {
     int digit; // of its key file
@@ -68,16 +67,15 @@ Copy refusal() {
 
 Copy copyOnce(const std::string &keyFile, const Class &of) {
     Copy copy;
-    const key_t key = ftok(keyFile.c_str(), kKeyProject);
-    const int id = key == -1 ? -1 : shmget(key, 0, 0);
-    if (id == -1)
-        return refusal();
-    if (id == 0)
-        return copy; // never a provider's
-    if (shmctl(id, IPC_STAT, &copy.about) != 0)
-        return refusal();
-    if (copy.about.shm_nattch == 0 && copy.about.shm_cpid != 0 && !isAlive(copy.about.shm_cpid))
-        return copy; // left behind by a process that died
+    const auto segment = providerSegment(keyFile);
+    if (!segment)
+        return copy;
+    copy.about = segment->about;
+    if (!segment->readable) {
+        copy.state = Copy::Forbidden;
+        return copy;
+    }
+    const int id = segment->id;
     if (!hasSize(copy.about.shm_segsz, of)) {
         copy.state = Copy::WrongSize;
         return copy;
@@ -96,24 +94,13 @@ Copy copyOnce(const std::string &keyFile, const Class &of) {
     return copy;
 }
 
-// Tries until the copy is exact, or steady, or nothing to wait for. Disturbed at the end of the patience.
+// Tries until the copy is exact or there is nothing to wait for. Disturbed at the end of the patience: bytes that stay
+// the same while somebody has the segment attached may be half of a copy whose writer was stopped.
 Copy copySegment(const std::string &root, const Class &of, Clock::time_point end) {
-    Copy last;
-    auto since = Clock::now(); // last.bytes have been the same
     for (;;) {
         Copy copy = copyOnce(keyFileOf(root, of.digit), of);
-        if (copy.state != Copy::Disturbed)
+        if (copy.state != Copy::Disturbed || Clock::now() >= end)
             return copy;
-        const auto now = Clock::now();
-        if (copy.bytes != last.bytes)
-            since = now;
-        last = std::move(copy);
-        if (now - since >= kSteady) {
-            last.state = Copy::Exact;
-            return last;
-        }
-        if (now >= end)
-            return last;
         std::this_thread::sleep_for(kPause);
     }
 }
@@ -144,7 +131,7 @@ std::string problemOf(const Taken &taken) {
         if (row.copy.state == Copy::Forbidden)
             return name + " may not be read.\nRun oxtfsctl as root or as the provider's user.";
         if (row.copy.state == Copy::Disturbed)
-            return name + " is being written all the time.\nTry again.";
+            return name + " could not be copied whole: another process writes it or keeps it attached.\nTry again.";
         if (row.copy.state == Copy::WrongSize)
             return name + " has " + std::to_string(row.copy.about.shm_segsz) +
                    " bytes: it is another program's, or another version's of the provider.\n'oxtfsctl save' shows what "
@@ -155,18 +142,23 @@ std::string problemOf(const Taken &taken) {
     return "";
 }
 
-Failure noProvider(const std::string &root) {
-    return {Exit::Environment,
-            "no provider is at work here: none keeps its records in shared memory under " +
-                keyFileOf(root, kConfig.digit) +
-                ".\nOne starts with a request to its object manager, or with 'oxtfsctl watch'. 'oxtfsctl "
-                "list' measures by itself, 'oxtfsctl save' shows what was saved last."};
+Failure noRecords(const std::string &root) {
+    if (const auto found = findProviderAtWork(root))
+        return {Exit::Environment,
+                "the provider in " + nameOf(*found) +
+                    " has no records to show.\nIt has just started or is about to end, or it refused "
+                    "to stop a monitoring thread: restart its object manager then."};
+    return {
+        Exit::Environment,
+        "no provider is running: none has shared memory under " + keyFileOf(root, kConfig.digit) +
+            ".\nStart one with 'oxtfsctl watch', or by a request to its object manager. 'oxtfsctl list' measures now, "
+            "'oxtfsctl save' shows what was saved last."};
 }
 
 // When the save file was written, with which every pass ends.
 std::optional<double> savedAt(const std::string &root) {
     struct stat saved = {};
-    if (stat((root + "data/" + kSaveFileName).c_str(), &saved) != 0)
+    if (lstat((root + "data/" + kSaveFileName).c_str(), &saved) != 0 || !S_ISREG(saved.st_mode))
         return std::nullopt;
     return static_cast<double>(saved.st_mtim.tv_sec) + static_cast<double>(saved.st_mtim.tv_nsec) / 1e9;
 }
@@ -230,7 +222,7 @@ LiveRecords readSegments(const std::string &root, milliseconds patience) {
             problem = records.problem;
         }
         if (taken.config.state == Copy::Missing)
-            throw noProvider(root);
+            throw noRecords(root);
         if (taken.config.state == Copy::Forbidden || Clock::now() >= end)
             throw Failure(Exit::Environment, problem);
         std::this_thread::sleep_for(kPause);

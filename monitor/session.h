@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "agentDir.h"
 #include "oxtHost.h"
 
 namespace oxttool {
@@ -19,6 +20,9 @@ struct Hosting {
     oxthost::Flavour flavour = oxthost::Flavour::Sfcb;
     bool direct = false; // host a provider, whoever else could be asked
     bool force = false;  // the same, even beside a provider that is at work
+    std::string root = agentDirectory();
+    std::optional<int> memoryError; // of a machine in place of this one: what it answers to shmget(2)
+    bool isElsewhere() const { return root != agentDirectory(); } // over a machine in place of this one
 };
 
 class Session {
@@ -45,6 +49,10 @@ class Session {
 
     // Lets the provider save and clean up where this session is its life. Throws a refusal when it reports a failure.
     virtual void close() {}
+    // When the answers were measured, seconds since the epoch.
+    virtual double measured() const;
+    // Metrics in the words of what is asked, when it has some; else they are made of the answers.
+    virtual std::optional<std::string> metrics() { return std::nullopt; }
     // A sentence for people about where the answers come from; empty when they were measured for this session.
     virtual std::string source() const { return {}; }
 };
@@ -53,6 +61,9 @@ class Session {
 // that lives in this process, with `defaultMode` as its service mode. Whoever says how to host, wants the latter.
 // Throws an environment failure when there is no way.
 std::unique_ptr<Session> openSession(const Hosting &hosting, oxthost::ServiceMode defaultMode);
+
+// The provider's message when it has nothing to begin with, whatever it was asked.
+inline constexpr const char *kNotStarted = "fsInitProvider() Failure!!";
 
 // The refusal for a provider's answer, with what is known to help against it.
 [[noreturn]] void refuse(CMPIrc code, const std::string &message);

@@ -12,6 +12,7 @@
 
 #include "failure.h"
 #include "fd.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -88,7 +89,7 @@ ListenAddress Reader::address(const toml::node &node, const std::string &key) co
 
 unsigned Reader::cycle(const toml::node &node) const {
     const auto *value = node.as_integer();
-    if (!value || value->get() < 10 || value->get() > 3600)
+    if (!value || value->get() < kLeastCycle || value->get() > kGreatestCycle)
         refuse(node, "cycle has to be a whole number of seconds from 10 to 3600.");
     return static_cast<unsigned>(value->get());
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "agentDir.h"
 #include "failure.h"
 
 namespace oxttool {
@@ -55,6 +56,8 @@ Failure problem(const std::string &what) {
 } // namespace
 
 std::vector<std::string> socketDirectories(const std::string &root) {
+    if (root != agentDirectory()) // of another machine, about which nobody here can ask
+        return {root + "work"};
     return {root + "work", OXT_RUN_DIR};
 }
 

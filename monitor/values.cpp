@@ -1,14 +1,15 @@
 #include "values.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <iterator>
-
-#include <nlohmann/json.hpp>
+#include <cstdlib>
+#include <cstring>
 
 #include "failure.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -17,40 +18,29 @@ namespace {
 // The provider reads a number's text into an int.
 constexpr std::uint64_t kMostMiB = 2147483647;
 
-struct Suffix {
-    const char *letter;
-    const char *word;
-    double mib;
-};
-constexpr Suffix kSuffixes[] = {
-    {"M", "MiB", 1},
-    {"G", "GiB", 1024},
-    {"T", "TiB", 1024.0 * 1024},
-    {"P", "PiB", 1024.0 * 1024 * 1024},
-};
+constexpr char kUnits[] = "KMGTP"; // each 1024 times the one before
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool sameIgnoringCase(const std::string &a, const char *b) {
-    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    std::size_t i = 0;
-    for (; i < a.size() && b[i] != '\0'; ++i)
-        if (lower(a[i]) != lower(b[i]))
-            return false;
-    return i == a.size() && b[i] == '\0';
-}
-
 Failure badAmount(const std::string &text, const std::string &why) {
-    return {Exit::Usage, "'" + printable(text) + "' is not an amount of space: " + why +
-                             "\nWrite MiB (512), a unit of 1024 (512M, 20G, 1T) or a share of the size (10%)."};
+    return {Exit::Usage, "'" + printable(text) + "' " + why +
+                             "\nUse a unit of 1024 (512M, 20G, 1T), a percentage of the size (10%), or MiB (512)."};
 }
 
-std::uint64_t wholeMiB(const std::string &text, double mib) {
-    if (mib > static_cast<double>(kMostMiB))
-        throw badAmount(text, "it is more than " + std::to_string(kMostMiB) + " MiB.");
-    return static_cast<std::uint64_t>(mib);
+// How many MiB a unit has: "G", "Gi" and "GiB" are of 1024, "GB" is of 1000, as df(1) has them. 0 for none.
+double mibOf(std::string unit) {
+    std::transform(unit.begin(), unit.end(), unit.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    const char *letter = unit.empty() ? nullptr : std::strchr(kUnits, unit.front());
+    const std::string rest = letter ? unit.substr(1) : "";
+    if (!letter || (!rest.empty() && rest != "I" && rest != "IB" && rest != "B"))
+        return 0;
+    double bytes = 1;
+    for (const char *at = kUnits; at <= letter; ++at)
+        bytes *= rest == "B" ? 1000 : 1024;
+    return bytes / 1048576;
 }
 
 } // namespace
@@ -60,30 +50,32 @@ std::uint64_t Amount::of(std::uint64_t sizeMiB) const {
 }
 
 Amount parseAmount(const std::string &text) {
-    // A leading digit keeps "inf" and signs away from from_chars.
-    if (text.empty() || !isDigit(text.front()))
-        throw badAmount(text, "it does not begin with a digit.");
     double number = 0;
     const char *end = text.data() + text.size();
+    // A leading digit keeps "inf" and signs away from from_chars.
+    const bool digit = !text.empty() && isDigit(text.front());
     const auto parsed = std::from_chars(text.data(), end, number, std::chars_format::fixed);
-    if (parsed.ec != std::errc() || !std::isfinite(number) || !isDigit(parsed.ptr[-1]))
-        throw badAmount(text, "the number cannot be read.");
+    if (!digit || parsed.ec != std::errc() || !std::isfinite(number) || !isDigit(parsed.ptr[-1]))
+        throw badAmount(text, "is not an amount of space.");
     const std::string unit(parsed.ptr, end);
     Amount amount;
+    amount.bare = unit.empty();
     if (unit == "%") {
         if (number > 100)
-            throw badAmount(text, "a share is at most 100%.");
+            throw badAmount(text, "is more than the whole size.");
         amount.percent = number;
         return amount;
     }
-    if (unit.empty() && number != std::floor(number))
-        throw badAmount(text, "MiB are whole.");
-    const auto *suffix = std::find_if(std::begin(kSuffixes), std::end(kSuffixes), [&unit](const Suffix &known) {
-        return sameIgnoringCase(unit, known.letter) || sameIgnoringCase(unit, known.word);
-    });
-    if (!unit.empty() && suffix == std::end(kSuffixes))
-        throw badAmount(text, "'" + printable(unit) + "' is not a unit.");
-    amount.mib = wholeMiB(text, number * (unit.empty() ? 1 : suffix->mib));
+    if (amount.bare && number != std::floor(number))
+        throw badAmount(text, "has no unit: MiB are whole numbers.");
+    const double factor = amount.bare ? 1 : mibOf(unit);
+    if (factor == 0)
+        throw badAmount(text, "is not an amount of space: '" + printable(unit) + "' is no unit.");
+    if (number * factor > static_cast<double>(kMostMiB))
+        throw badAmount(text, "is more than " + std::to_string(kMostMiB) + " MiB.");
+    if (number * factor < 1)
+        throw badAmount(text, "is less than 1 MiB.");
+    amount.mib = static_cast<std::uint64_t>(number * factor);
     return amount;
 }
 
@@ -92,9 +84,13 @@ unsigned parseNumber(const std::string &text, unsigned lowest, unsigned highest,
     const char *end = text.data() + text.size();
     const auto parsed = std::from_chars(text.data(), end, number);
     if (parsed.ec != std::errc() || parsed.ptr != end || number < lowest || number > highest)
-        throw Failure(Exit::Usage, "'" + printable(text) + "' is not " + what + ": a whole number from " +
-                                       std::to_string(lowest) + " to " + std::to_string(highest) + " is.");
+        throw Failure(Exit::Usage, "'" + printable(text) + "' is not " + what + ": use a whole number from " +
+                                       std::to_string(lowest) + " to " + std::to_string(highest) + ".");
     return number;
+}
+
+unsigned parseCycle(const std::string &text) {
+    return parseNumber(text, kLeastCycle, kGreatestCycle, "a cycle in seconds");
 }
 
 bool isIndex(const std::string &target) {
@@ -108,7 +104,12 @@ oxthost::ServiceMode parseServiceMode(const std::string &text) {
         return oxthost::ServiceMode::off();
     if (text == "fail")
         return {oxthost::ServiceMode::NoSuchInstance, 0};
-    const unsigned byte = parseNumber(text, 0, 255, "a service mode ('on', 'off', 'fail' or a byte)");
+    unsigned byte = 0;
+    const char *end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, byte);
+    if (parsed.ec != std::errc() || parsed.ptr != end || byte > 255)
+        throw Failure(Exit::Usage,
+                      "'" + printable(text) + "' is not a service mode: use on, off, fail or a byte (0 to 255).");
     return {oxthost::ServiceMode::Byte, static_cast<CMPIBoolean>(byte)};
 }
 
@@ -117,18 +118,14 @@ std::string formatSpace(std::uint64_t mib, Unit unit) {
         return std::to_string(mib);
     if (unit == Unit::Bytes)
         return std::to_string(mib * 1048576);
-    std::size_t step = 0;
-    auto amount = static_cast<double>(mib);
-    while (amount >= 1024 && step + 1 < std::size(kSuffixes)) {
-        amount /= 1024;
-        ++step;
-    }
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "%.1f", amount);
-    std::string text = buffer;
-    if (text.size() > 2 && text.compare(text.size() - 2, 2, ".0") == 0)
-        text.resize(text.size() - 2);
-    return text + kSuffixes[step].letter;
+    const char *letter = kUnits + 1; // M
+    std::uint64_t one = 1;           // of the unit, in MiB
+    for (; mib >= one * 1024 && letter[1] != '\0'; ++letter)
+        one *= 1024;
+    const std::uint64_t whole = mib / one, tenths = (mib % one * 10 + one / 2) / one; // 10 carries over
+    const std::uint64_t shown = whole + tenths / 10;
+    const std::string tenth = tenths % 10 == 0 ? "" : "." + std::to_string(tenths % 10);
+    return std::to_string(shown) + tenth + *letter;
 }
 
 std::string utcTime(std::time_t time) {
@@ -147,24 +144,6 @@ const char *driveName(std::int64_t driveType) {
 const char *statusName(std::int64_t freeSpaceStatus) {
     constexpr const char *names[] = {"not monitored", "normal", "warning", "fatal"};
     return freeSpaceStatus >= 0 && freeSpaceStatus < 4 ? names[freeSpaceStatus] : "unknown";
-}
-
-std::string asUtf8(const std::string &text) {
-    using nlohmann::json;
-    return json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace)).get<std::string>();
-}
-
-std::string printable(const std::string &text) {
-    const std::string utf8 = asUtf8(text);
-    std::string safe;
-    for (std::size_t i = 0; i < utf8.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(utf8[i]);
-        // U+0080 to U+009F steer terminals too.
-        const bool wide = byte == 0xC2 && static_cast<unsigned char>(utf8[i + 1]) < 0xA0;
-        safe += wide || byte < 0x20 || byte == 0x7F ? '?' : utf8[i];
-        i += wide ? 1 : 0;
-    }
-    return safe;
 }
 
 } // namespace oxttool

@@ -52,7 +52,7 @@ bool strikes(const char *call, int error) {
     if (isOneOf(call, {"setmntent", "pthread_mutex_trylock", "open", "shmat", "shmget"}))
         looking = strcmp(call, "setmntent") == 0;
     const bool again = manner == FOREVER && struck.calls.count(call) != 0;
-    if (left > 0 ? --left > 0 : left == 0 && (!again || isOneOf(call, {"pthread_mutex_trylock", "shmget"})))
+    if (left > 0 ? --left > 0 : left == 0 && (!again || isOneOf(call, {"pthread_mutex_trylock"})))
         return false;
     left = left < 0 ? left + 1 : manner == THRICE ? -2 : 0;
     ++struck.calls[call];

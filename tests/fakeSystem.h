@@ -1,19 +1,21 @@
-// The operating system as the provider sees it, replaced at link time: mount table, driver list, device nodes, free
-// space, shared-memory calls, waits and the system log. What no fixture names goes to the real system.
+// The operating system as the provider sees it, replaced at link time by a machine (machine/): mount table, driver
+// list, device nodes, free space, shared-memory calls, waits and the system log. What no fixture names goes to the real
+// system.
 //
-// For a test program that links the rooms, and for one that loads the provider's library: link fakeSystem.cpp into the
-// program and export its symbols (ENABLE_EXPORTS). Everything here may change while other threads run; nothing is
-// replaced before the first FakeSystem lives and after it is gone.
+// For a test program that links the rooms, and for one that loads the provider's library: link fakeSystem.cpp and
+// oxt_machine_calls into the program and export its symbols (ENABLE_EXPORTS). Everything here may change while other
+// threads run; nothing is replaced before the first FakeSystem lives and after it is gone.
 #ifndef OXT_FAKE_SYSTEM_H
 #define OXT_FAKE_SYSTEM_H
 
+#include <cerrno>
 #include <functional>
-#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <sys/types.h>
+
+#include "machine.h"
 
 #if defined(__has_feature) // clang
 #define OXT_HAS_FEATURE(feature) __has_feature(feature)
@@ -27,50 +29,14 @@
 #define OXT_UNDER_ASAN
 #endif
 
-// What statfs(2) says of a mount point. The defaults are an empty ext file system of 1 KiB blocks.
-struct FakeVolume {
-    long type = 0xEF53;
-    long blockSize = 1024;
-    unsigned long blocks = 0;
-    unsigned long available = 0; // f_bavail; f_bfree is more
-    long nameLength = 255;
-    int error = 0;                // not 0: statfs fails with it
-    std::function<void()> during; // runs inside each statfs, without any lock held: a delay, or another client
-    std::function<unsigned long()> freeMiB; // likewise: what this call answers, in place of `available`
-};
-
-enum class Call { Setmntent, Open, Shmget, Shmat, Shmdt, Shmctl, Usleep, Count };
-
-// What the calls find; withFake() is the way to it.
-struct FakeState {
-    struct Device {
-        mode_t format;
-        dev_t number;
-    };
-    struct Injection {
-        Call call;
-        int nth; // counts down to the call it strikes; 0 strikes every call
-        int error;
-        int result;
-    };
-    std::string mounts;                                       // in front of `mounted`
-    std::vector<std::pair<std::string, std::string>> mounted; // directory and line
-    std::string drivers;
-    bool mountsMissing = false, driversMissing = false;
-    std::map<std::string, Device> devices;
-    std::map<std::string, FakeVolume> volumes;
-    std::map<std::string, std::string> redirections;
-    std::vector<Injection> injections;
-    unsigned speed = 1;
-    int calls[static_cast<size_t>(Call::Count)] = {};
-    std::vector<unsigned> sleeps;
-    std::vector<int> segments;
-    std::vector<int> invented; // identifiers that shmget was made to return: nobody's segments
-    std::vector<std::string> systemLog;
-};
+using FakeVolume = oxtmachine::Volume;
+using FakeState = oxtmachine::Machine;
+using oxtmachine::Call;
 
 // Runs with the state locked. False, and nothing run, while no FakeSystem lives.
-bool withFake(const std::function<void(FakeState &)> &action);
+inline bool withFake(const std::function<void(FakeState &)> &action) {
+    return oxtmachine::withMachine(action);
+}
 
 // One at a time. Its end removes the segments that were made in its life.
 class FakeSystem {
@@ -92,16 +58,18 @@ class FakeSystem {
     FakeVolume volume(const std::string &dir) const {
         return read<FakeVolume>([&](const FakeState &s) { return s.volumes.at(dir); });
     }
+    // The machine of a file of tests/machines, and what was made before.
+    void describe(const std::string &name);
     // "/etc/mtab" in front of the lines of addFileSystem, read as it stands; empty at first.
     void setMounts(const std::string &text) {
-        withFake([&](FakeState &s) { s.mounts = text; });
+        withFake([&](FakeState &s) { s.mountText = text; });
     }
     // "/proc/devices"; at first it knows the block drivers 7 loop, 8 sd and 253 device-mapper.
     void setDrivers(const std::string &text) {
         withFake([&](FakeState &s) { s.drivers = text; });
     }
     void setMissing(bool mounts, bool drivers) { // the two files
-        withFake([=](FakeState &s) { s.mountsMissing = mounts, s.driversMissing = drivers; });
+        withFake([=](FakeState &s) { s.mountsError = mounts ? ENOENT : 0, s.driversError = drivers ? ENOENT : 0; });
     }
     // The nth call from now (1 is the next one; 0 is every call) does nothing and fails with errno; shmget then returns
     // the result.

@@ -83,22 +83,6 @@ void ProviderTest::unload() {
     startedThread = false;
 }
 
-void ProviderTest::mountMachine() {
-    system.setDrivers("Character devices:\n  1 mem\n\nBlock devices:\n  1 ramdisk\n  2 fd\n  7 loop\n  8 sd\n 11 sr\n"
-                      "253 device-mapper\n\n");
-    system.addFileSystem("/dev/mapper/root", 253, "/", "ext4", 10000, 5000);
-    system.addFileSystem("/dev/sda1", 8, "/boot", "ext2", 99, 50);
-    system.addFileSystem("/dev/sda2", 8, "/data", "xfs", 100, 100);
-    system.addFileSystem("/dev/fd0", 2, "/floppy", "vfat", 1, 1);
-    system.addFileSystem("/dev/sr0", 11, "/cdrom", "iso9660", 700, 0);
-    FakeVolume disc = system.volume("/cdrom");
-    disc.type = 0x9660;
-    system.setVolume("/cdrom", disc);
-    system.addFileSystem("/dev/ram0", 1, "/ram", "ext4", 200, 100);
-    system.addFileSystem("/dev/loop0", 7, "/image", "ext3", 300, 200);
-    system.addFileSystem("/dev/sda3", 8, "/vfat", "vfat", 400, 300);
-}
-
 Reply ProviderTest::checked(Reply reply) {
     EXPECT_EQ(host->misuses(), std::vector<std::string>());
     EXPECT_LE(host->live().total(), startedThread ? 1 : 0);

@@ -65,7 +65,7 @@ std::string readable(const std::string &line) {
     for (const char c : std::regex_replace(line, std::regex(R"("time":"[-:.T\d]{23}Z")"), R"("time":"TIME")")) {
         const auto byte = static_cast<unsigned char>(c);
         char code[8];
-        snprintf(code, sizeof code, byte >= 0x80 ? "\\x%02X" : "%c", byte);
+        snprintf(code, sizeof code, byte >= 0x80 ? "<%02X>" : "%c", byte);
         text += code;
     }
     return text;
@@ -79,7 +79,7 @@ TEST_F(Alert, EveryEventInBothLogs) {
     } kCases[] = {
         {0x400407D0U, 4, {}},
         {0x400403EAU, 4, {"/dev/sda1", "/", "90", "1000"}},
-        {0x800403E9U, 2, {"a\"b\\c\n", "/\xC3\xBC\xFF\xC3", "0", "18446744073709551615", "100"}},
+        {0x800403E9U, 2, {"a\"b\\c\n", "/\xC3\xBC\xFF\xC3\u202e\u009b", "0", "18446744073709551615", "100"}},
         {0xC00403E8U, 1, {"\xED\xA0\x80", nullptr, "-1", "007"}},
         {0x0000000AU, 9, {"x", "\xF4\x90\x80\x80\xF0\x9F\x98\x80\xC0\xAF"}},
     };

@@ -167,7 +167,7 @@ TEST(Host, EveryServiceCanFail) {
 TEST(Host, RefusesWhatIsNoProvider) {
     const struct {
         const char *library, *name, *sentence;
-    } rows[] = {{"/nowhere/lib.so", "Probe", "cannot be loaded"},
+    } rows[] = {{"/nowhere/lib.so", "Probe", "cannot load"},
                 {OXT_PROBE_LIBRARY, "Nobody", "does not export Nobody_Create_InstanceMI"},
                 {OXT_PROBE_LIBRARY, "Broken", "out of order"}};
     for (const auto &row : rows) {

@@ -30,6 +30,7 @@ std::string packaged(const std::string &name) {
 constexpr const char *kPegasusClasses = R"(
 class PG_ProviderModule {
     string Name; string Vendor; string Version; string InterfaceType; string InterfaceVersion; string Location;
+    uint16 UserContext;
 };
 class PG_Provider { string ProviderModuleName; string Name; };
 class PG_ProviderCapabilities {

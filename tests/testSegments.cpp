@@ -91,6 +91,30 @@ TEST_F(Segments, StaleKeysAreSteppedAround) {
     shmDestroy(&cInfo, &shm);
 }
 
+// A key that is taken is stepped around as often as it takes. What else the kernel refuses, no other key mends.
+TEST_F(Segments, ARefusalIsTriedAgainForAWhile) {
+    for (int call = 1; call <= 200; ++call) // a look at who has the key follows each try
+        system.inject(Call::Shmget, call, EEXIST);
+    shm.shmId = create(0, 8);
+    EXPECT_TRUE(trace.contains("shmget[101]=OK. shmId=[" + std::to_string(shm.shmId) + "]"));
+    shmDestroy(&cInfo, &shm);
+    trace.clear();
+    const auto tries = [this] { return trace.failures().size() - 1; }; // the last line tells their end
+    system.inject(Call::Shmget, 0, ENOSPC);
+    EXPECT_EQ(create(0, 8), -1);
+    EXPECT_EQ(errno, ENOSPC) << "what the kernel refused with";
+    EXPECT_EQ(tries(), 64U);
+    EXPECT_EQ(trace.failures().back(), "_OUT_ shmget Failure!!*[65]");
+    EXPECT_TRUE(trace.contains("unlink[" + base + "0.bak.64]"));
+    EXPECT_THAT(workFiles(), IsEmpty());
+    trace.clear();
+    withFake([](FakeState &s) { s.shmgetMs = 900; });
+    EXPECT_EQ(create(0, 8), -1);
+    EXPECT_THAT(tries(), testing::AllOf(testing::Ge(2U), testing::Le(4U))) << "3 seconds";
+    withFake([](FakeState &s) { s.shmgetMs = 0; });
+    system.stopInjecting();
+}
+
 TEST_F(Segments, ABusyMutexStopsAllButTheRemoval) {
     g_srvmod.store(1);
     shm.shmId = create(0, 8);

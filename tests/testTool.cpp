@@ -27,6 +27,8 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "screen.h"
+#include "shownText.h"
 #include "shownTraceLine.h"
 #include "table.h"
 #include "traceSetting.h"
@@ -105,17 +107,6 @@ TEST(ToolValues, inARow) {
     });
     EXPECT_FALSE(parseAlert("{\"a\":\xff\"}"));
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
-    EXPECT_EQ(printable("a\033[31m\n\x7f\u00e9"), "a?[31m??\u00e9");
-}
-
-std::string rendered(const std::vector<FileSystem> &all, const Look &look) {
-    char *text = nullptr;
-    std::size_t size = 0;
-    FILE *out = open_memstream(&text, &size);
-    printFileSystems(out, all, look);
-    std::fclose(out);
-    const std::unique_ptr<char, decltype(&std::free)> owned(text, &std::free);
-    return {text, size};
 }
 
 FileSystem sample() {
@@ -155,26 +146,42 @@ TEST(ToolTable, jsonKeepsEveryValueAndStaysJson) {
         EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");
 }
 
-TEST(ToolTable, peopleSeeABarAndColoursOnlyWhereWanted) {
-    FileSystem unmeasured;
-    unmeasured.index = "8";
-    Look look;
-    const std::string plain = rendered({sample(), unmeasured}, look);
-    EXPECT_THAT(plain, HasSubstr("########..  75%"));
-    EXPECT_THAT(plain, HasSubstr("warning"));
-    EXPECT_EQ(plain.find('\033'), std::string::npos) << plain;
-    EXPECT_EQ(plain.find("MONITORED"), std::string::npos) << plain;
-    EXPECT_EQ(plain.find("0M"), std::string::npos) << "what was not measured is not shown as 0\n" << plain;
-    look.colour = true;
-    EXPECT_NE(rendered({sample()}, look).find("\033[33mwarning"), std::string::npos);
-}
-
 // True also where there is no promtool.
 bool promtoolTakes(const std::string &metrics) {
     FILE *promtool =
         popen("if command -v promtool >/dev/null; then promtool check metrics; else cat >/dev/null; fi", "w");
     const bool written = fwrite(metrics.data(), 1, metrics.size(), promtool) == metrics.size();
     return pclose(promtool) == 0 && written;
+}
+
+// The rows between the headings and what can be pressed.
+TEST(ToolShow, theScreenShowsTheWorstWhereNotAllFit) {
+    View view;
+    for (unsigned i = 1; i <= 9; ++i) {
+        FileSystem fs;
+        fs.index = std::to_string(i);
+        fs.mountPoint = "/" + fs.index;
+        fs.sizeMiB = 1000;
+        fs.freeMiB = 100 * i;
+        fs.monitored = 1;
+        fs.status = i == 7 ? 3 : 1;
+        view.fileSystems.push_back(fs);
+    }
+    Look look;
+    look.columns = {"mountpoint"};
+    ScreenState state;
+    state.recent = {"older", "newer"};
+    const auto shown = [&](std::size_t rows) {
+        const std::string text = screenOf(view, look, "now", rows, state);
+        EXPECT_LE(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')), rows);
+        std::string table = text.substr(text.find("MOUNTPOINT\n") + 11);
+        return std::regex_replace(table, std::regex("\n+"), " ");
+    };
+    EXPECT_EQ(shown(17), "/1 /2 /3 /4 /5 /6 /7 /8 /9 in the order of the mount table. q ends, s sorts. older newer ");
+    EXPECT_EQ(shown(10), "/7 /1 /2 /3 1 to 4 of 9, worst first. q ends, s sorts, arrows scroll. ");
+    state.first = 99;
+    EXPECT_EQ(shown(10), "/5 /6 /8 /9 6 to 9 of 9, worst first. q ends, s sorts, arrows scroll. ");
+    EXPECT_EQ(state.first, 5U);
 }
 
 TEST(ToolShow, metricsAreEscapedAndWellFormed) {
@@ -276,6 +283,42 @@ TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {
     EXPECT_EQ(alerts.read().size(), 2u);
 }
 
+// From the end, with what follows left to the next call; what lies before the bound is not looked at.
+TEST_F(ToolFiles, theEndIsReadBackwards) {
+    const std::string longest(65536, 'l'), longer(65537, 'm');
+    const struct {
+        std::string content;
+        off_t most;
+        std::vector<std::string> lines; // the newest first
+        std::string next;               // the line that the next call completes
+    } rows[] = {{"", 99, {}, "+"},
+                {"half", 99, {}, "half+"},
+                {"1\n", 99, {"1"}, "+"},
+                {"\n\n2\n3", 99, {"2", "", ""}, "3+"},
+                {"1\n2\n3\n", 5, {"3", "2"}, "+"},
+                {"1\n2\n3\n", 4, {"3"}, "+"},
+                {"1\nhalf", 4, {}, ""},
+                {longer + "\n" + longest + "\n2\n", 999999, {"2", longest}, "+"},
+                {"1\n" + longer, 999999, {"1"}, ""}};
+    for (const auto &row : rows) {
+        std::filesystem::remove(root_ + "log");
+        append("log", row.content);
+        LineFile file(root_ + "log", LineFile::Beginning);
+        std::vector<std::string> lines, next;
+        const off_t looked = file.readBackwards(row.most, [&lines](const std::string &line) {
+            lines.push_back(line);
+            return true;
+        });
+        EXPECT_EQ(looked, std::min<off_t>(row.most, static_cast<off_t>(row.content.size())));
+        EXPECT_EQ(lines, row.lines);
+        append("log", "+\n");
+        file.read([&next](const std::string &line) { next.push_back(line); });
+        EXPECT_EQ(next, row.next.empty() ? std::vector<std::string>() : std::vector{row.next});
+        const off_t part = file.readBackwards(99, [](const std::string &) { return false; });
+        EXPECT_LE(part, 65536) << "enough after the first";
+    }
+}
+
 TEST_F(ToolFiles, agentDirectory) {
     EXPECT_EQ(exitOf([this] { checkAgentDirectory(root_); }), Exit::Environment);
     for (const char *name : {"data", "work"})
@@ -293,7 +336,7 @@ TEST_F(ToolFiles, agentDirectory) {
     EXPECT_TRUE(lockWork(root_, std::chrono::milliseconds(0)));
 }
 
-TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
+TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     std::filesystem::create_directory(root_ + "work");
     EXPECT_FALSE(findProviderAtWork(root_)) << "no key file";
     append("work/oxtfsshm.key2", "");
@@ -309,6 +352,17 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
     auto found = findProviderAtWork(root_);
     for (int i = 0; i < 5000 && !found; ++i, found = findProviderAtWork(root_))
         usleep(1000);
+    const std::string moved = root_ + "moved";
+    std::filesystem::rename(keyFile, moved);
+    std::filesystem::create_symlink(moved, keyFile);
+    EXPECT_FALSE(findProviderAtWork(root_)) << "a link is no key file";
+    std::filesystem::rename(moved, keyFile);
+    shmid_ds about = {};
+    const int made = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    ASSERT_EQ(shmctl(made, IPC_STAT, &about), 0);
+    about.shm_perm.mode = 0640;
+    ASSERT_EQ(shmctl(made, IPC_SET, &about), 0);
+    EXPECT_FALSE(findProviderAtWork(root_)) << "others may read it";
     kill(maker, SIGKILL);
     ASSERT_EQ(waitpid(maker, nullptr, 0), maker);
     ASSERT_TRUE(found);
@@ -318,9 +372,6 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMakerOrAnAttachment) {
 
     const int id = shmget(ftok(keyFile.c_str(), 69), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
-    void *attached = shmat(id, nullptr, 0);
-    EXPECT_TRUE(findProviderAtWork(root_)) << "somebody has it attached";
-    shmdt(attached);
     shmctl(id, IPC_RMID, nullptr);
 }
 

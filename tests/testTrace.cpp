@@ -149,6 +149,8 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
     } kCases[] = {
         {"plain \xC3\xBC", "test:1 plain \xC3\xBC"},
         {"a\nb\r\tc\x1B\x7F", R"(test:1 a\nb\r\tc\x1B\x7F)"},
+        {"\u009b1m \u202egpj \u2066\u061c\u2029 \xE9",
+         R"(test:1 \xC2\x9B1m \xE2\x80\xAEgpj \xE2\x81\xA6\xD8\x9C\xE2\x80\xA9 \xE9)"},
         {"", "test:1 "},
         {std::string(5000, 'x'), "xxx...[cut]"},
         {std::string(3000, '\n'), R"(\n\n...[cut])"},

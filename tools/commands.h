@@ -1,4 +1,4 @@
-// The commands that ask once and end. Each hosts one session, closes it, and prints; each throws Failure.
+// The commands that ask once and end. Each throws Failure.
 #ifndef OXT_TOOL_COMMANDS_H
 #define OXT_TOOL_COMMANDS_H
 
@@ -8,11 +8,7 @@ namespace oxttool {
 
 Exit listCommand(const Options &options);
 Exit getCommand(const Options &options);
-Exit configCommand(const Options &options);
 Exit totalCommand(const Options &options);
-Exit monitorCommand(const Options &options);
-Exit warnCommand(const Options &options);
-Exit fatalCommand(const Options &options);
 Exit threadCommand(const Options &options);
 Exit callCommand(const Options &options);
 

@@ -7,7 +7,9 @@
 
 #include "agentDir.h"
 #include "json.h"
+#include "outputFile.h"
 #include "prometheus.h"
+#include "recordSession.h"
 #include "saveFile.h"
 #include "segments.h"
 
@@ -31,25 +33,21 @@ Json jsonOf(const std::string &path, const SaveFile &save, const Look &look) {
 
 void printSave(const std::string &path, const SaveFile &save, const Look &look) {
     if (look.json) {
-        printJson(jsonOf(path, save, look));
+        printJson(jsonOf(path, save, look), look);
         return;
     }
-    std::vector<Field> fields = {{"file", path}, {"version", save.version}};
-    if (save.cycle) {
-        const std::pair<const char *, unsigned> cycles[] = {{"MonitorCycle", save.cycle->seconds},
-                                                            {"MonitorCycleMin", save.cycle->least},
-                                                            {"MonitorCycleMax", save.cycle->greatest},
-                                                            {"MonitorCycleDefault", save.cycle->standard}};
-        for (const auto &[name, seconds] : cycles)
-            fields.push_back({name, std::to_string(seconds) + " seconds"});
-    }
+    std::vector<Field> fields = {{"File", path}};
+    if (!save.version.empty())
+        fields.emplace_back("First line", save.version);
+    if (save.cycle)
+        fields.emplace_back("Cycle", std::to_string(save.cycle->seconds) + " s");
     if (save.total)
-        fields.push_back({"FileSystemTotalNumber", std::to_string(*save.total)});
-    fields.push_back({"loads", save.loads() ? "yes" : "no: the provider would start with a fresh inventory"});
-    printRecord(stdout, fields, look);
+        fields.emplace_back("File systems", std::to_string(*save.total));
+    fields.emplace_back("Loads", save.loads() ? "yes" : "no, the provider would start with defaults");
+    printRecord(fields);
     if (!save.fileSystems.empty()) {
         std::printf("\n");
-        printFileSystems(stdout, save.fileSystems, look);
+        printFileSystems(save.fileSystems, look);
     }
     std::printf("%s", save.findings.empty() ? "" : "\n");
     for (const SaveFile::Finding &finding : save.findings)
@@ -61,19 +59,20 @@ void printSave(const std::string &path, const SaveFile &save, const Look &look) 
 
 Exit peekCommand(const Options &options) {
     const LiveRecords live = readSegments(agentDirectory());
-    const std::string measured = utcTime(static_cast<std::time_t>(live.measured));
     if (options.wantsMetrics()) {
-        std::fputs(prometheusText({live.fileSystems, live.cycle.seconds, live.measured}).c_str(), stdout);
+        deliver(prometheusText({live.fileSystems, live.cycle.seconds, live.measured}), options.outputFile);
     } else if (options.look.json) {
-        Json all = {{"provider", {{"pid", live.pid}, {"process", live.process}, {"measured", measured}}},
+        Json all = {{"provider",
+                     {{"pid", live.pid},
+                      {"process", live.process},
+                      {"measured", utcTime(static_cast<std::time_t>(live.measured))}}},
                     {"config", oxttool::jsonOf(live.cycle)}};
-        all.update(oxttool::jsonOf(live.fileSystems, options.look.unit));
-        printJson(all);
+        all.update(oxttool::jsonOf(live.fileSystems, options.look));
+        printJson(all, options.look);
     } else {
-        const std::string who = live.process.empty() ? "" : " (" + live.process + ")";
-        std::printf("Kept by process %d%s, last looked at %s, every %u s.\n\n", static_cast<int>(live.pid), who.c_str(),
-                    measured.c_str(), live.cycle.seconds);
-        printFileSystems(stdout, live.fileSystems, options.look);
+        if (options.isForPeople())
+            std::printf("%s\n\n", sourceOf(live).c_str());
+        printFileSystems(live.fileSystems, options.look);
     }
     return Exit::Ok;
 }

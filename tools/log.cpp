@@ -1,9 +1,12 @@
 #include "log.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <vector>
@@ -23,26 +26,27 @@ constexpr unsigned kLinesShown = 10;
 constexpr unsigned kMostLines = 1000000;
 constexpr int kPauseMs = 250;
 
-// The last `count` lines that are wanted, from as many of the older files as it takes.
-std::deque<std::string> lastLines(LineFile &newest, std::size_t count,
-                                  const std::function<bool(const std::string &)> &wanted) {
+struct LastLines {
     std::deque<std::string> lines;
+    bool all = true; // else the search has ended before the logs did
+};
+
+// The last `count` lines that are wanted, from as many of the older files as it takes. However much there is, no more
+// than LineFile::kMostBytes are looked through.
+LastLines lastLines(LineFile &newest, std::size_t count, const std::function<bool(const std::string &)> &wanted) {
+    LastLines last;
+    off_t left = LineFile::kMostBytes;
     const auto takeFrom = [&](LineFile &file) {
-        std::deque<std::string> taken;
-        const std::size_t room = count - lines.size();
-        file.readOpened([&](const std::string &line) {
-            if (!wanted(line))
-                return;
-            taken.push_back(line);
-            if (taken.size() > room)
-                taken.pop_front();
+        left -= file.readBackwards(left, [&](const std::string &line) {
+            if (last.lines.size() < count && wanted(line))
+                last.lines.push_front(line);
+            return last.lines.size() < count;
         });
-        lines.insert(lines.begin(), taken.begin(), taken.end());
     };
     takeFrom(newest);
     // A rotation meanwhile moves files that were read to the next number.
     std::vector<std::unique_ptr<LineFile>> read;
-    for (int age = 1; lines.size() < count; ++age) {
+    for (int age = 1; last.lines.size() < count && left > 0; ++age) {
         auto older = std::make_unique<LineFile>(newest.numbered(age), LineFile::Beginning);
         if (!older->isOpen())
             break;
@@ -53,7 +57,24 @@ std::deque<std::string> lastLines(LineFile &newest, std::size_t count,
             takeFrom(*older);
         read.push_back(std::move(older));
     }
-    return lines;
+    last.all = left > 0 || last.lines.size() == count;
+    return last;
+}
+
+// Throws an environment failure when there is something that cannot be read, or nothing and nobody waits for it.
+void checkLog(const std::string &path, const LineFile &file, bool wait) {
+    struct stat state = {};
+    const bool known = lstat(path.c_str(), &state) == 0;
+    if (!known && (errno == ENOENT || errno == ENOTDIR) && !wait)
+        throw Failure(Exit::Environment, "there is no trace log " + path +
+                                             ".\nA provider writes it where the agent's trace library is installed; "
+                                             "'oxtfsctl log --follow' waits for it.");
+    if (known && !S_ISREG(state.st_mode))
+        throw Failure(Exit::Environment, path +
+                                             " is no regular file, so it is not read.\nSomebody who can write in the "
+                                             "directory has put it in the trace log's place.");
+    if ((known && !file.isOpen()) || (!known && errno == EACCES))
+        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read.\nRun oxtfsctl as root.");
 }
 
 // Waits a little; false when nobody reads the output any more.
@@ -73,21 +94,19 @@ Exit logCommand(const Options &options) {
         options.lines.empty() ? kLinesShown : parseNumber(options.lines, 0, kMostLines, "a number of lines");
     const std::string path = agentDirectory() + "log/" + kTraceFileName;
     LineFile file(path, LineFile::Beginning);
-    const bool missing = access(path.c_str(), F_OK) != 0;
-    if (!file.isOpen() && !missing)
-        throw Failure(Exit::Environment, "the trace log " + path + " cannot be read.\nRun oxtfsctl as root.");
-    if (missing && !options.follow)
-        throw Failure(Exit::Environment, "there is no trace log " + path +
-                                             ".\nA provider writes it where the agent's trace library is installed; "
-                                             "'oxtfsctl log --follow' waits for it.");
+    checkLog(path, file, options.follow);
     const auto wanted = [&options](const std::string &line) {
         return !options.failuresOnly || parseTraceLine(line).isFailure();
     };
     const auto show = [&options](const std::string &line) {
         std::printf("%s\n", shownTraceLine(line, options.look).c_str());
     };
-    for (const std::string &line : lastLines(file, count, wanted))
+    const LastLines last = lastLines(file, count, wanted);
+    for (const std::string &line : last.lines)
         show(line);
+    if (!last.all)
+        std::fprintf(stderr, "oxtfsctl: only the last %lld MiB of the log were looked through.\n",
+                     static_cast<long long>(LineFile::kMostBytes / 1048576));
     while (options.follow && std::fflush(stdout) == 0 && pauseUntilNext())
         file.read([&](const std::string &line) {
             if (wanted(line))

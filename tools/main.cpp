@@ -1,11 +1,50 @@
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <exception>
 #include <malloc.h>
+#include <optional>
 
+#include "diagnosis.h"
+#include "hostedMachine.h"
 #include "options.h"
+#include "shownText.h"
+#include "why.h"
 
 namespace {
+
+using namespace oxttool;
+
+// Says before anything else that it is not this machine: as a remark where the output has a format of its own. JSON
+// says it in itself.
+void printLabel(const Options &options) {
+    const bool remark = options.wantsMetrics() || options.command == recordCommand;
+    if (!options.look.json)
+        std::printf("%s\n", printable((remark ? "# " : "") + machineLabel(options.look)).c_str());
+}
+
+Exit run(Options options) {
+    std::optional<HostedMachine> machine;
+    if (!options.machine.empty()) {
+        oxtmachine::Machine described = machineOfFile(options.machine);
+        options.look.machine = described.name;
+        options.look.machineFile = options.machine;
+        machine.emplace(std::move(described));
+        options.hosting = machine->over(options.hosting);
+        printLabel(options);
+    }
+    try {
+        return options.command(options);
+    } catch (const Failure &failure) {
+        const Failure reason = explained(failure, options);
+        if (!machine)
+            throw reason;
+        std::string text = reason.what();
+        if (reason.unexplained)
+            text.erase(std::min(text.find('\n'), text.size())); // the rest names this machine's log
+        throw Failure(reason.exitCode, "on the described machine " + printable(options.look.machine) + ": " + text);
+    }
+}
 
 // The provider takes and frees megabytes several times in a command over many file systems. The allocator would give
 // them back to the kernel each time and take them anew, page by page: over 1,000 a third of the command's time.
@@ -24,7 +63,7 @@ int main(int argc, char **argv) {
     try {
         if (auto options = oxttool::parseOptions(argc, argv)) {
             oxttool::adaptToOutput(options->look, stdout);
-            result = options->command(*options);
+            result = run(*options);
         }
     } catch (const oxttool::Failure &failure) {
         std::fprintf(stderr, "oxtfsctl: %s\n", failure.what());

@@ -1,174 +1,72 @@
 #include "options.h"
 
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+
 #include <CLI/CLI.hpp>
 
-#include "apply.h"
-#include "commands.h"
+#include "columns.h"
+#include "commandTable.h"
 #include "inspect.h"
 #include "log.h"
-#include "settings.h"
-#include "watch.h"
+#include "shownText.h"
 
 namespace oxttool {
 
 namespace {
 
-constexpr const char *kAbout =
-    "Shows and sets what the file-system monitor keeps. Where a provider is at work, its records are shown; else each\n"
-    "call hosts the provider inside its own process, asks it, and lets it save and clean up.";
+constexpr std::size_t kHelpColumn = 27;
 
-constexpr const char *kFooter = R"(Options may stand before or behind the command.
+constexpr const char *kAbout = "Shows the monitored file systems and changes their settings. It asks the\n"
+                               "provider that is at work here; where none is, it loads one into its own process\n"
+                               "for the time of the command.";
+
+constexpr const char *kFooter = R"(Options may be given before or after the command.
 
 Examples:
-  oxtfsctl list                     all file systems
-  oxtfsctl get /home --json         one, with every property
-  oxtfsctl warn /home 15%           warn at 15 % of the size left
-  oxtfsctl fatal 3 512M             fatal at 512 MiB left
-  oxtfsctl monitor /scratch off
-  oxtfsctl config --cycle 30
-  oxtfsctl watch --for 600          monitor for ten minutes in service mode
-  oxtfsctl peek                     what a provider at work keeps
-  oxtfsctl save                     what was saved last
+  oxtfsctl list --sort              all file systems, the worst first
+  oxtfsctl get .                    the one that this directory is on
+  oxtfsctl warn /home 15%           warn when 15 % of the size are free
+  oxtfsctl fatal /dev/sdb1 2G       fatal when 2 GiB are free
+  oxtfsctl check /home              for a monitoring system
+  oxtfsctl watch --for 600          monitor for ten minutes
+  oxtfsctl list -o MOUNTPOINT,FREE  two columns
   oxtfsctl log --follow --failures
-  oxtfsctl call OXT_FileSystem SetWarningThreshold Index=3 WarningThreshold=512
+  oxtfsctl why /home                what decided whether it is monitored
+  oxtfsctl record >here.toml        this machine as a file
+  oxtfsctl --machine here.toml list
 
-Exit codes: 0 done; 1 the provider refused or failed; 2 the command line is wrong; 3 the provider cannot be hosted here
-(library, agent directory, another provider at work), there is nothing to look at, or the output cannot be written.)";
+Exit codes: 0 success; 1 the provider rejected the request or failed; 2 usage
+error; 3 the provider cannot be reached or loaded here, there is nothing to
+show, or the output cannot be written; 4 no mounted file system qualifies;
+5 the system has no shared memory for the provider. Those of check differ.)";
 
-constexpr const char *kCommandFooter = "'oxtfsctl --help' shows the options that every command takes.";
-
-// What several commands take, each with its meaning.
-
-void takeTarget(CLI::App &command, Options &options) {
-    command.add_option("target", options.target, "Index or mount point of the file system")
-        ->required()
-        ->type_name("INDEX|MOUNTPOINT");
-}
-
-void takeFormat(CLI::App &command, Options &options) {
-    command
-        .add_option("--format", options.format,
-                    "A table, JSON as with --json, or metrics in bytes for the node exporter's textfile collector")
-        ->check(CLI::IsMember({"table", "json", "prometheus"}));
-}
-
-void takeThreshold(CLI::App &command, Options &options) {
-    command.add_option("value", options.value, "MiB (512), a unit (512M, 20G, 1T) or a share of the size (10%)")
-        ->required()
-        ->type_name("VALUE");
-}
-
-// What one command takes.
-
-void takeCycle(CLI::App &command, Options &options) {
-    command.add_option("--cycle", options.cycle, "The new cycle in seconds, 10 to 3600")->type_name("SECONDS");
-}
-
-void takeSwitch(CLI::App &command, Options &options) {
-    command.add_option("switch", options.value, "on or off")->required()->check(CLI::IsMember({"on", "off"}));
-}
-
-void takeAction(CLI::App &command, Options &options) {
-    command.add_option("action", options.value, "start, stop or status")
-        ->required()
-        ->check(CLI::IsMember({"start", "stop", "status"}));
-}
-
-void takeWatching(CLI::App &command, Options &options) {
-    command.add_option("--cycle", options.cycle, "Set the cycle first; it stays set")->type_name("SECONDS");
-    command.add_option("--for", options.seconds, "End after so many seconds")->type_name("SECONDS");
-    command.add_option("--listen", options.listen, "Serve metrics and a page for browsers there, read-only")
-        ->type_name("ADDRESS:PORT");
-    command.add_option("--settings", options.settingsFile, "The settings file (default: " + settingsPath() + ")")
-        ->type_name("FILE");
-}
-
-void takeCall(CLI::App &command, Options &options) {
-    command.add_option("class", options.className)->required()->type_name("CLASS");
-    command.add_option("method", options.method)->required()->type_name("METHOD");
-    command.add_option("arguments", options.arguments, "Input arguments")->type_name("NAME=TEXT");
-}
-
-void takeFile(CLI::App &command, Options &options) {
-    command.add_option("file", options.file, "The file (default: the provider's)")->type_name("FILE");
-}
-
-void takeSettings(CLI::App &command, Options &options) {
-    command.add_option("file", options.settingsFile, "The settings file (default: " + settingsPath() + ")")
-        ->type_name("FILE");
-    command.add_flag("--dry-run", options.dryRun, "Show what would change, and change nothing");
-}
-
-void takeLines(CLI::App &command, Options &options) {
-    command.add_flag("-f,--follow", options.follow, "Go on with what is written, until Ctrl-C");
-    command.add_option("-n,--lines", options.lines, "So many lines at first (default: 10)")->type_name("N");
-    command.add_flag("--failures", options.failuresOnly, "Failures alone");
-    command.add_option("--trace", options.trace, "Switch the lines of normal flow on or off, and show nothing")
-        ->check(CLI::IsMember({"on", "off"}));
-}
-
-// A command is a row here and a function: what it takes beside the options of every command, and what ends its help.
-using Take = void (*)(CLI::App &command, Options &options);
-struct Command {
-    const char *name, *about;
-    Exit (*run)(const Options &);
-    Take takes[2];
-    const char *footer;
-};
-constexpr Command kCommands[] = {
-    {"list", "Show all file systems", listCommand, {takeFormat}, kCommandFooter},
-    {"get", "Show every property of one file system", getCommand, {takeTarget}, kCommandFooter},
-    {"config", "Show the monitoring cycle, or set it", configCommand, {takeCycle}, kCommandFooter},
-    {"total", "Show the number of file systems", totalCommand, {}, kCommandFooter},
-    {"monitor",
-     "Switch the monitoring of a file system on or off",
-     monitorCommand,
-     {takeTarget, takeSwitch},
-     kCommandFooter},
-    {"warn",
-     "Set the free space at which a file system's status becomes warning",
-     warnCommand,
-     {takeTarget, takeThreshold},
-     kCommandFooter},
-    {"fatal",
-     "Set the free space at which a file system's status becomes fatal",
-     fatalCommand,
-     {takeTarget, takeThreshold},
-     kCommandFooter},
-    {"thread",
-     "Start, stop or show the monitoring thread",
-     threadCommand,
-     {takeAction},
-     "The thread lives in the process that hosts the provider, so it ends with this command;\n"
-     "'oxtfsctl watch' keeps it."},
-    {"watch",
-     "Monitor in service mode until Ctrl-C",
-     watchCommand,
-     {takeWatching},
-     "The file systems are shown after each pass, alerts as they come. On a terminal the table is drawn\n"
-     "anew; elsewhere each of them is a line."},
-    {"apply",
-     "Set what the rules of the settings file say",
-     applyCommand,
-     {takeSettings},
-     "What was set by hand is replaced, too. What changed is shown; nothing is when all is as the rules say."},
-    {"call", "Call any method of any class and show the answer", callCommand, {takeCall}, kCommandFooter},
-    {"peek",
-     "Show what a provider at work keeps, without asking it",
-     peekCommand,
-     {takeFormat},
-     "The records are read from its shared memory. 'oxtfsctl list' measures by itself instead, where no\n"
-     "provider is at work."},
-    {"save",
-     "Show a save file, and what is wrong with it",
-     saveCommand,
-     {takeFile},
-     "Exit codes: 0 the provider would load it; 1 it would reject it and start with a fresh inventory."},
-    {"log", "Show the end of the trace log", logCommand, {takeLines}, "With --json each line is an object of its own."},
+// Help as readers of man pages know it: "-b, --bytes", and the values of an option only where they are its own words.
+class HelpFormat : public CLI::Formatter {
+  public:
+    HelpFormat() {
+        column_width(kHelpColumn);
+        label("SUBCOMMAND", "COMMAND");
+        label("Positionals", "Arguments");
+    }
+    std::string make_option_name(const CLI::Option *option, bool isPositional) const override {
+        if (isPositional)
+            return CLI::Formatter::make_option_name(option, true);
+        std::string name;
+        for (const std::string &letter : option->get_snames())
+            name += "-" + letter + ", ";
+        return (name.empty() ? "    " : name) + "--" + option->get_lnames().front();
+    }
+    std::string make_option_opts(const CLI::Option *option) const override {
+        const std::string type = option->get_type_name().substr(0, option->get_type_name().find(':'));
+        const bool needsBlank = !type.empty() && type.front() != '[';
+        return option->get_positional() ? "" : (needsBlank ? " " : "") + type;
+    }
 };
 
 void addCommand(CLI::App &app, Options &options, const Command &command) {
-    CLI::App *added = app.add_subcommand(command.name, command.about);
+    CLI::App *added = app.add_subcommand(command.name, command.about)->group("Commands");
     added->callback([&options, &command] { options.command = command.run; });
     added->footer(command.footer);
     for (const Take take : command.takes)
@@ -177,36 +75,172 @@ void addCommand(CLI::App &app, Options &options, const Command &command) {
 }
 
 void addGlobalOptions(CLI::App &app, Options &options) {
-    app.add_flag("--json", options.look.json, "Write JSON; sizes are in MiB, or in bytes with --bytes");
-    auto *bytes = app.add_flag_callback(
-        "-b,--bytes", [&options] { options.look.unit = Unit::Bytes; }, "Sizes in bytes");
-    app.add_flag_callback(
-           "-m,--mib", [&options] { options.look.unit = Unit::MiB; }, "Sizes in MiB")
-        ->excludes(bytes);
-    app.add_option("--library", options.hosting.library,
-                   "The provider's library (default: the one installed with this)")
-        ->type_name("PATH");
-    app.add_option("--namespace", options.hosting.nameSpace, "The namespace of requests")->capture_default_str();
+    takeJson(app, options);
+    takeUnits(app, options);
+    app.add_option("--library", options.hosting.library, "Provider library to load")->type_name("PATH");
+    app.add_option("--namespace", options.hosting.nameSpace, "CIM namespace that requests name")
+        ->capture_default_str()
+        ->type_name("NAME");
     app.add_option_function<std::string>(
            "--service-mode",
            [&options](const std::string &text) { options.hosting.serviceMode = parseServiceMode(text); },
-           "What the agent says about its service mode (default: off; on for thread and watch)")
-        ->type_name("on|off|fail|BYTE");
+           "Service mode to report: on, off; for tests fail, BYTE")
+        ->type_name("MODE");
     app.add_option_function<std::string>(
            "--flavour",
            [&options](const std::string &text) {
                options.hosting.flavour = text == "sfcb" ? oxthost::Flavour::Sfcb : oxthost::Flavour::Standard;
            },
-           "Whose manners the hosting has where object managers differ (default: sfcb)")
-        ->check(CLI::IsMember({"sfcb", "standard"}));
-    app.add_flag("--direct", options.hosting.direct, "Host a provider, whoever else could be asked");
-    app.add_flag("--force", options.hosting.force, "Host one even beside a provider at work; settings may be lost");
+           "Behave like sfcb, or strictly by the CMPI standard")
+        ->check(CLI::IsMember({"sfcb", "standard"}))
+        ->type_name("HOST");
+    app.add_flag("--direct", options.hosting.direct, "Load a provider here, whoever else could be asked");
+    app.add_flag("--force", options.hosting.force, "Load one even beside another: settings may be lost");
+    app.add_option("--machine", options.machine, "Load one over the machine that a file describes")->type_name("FILE");
 }
 
-void checkFormat(Options &options) {
-    if (options.look.json && !options.format.empty() && options.format != "json")
-        throw Failure(Exit::Usage, "--json and --format " + options.format + " exclude each other.");
-    options.look.json |= options.format == "json";
+// Letters that have to be added, dropped, changed or swapped with their neighbour to make one word of the other.
+std::size_t distance(const std::string &a, const std::string &b) {
+    std::vector<std::vector<std::size_t>> steps(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+    for (std::size_t i = 0; i <= a.size(); ++i)
+        for (std::size_t j = 0; j <= b.size(); ++j) {
+            if (i == 0 || j == 0) {
+                steps[i][j] = i + j;
+                continue;
+            }
+            steps[i][j] = std::min(
+                {steps[i - 1][j] + 1, steps[i][j - 1] + 1, steps[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+        }
+    return steps[a.size()][b.size()];
+}
+
+// The known word that somebody may have meant; empty when none is like it.
+std::string likely(const std::string &word, const std::vector<std::string> &known) {
+    std::string best;
+    std::size_t least = std::min<std::size_t>(3, word.size() / 2 + 1); // so many make another word
+    for (const std::string &candidate : known)
+        if (const std::size_t steps = distance(word, candidate); steps < least) {
+            least = steps;
+            best = candidate;
+        }
+    return best;
+}
+
+std::vector<std::string> commandNames() {
+    std::vector<std::string> names;
+    for (const Command &command : kCommands)
+        names.emplace_back(command.name);
+    return names;
+}
+
+std::string helpOn(const CLI::App &app) {
+    const auto used = app.get_subcommands();
+    const std::string topic = used.empty() || used.front()->get_name() == "help" ? "" : " " + used.front()->get_name();
+    return "'oxtfsctl help" + topic + "' shows how it is used.";
+}
+
+Failure unknownWord(const std::string &word, const CLI::App &app) {
+    const auto used = app.get_subcommands();
+    std::vector<std::string> known = commandNames();
+    std::string what = used.empty() ? "command" : "argument";
+    if (word.size() > 1 && word.front() == '-') {
+        what = "option";
+        known.clear();
+        for (const CLI::App *place : {&app, used.empty() ? &app : used.front()})
+            for (const CLI::Option *option : place->get_options())
+                for (const std::string &name : option->get_lnames())
+                    known.push_back("--" + name);
+    } else if (!used.empty()) {
+        known.clear();
+    }
+    const std::string meant = likely(word, known);
+    return {Exit::Usage, "unknown " + what + " '" + printable(word) + "'." +
+                             (meant.empty() ? "" : " Did you mean '" + meant + "'?") + "\n" + helpOn(app)};
+}
+
+// Building a command costs more than parsing it, so only those are built that may be meant.
+void addCommands(CLI::App &app, Options &options, int argc, const char *const *argv) {
+    const auto given = [&](const char *word) {
+        return std::any_of(argv + 1, argv + argc, [word](const char *one) { return std::strcmp(one, word) == 0; });
+    };
+    const bool help = given("help") || given("-h") || given("--help");
+    for (const Command &command : kCommands)
+        if (help || given(command.name))
+            addCommand(app, options, command);
+}
+
+void printHelp(const CLI::App &app, const std::string &topic) {
+    if (topic.empty()) { // by the formatter: the application itself would explain the command "help"
+        std::cout << app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+        return;
+    }
+    const std::vector<std::string> names = commandNames();
+    if (std::find(names.begin(), names.end(), topic) == names.end())
+        throw unknownWord(topic, CLI::App());
+    std::cout << app.get_subcommand(topic)->help("oxtfsctl");
+}
+
+// A described machine has a provider of its own, and nothing of this one's files, settings and shared memory.
+void checkMachine(const Options &options) {
+    if (options.machine.empty())
+        return;
+    for (const auto looksHere : {peekCommand, saveCommand, logCommand})
+        if (options.command == looksHere)
+            throw Failure(Exit::Usage, "peek, save and log look at what this machine has: leave --machine out.");
+    if (!options.hosting.library.empty())
+        throw Failure(Exit::Usage, "--machine hosts a provider of its own: leave --library out.");
+    if (!options.listen.empty())
+        throw Failure(Exit::Usage, "nobody else can ask about a described machine: leave --listen out.");
+}
+
+void settle(Options &options) {
+    Look &look = options.look;
+    if (look.json && !options.format.empty() && options.format != "json")
+        throw Failure(Exit::Usage, "--json cannot be combined with --format " + options.format + ".");
+    look.json |= options.format == "json";
+    if (look.json + look.raw + look.pairs + options.wantsMetrics() > 1)
+        throw Failure(Exit::Usage, "only one of --json, --raw, --pairs and --format prometheus can be used.");
+    if (!options.outputFile.empty() && !options.wantsMetrics())
+        throw Failure(Exit::Usage, "--output-file is for metrics: add --format prometheus.");
+    if (!options.columns.empty())
+        look.columns = parseColumns(options.columns);
+    if (!look.sort.empty())
+        look.sort = parseSort(look.sort);
+    checkMachine(options);
+}
+
+// False when there is nothing to run, since help or the version was shown.
+bool parse(CLI::App &app, Options &options, int argc, const char *const *argv) {
+    app.formatter(std::make_shared<HelpFormat>());
+    app.set_help_flag("-h,--help", "Show this help, or that of a command");
+    app.set_version_flag("-V,--version", "oxtfsctl " OXT_TOOL_VERSION, "Show the version");
+    app.footer(kFooter);
+    app.fallthrough();
+    app.allow_extras();
+    app.require_subcommand(0, 1); // a second command's name may be a file's
+    addGlobalOptions(app, options);
+    addCommands(app, options, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &problem) {
+        if (problem.get_exit_code() != 0)
+            throw Failure(Exit::Usage, std::string(problem.what()) + ".\n" + helpOn(app));
+        app.exit(problem);
+        return false;
+    }
+    if (const auto odd = app.remaining(true); !odd.empty())
+        throw unknownWord(odd.front(), app);
+    if (app.get_subcommands().empty())
+        throw Failure(Exit::Usage, "no command given.\n'oxtfsctl list' shows the file systems, 'oxtfsctl help' all "
+                                   "commands.");
+    if (!options.command) {
+        printHelp(app, options.value);
+        return false;
+    }
+    settle(options);
+    return true;
 }
 
 } // namespace
@@ -214,23 +248,13 @@ void checkFormat(Options &options) {
 std::optional<Options> parseOptions(int argc, const char *const *argv) {
     Options options;
     CLI::App app(kAbout, "oxtfsctl");
-    app.set_version_flag("--version", OXT_TOOL_VERSION);
-    app.footer(kFooter);
-    app.fallthrough();
-    app.require_subcommand(1);
-    addGlobalOptions(app, options);
-    for (const Command &command : kCommands)
-        addCommand(app, options, command);
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &problem) {
-        if (problem.get_exit_code() != 0)
-            throw Failure(Exit::Usage, std::string(problem.what()) + "\n'oxtfsctl --help' shows how it is used.");
-        app.exit(problem);
-        return std::nullopt;
+        return parse(app, options, argc, argv) ? std::optional(options) : std::nullopt;
+    } catch (const Failure &failure) {
+        if (app.get_subcommands().empty() || app.get_subcommands().front()->get_name() != "check")
+            throw;
+        throw Failure(Exit::Environment, failure.what()); // to a monitoring system 2 would be CRITICAL
     }
-    checkFormat(options);
-    return options;
 }
 
 } // namespace oxttool

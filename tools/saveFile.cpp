@@ -10,9 +10,10 @@
 #include <cstring>
 #include <thread>
 
+#include "agentDir.h"
 #include "failure.h"
 #include "fd.h"
-#include "values.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -23,6 +24,7 @@ constexpr std::size_t kConfigAt = kVersion.size();
 constexpr std::size_t kTotalAt = kConfigAt + kConfigBytes;
 constexpr std::size_t kFileSystemsAt = kTotalAt + kTotalBytes;
 constexpr std::size_t kMostBytes = kFileSystemsAt + kMostFileSystems * kFileSystemBytes;
+constexpr const char *kIsLink = "it is a symbolic link, which the provider does not follow.";
 constexpr int kReadings = 10;
 constexpr auto kPause = std::chrono::milliseconds(10);
 
@@ -49,11 +51,13 @@ void parseRecords(SaveFile &file, ByteView records) {
 
 Failure unreadable(const std::string &path) {
     const std::string name = printable(path);
-    if (errno == ENOENT || errno == ENOTDIR)
-        return {Exit::Environment, "there is no save file " + name +
-                                       ".\nThe provider makes it at the end of its first pass: 'oxtfsctl list' does."};
-    return {Exit::Environment, "the save file " + name + " cannot be read: " + std::strerror(errno) +
-                                   ".\nRun oxtfsctl as root or as the provider's user."};
+    if (errno != ENOENT && errno != ENOTDIR)
+        return {Exit::Environment, "the save file " + name + " cannot be read: " + std::strerror(errno) +
+                                       ".\nRun oxtfsctl as root or as the provider's user."};
+    const bool own = path == agentDirectory() + "data/" + kSaveFileName;
+    return {Exit::Environment, "there is no save file " + name +
+                                   (own ? ".\nThe provider writes it at the end of each pass: 'oxtfsctl list' runs one."
+                                        : ".\nWithout a name, 'oxtfsctl save' shows the provider's own.")};
 }
 
 std::string contentOf(const std::string &path) {
@@ -88,8 +92,9 @@ SaveFile parseSaveFile(ByteView bytes) {
         addDoubts(file, "", doubtsOfConfig(config));
     }
     if (bytes.size() < kFileSystemsAt) {
-        file.findings.push_back({true, "it ends after " + std::to_string(bytes.size()) + " bytes; at least " +
-                                           std::to_string(kFileSystemsAt) + " are needed."});
+        file.findings.push_back({true, "the file has " + std::to_string(bytes.size()) +
+                                           " bytes, but its beginning alone needs " + std::to_string(kFileSystemsAt) +
+                                           "."});
         return file;
     }
     const ByteView total = bytes.substr(kTotalAt, kTotalBytes);
@@ -104,11 +109,13 @@ SaveFile readSaveFile(const std::string &path) {
     if (lstat(path.c_str(), &state) != 0)
         throw unreadable(path);
     const bool isLink = S_ISLNK(state.st_mode);
-    if (isLink && stat(path.c_str(), &state) != 0)
-        throw unreadable(path);
     SaveFile file;
+    if (isLink && stat(path.c_str(), &state) != 0) {
+        file.findings.push_back({true, kIsLink});
+        return file;
+    }
     if (!S_ISREG(state.st_mode)) {
-        file.findings.push_back({true, "it is no regular file."});
+        file.findings.push_back({true, "it is not a regular file."});
         return file;
     }
     std::string last;
@@ -122,9 +129,9 @@ SaveFile readSaveFile(const std::string &path) {
         std::this_thread::sleep_for(kPause);
     }
     if (isLink)
-        file.findings.push_back({true, "it is a symbolic link; the provider follows none."});
+        file.findings.push_back({true, kIsLink});
     if (access(path.c_str(), W_OK) != 0 && errno == EROFS)
-        file.findings.push_back({true, "it is on a read-only file system; the provider opens it for writing, too."});
+        file.findings.push_back({true, "it is on a read-only file system, and the provider opens it for writing."});
     return file;
 }
 

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "shownText.h"
 #include "traceLine.h"
-#include "values.h"
 
 namespace oxttool {
 
@@ -23,7 +23,7 @@ std::string shownTraceLine(const std::string &line, const Look &look) {
     const TraceLine parsed = parseTraceLine(line);
     if (!look.json) {
         const std::string colour = look.colour ? colourOf(parsed) : "";
-        return colour + printable(line) + (colour.empty() ? "" : colourEnd(look));
+        return colour + printableLine(line) + (colour.empty() ? "" : colourEnd(look));
     }
     nlohmann::ordered_json object;
     if (parsed.parsed)

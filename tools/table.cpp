@@ -1,114 +1,46 @@
 #include "table.h"
 
 #include <langinfo.h>
-#include <libsmartcols.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
-#include <memory>
-#include <new>
 
+#include "columns.h"
+#include "grid.h"
 #include "outlook.h"
+#include "rules.h"
 
 namespace oxttool {
 
 namespace {
 
-constexpr std::uint64_t kBarCells = 10;
+constexpr std::size_t kNarrowest = 20; // a terminal that says less does not know
 
-using TablePtr = std::unique_ptr<libscols_table, decltype(&scols_unref_table)>;
-
-// libsmartcols fails for want of memory only.
-void check(int result) {
-    if (result != 0)
-        throw std::bad_alloc();
+// The worst has the least: fatal before warning before normal, then the smallest share of free space.
+std::pair<int, unsigned> badnessOf(const FileSystem &fs) {
+    constexpr int ranks[] = {4, 2, 1, 0}; // not monitored, normal, warning, fatal
+    return {fs.status >= 0 && fs.status < 4 ? ranks[fs.status] : 3, fs.isMeasured() ? fs.freePermille() : 1000};
 }
-
-TablePtr newTable(FILE *out, const Look &look) {
-    TablePtr table(scols_new_table(), &scols_unref_table);
-    if (!table)
-        throw std::bad_alloc();
-    check(scols_table_set_stream(table.get(), out));
-    check(scols_table_enable_colors(table.get(), look.colour));
-    return table;
-}
-
-void addColumn(libscols_table *table, const char *name, int flags) {
-    if (!scols_table_new_column(table, name, 0, flags))
-        throw std::bad_alloc();
-}
-
-libscols_line *newLine(libscols_table *table) {
-    libscols_line *line = scols_table_new_line(table, nullptr);
-    if (!line)
-        throw std::bad_alloc();
-    return line;
-}
-
-void setCell(libscols_line *line, std::size_t column, const std::string &text, const char *colour = "") {
-    check(scols_line_set_data(line, column, text.c_str()));
-    if (*colour != '\0')
-        check(scols_cell_set_color(scols_line_get_cell(line, column), colour));
-}
-
-std::string bar(std::uint64_t percent, const Look &look) {
-    const std::uint64_t full = (percent * kBarCells + 50) / 100;
-    std::string text;
-    for (std::uint64_t i = 0; i < kBarCells; ++i)
-        text += i < full ? (look.blocks ? "\u2588" : "#") : (look.blocks ? "\u2591" : ".");
-    const std::string number = std::to_string(percent);
-    return text + std::string(number.size() < 3 ? 4 - number.size() : 1, ' ') + number + "%";
-}
-
-std::string space(std::uint64_t mib, bool known, const Look &look) {
-    return known ? formatSpace(mib, look.unit) : "-";
-}
-
-// The columns of the table of file systems. They show "-" for what was not measured or is not in force.
-struct Column {
-    const char *name;
-    int flags;
-    bool coloured;
-    std::string (*text)(const FileSystem &, const Look &);
-};
-constexpr Column kColumns[] = {
-    {"INDEX", SCOLS_FL_RIGHT, false, [](const FileSystem &fs, const Look &) { return fs.index; }},
-    {"DEVICE", 0, false, [](const FileSystem &fs, const Look &) { return fs.device; }},
-    {"MOUNTPOINT", SCOLS_FL_WRAP, false, [](const FileSystem &fs, const Look &) { return fs.mountPoint; }},
-    {"TYPE", 0, false, [](const FileSystem &fs, const Look &) { return fs.type; }},
-    {"DRIVE", 0, false, [](const FileSystem &fs, const Look &) { return std::string(driveName(fs.driveType)); }},
-    {"SIZE", SCOLS_FL_RIGHT, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.sizeMiB, fs.isMeasured(), look); }},
-    {"FREE", SCOLS_FL_RIGHT, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.freeMiB, fs.isMeasured(), look); }},
-    {"USED", 0, true,
-     [](const FileSystem &fs, const Look &look) {
-         return fs.isMeasured() ? bar((1000 - fs.freePermille() + 5) / 10, look) : std::string("-");
-     }},
-    {"WARNING", SCOLS_FL_RIGHT, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.warningMiB, fs.monitored == 1, look); }},
-    {"FATAL", SCOLS_FL_RIGHT, false,
-     [](const FileSystem &fs, const Look &look) { return space(fs.fatalMiB, fs.monitored == 1, look); }},
-    {"STATUS", 0, true, [](const FileSystem &fs, const Look &) { return std::string(statusName(fs.status)); }},
-};
-
-// Of a running monitor alone: nobody else knows how the free space has changed.
-constexpr Column kForecastColumn = {"FULL IN", SCOLS_FL_RIGHT, false, [](const FileSystem &fs, const Look &) {
-                                        const bool known = fs.outlook && fs.outlook->forecast;
-                                        return known ? spokenTime(fs.outlook->forecast->secondsToFull)
-                                                     : std::string("-");
-                                    }};
 
 } // namespace
 
 void adaptToOutput(Look &look, FILE *out) {
+    look.blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    if (!isatty(fileno(out)))
+        return;
     const char *noColour = std::getenv("NO_COLOR");
     const char *terminal = std::getenv("TERM");
-    look.colour = isatty(fileno(out)) && !(noColour && *noColour) && terminal && std::strcmp(terminal, "dumb") != 0;
-    look.blocks = std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+    look.colour = !(noColour && *noColour) && terminal && std::strcmp(terminal, "dumb") != 0;
+    winsize size = {};
+    if (ioctl(fileno(out), TIOCGWINSZ, &size) == 0 && size.ws_col >= kNarrowest)
+        look.width = size.ws_col;
+}
+
+std::string machineLabel(const Look &look) {
+    return "Described machine " + look.machine + " (" + look.machineFile + "), not this one.";
 }
 
 const char *colourOf(std::int64_t status, const Look &look) {
@@ -120,37 +52,118 @@ const char *colourEnd(const Look &look) {
     return look.colour ? "\033[0m" : "";
 }
 
-void printFileSystems(FILE *out, const std::vector<FileSystem> &all, const Look &look) {
-    const TablePtr table = newTable(out, look);
-    std::vector<Column> columns(std::begin(kColumns), std::end(kColumns));
-    if (std::any_of(all.begin(), all.end(), [](const FileSystem &fs) { return fs.outlook && fs.outlook->forecast; }))
-        columns.push_back(kForecastColumn);
-    for (const Column &column : columns)
-        addColumn(table.get(), column.name, column.flags);
+void sortFileSystems(std::vector<FileSystem> &all, const std::string &by) {
+    if (by == "worst") {
+        std::stable_sort(all.begin(), all.end(),
+                         [](const FileSystem &a, const FileSystem &b) { return badnessOf(a) < badnessOf(b); });
+    } else if (!by.empty()) {
+        std::vector<std::pair<Json, FileSystem>> keyed;
+        for (FileSystem &fs : all)
+            keyed.emplace_back(jsonOf(fs, Unit::MiB).value(by, Json()), std::move(fs));
+        std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+            return !a.first.is_null() && (b.first.is_null() || a.first < b.first); // what was not measured is last
+        });
+        for (std::size_t i = 0; i < all.size(); ++i)
+            all[i] = std::move(keyed[i].second);
+    }
+}
+
+std::string tableOf(const std::vector<FileSystem> &all, const Look &look) {
+    const std::vector<const Column *> columns = columnsOf(look, all);
+    std::vector<GridColumn> grid;
+    for (const Column *column : columns) // who asks for a column, gets it
+        grid.push_back({look.pairs ? variableOf(*column) : column->heading, column->right, column->least,
+                        look.columns.empty() ? column->leaves : 0});
+    std::vector<Row> rows;
+    rows.reserve(all.size());
     for (const FileSystem &fs : all) {
-        libscols_line *line = newLine(table.get());
-        std::size_t cell = 0;
-        for (const Column &column : columns)
-            setCell(line, cell++, column.text(fs, look), column.coloured ? colourOf(fs.status, look) : "");
+        Row &row = rows.emplace_back();
+        row.reserve(columns.size());
+        for (const Column *column : columns)
+            row.push_back({column->text(fs, look), column->coloured ? colourOf(fs.status, look) : ""});
     }
-    check(scols_print_table(table.get()));
+    if (look.raw)
+        return rawGrid(grid, rows, look.headings);
+    if (look.pairs)
+        return pairsGrid(grid, rows);
+    return alignedGrid(std::move(grid), std::move(rows), {look.headings, look.width, colourEnd(look)});
 }
 
-void printRecord(FILE *out, const std::vector<Field> &fields, const Look &look) {
-    const TablePtr table = newTable(out, look);
-    check(scols_table_enable_noheadings(table.get(), 1));
-    addColumn(table.get(), "name", 0);
-    addColumn(table.get(), "value", SCOLS_FL_WRAP);
-    for (const Field &field : fields) {
-        libscols_line *line = newLine(table.get());
-        setCell(line, 0, field.name);
-        setCell(line, 1, field.value);
+Json jsonOf(std::vector<FileSystem> all, const Look &look) {
+    sortFileSystems(all, look.sort);
+    Json json = jsonOf(all, look.unit);
+    if (look.columns.empty())
+        return json;
+    for (Json &fs : json.at("filesystems")) {
+        Json chosen = Json::object();
+        for (const std::string &member : look.columns)
+            if (fs.contains(member))
+                chosen[member] = fs.at(member);
+        fs = std::move(chosen);
     }
-    check(scols_print_table(table.get()));
+    return json;
 }
 
-void printJson(const Json &json) {
-    std::printf("%s\n", textOf(json, 3).c_str());
+void printFileSystems(std::vector<FileSystem> all, const Look &look) {
+    if (look.json) {
+        printJson(jsonOf(std::move(all), look), look);
+        return;
+    }
+    sortFileSystems(all, look.sort);
+    std::fputs(tableOf(all, look).c_str(), stdout);
+}
+
+void printRecord(const std::vector<Field> &fields) {
+    std::vector<Row> rows;
+    for (const auto &[name, value] : fields)
+        rows.push_back({{name}, {value}});
+    std::fputs(alignedGrid({{}, {}}, std::move(rows), {false}).c_str(), stdout);
+}
+
+std::vector<Field> fieldsOf(const FileSystem &fs, const Look &look) {
+    // Where a monitor runs, it knows who has set what.
+    const auto by = [&fs](std::string Outlook::*origin) {
+        const std::string who = fs.outlook ? (*fs.outlook).*origin : kNoRule;
+        return who == kNoRule ? "" : ", " + who;
+    };
+    const auto threshold = [&](std::uint64_t mib, std::uint64_t byDefault, std::string Outlook::*origin) {
+        std::string text = formatSpace(mib, look.unit) + " free";
+        if (mib == byDefault)
+            text += ", the default";
+        text += by(origin);
+        return fs.monitored == 1 ? text : text + ", not in force";
+    };
+    std::vector<Field> fields = {{"Mount point", fs.mountPoint},
+                                 {"Device", fs.device},
+                                 {"Type", fs.type},
+                                 {"Drive", driveName(fs.driveType)},
+                                 {"Index", fs.index}};
+    if (fs.isMeasured()) {
+        fields.emplace_back("Size", formatSpace(fs.sizeMiB, look.unit));
+        fields.emplace_back("Free", formatSpace(fs.freeMiB, look.unit) + ", " + freePercent(fs) + " of it");
+    } else {
+        fields.emplace_back("Size", "not measured");
+    }
+    fields.emplace_back("Warning at", threshold(fs.warningMiB, fs.warningDefaultMiB, &Outlook::warningBy));
+    fields.emplace_back("Fatal at", threshold(fs.fatalMiB, fs.fatalDefaultMiB, &Outlook::fatalBy));
+    fields.emplace_back("Monitored", (fs.monitored == 1 ? "yes" : "no") + by(&Outlook::monitoredBy));
+    if (fs.outlook && fs.outlook->forecast)
+        fields.emplace_back("Full in", spokenTime(fs.outlook->forecast->secondsToFull) + ", if it goes on as now");
+    fields.emplace_back("Status", statusName(fs.status));
+    return fields;
+}
+
+Json labelled(const Look &look) {
+    Json object = Json::object();
+    if (!look.machine.empty())
+        object["machine"] = {{"described", true}, {"name", look.machine}, {"file", look.machineFile}};
+    return object;
+}
+
+void printJson(const Json &json, const Look &look) {
+    Json all = labelled(look);
+    all.update(json);
+    std::printf("%s\n", textOf(all, 3).c_str());
 }
 
 } // namespace oxttool

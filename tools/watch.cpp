@@ -8,13 +8,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 
-#include "agentDir.h"
 #include "monitor.h"
 #include "monitorSession.h"
+#include "screen.h"
+#include "shownText.h"
 
 namespace oxttool {
 
@@ -22,40 +23,44 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr std::size_t kRecentLines = 10;
 constexpr unsigned kLongestWatch = 30 * 24 * 3600;
 
 std::string now() {
     return utcTime(std::time(nullptr));
 }
 
+unsigned long passesOf(const View &view) {
+    return view.passes.succeeded + view.passes.failed;
+}
+
 std::string spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
     return mib ? formatSpace(*mib, unit) : "?";
 }
 
+// Puts what happens into sentences, which each way of showing them writes its own way.
 class Watch : public Audience {
   public:
-    explicit Watch(const Options &options) : look_(options.look), redraw_(isatty(STDOUT_FILENO) != 0) {}
-    void passed(const View &view) override;
+    explicit Watch(const Look &look) : look_(look) {}
+    void passed(const View &view) final;
     void alerted(const Alert &alert, const View *view) override;
-    void said(const std::string &line) override;
     void addTo(std::vector<pollfd> &polled) override { polled.push_back({STDOUT_FILENO, 0, 0}); }
     // Nobody reads the output any more: the watch is over.
     bool handle(const std::vector<pollfd> &polled, std::size_t first) override {
         return (polled[first].revents & (POLLERR | POLLHUP)) == 0 && !std::ferror(stdout);
     }
 
+  protected:
+    virtual void show(const View &view) = 0;
+    virtual void say(const std::string &line) = 0;
+
+    const Look look_;
+
   private:
     using Identity = std::pair<std::string, std::string>; // device and mount point
 
     void showChanges(const std::vector<FileSystem> &all);
-    void say(const std::string &line);
-    void draw(const View &view);
 
-    const Look look_;
-    const bool redraw_;                         // a terminal gets the table anew, anything else gets lines
     std::map<Identity, std::int64_t> statuses_; // last told to the user
-    std::deque<std::string> recent_;            // lines below a redrawn table
     bool looked_ = false;
 };
 
@@ -65,8 +70,8 @@ void Watch::alerted(const Alert &alert, const View *) {
         say(line + alert.event);
         return;
     }
-    line += alert.mountPoint + " (" + alert.device + ") " + spaceOf(alert.freeMiB, look_.unit) + " of " +
-            spaceOf(alert.sizeMiB, look_.unit) + " free, ";
+    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " + spaceOf(alert.freeMiB, look_.unit) +
+            " of " + spaceOf(alert.sizeMiB, look_.unit) + " free, ";
     if (alert.thresholdMiB)
         line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
     const Identity identity(alert.device, alert.mountPoint);
@@ -78,11 +83,6 @@ void Watch::alerted(const Alert &alert, const View *) {
     say(line);
 }
 
-void Watch::said(const std::string &line) {
-    if (redraw_) // its place on the error stream is drawn over
-        say(now() + " " + line);
-}
-
 // Status changes that no alert told: to and from "not monitored", and all of them where the agent's own alert library
 // keeps no file.
 void Watch::showChanges(const std::vector<FileSystem> &all) {
@@ -91,8 +91,8 @@ void Watch::showChanges(const std::vector<FileSystem> &all) {
         const Identity identity(fs.device, fs.mountPoint);
         const auto known = statuses_.find(identity);
         if (known != statuses_.end() && known->second != fs.status)
-            say(now() + " status: " + fs.mountPoint + " (" + fs.device + ") " + statusName(known->second) + " -> " +
-                statusName(fs.status));
+            say(now() + " status: " + printable(fs.mountPoint) + " (" + printable(fs.device) + ") " +
+                statusName(known->second) + " -> " + statusName(fs.status));
         current[identity] = fs.status;
     }
     statuses_ = std::move(current);
@@ -101,40 +101,87 @@ void Watch::showChanges(const std::vector<FileSystem> &all) {
 void Watch::passed(const View &view) {
     showChanges(view.fileSystems);
     looked_ = true;
-    if (redraw_) {
-        draw(view);
-        return;
+    show(view);
+}
+
+// For a file or a pipe: a line for each pass, file system and alert.
+class LineWatch : public Watch {
+  public:
+    using Watch::Watch;
+
+  private:
+    void show(const View &view) override {
+        const std::string time = now();
+        const bool failed = !view.passes.failing.empty();
+        std::printf("%s pass %lu%s: %zu file systems, every %u s\n", time.c_str(), passesOf(view),
+                    failed ? " failed" : "", view.fileSystems.size(), view.cycle.seconds);
+        for (const FileSystem &fs : view.fileSystems)
+            std::printf("%s file system %s: %s (%s) %s of %s free, %s\n", time.c_str(), fs.index.c_str(),
+                        printable(fs.mountPoint).c_str(), printable(fs.device).c_str(),
+                        formatSpace(fs.freeMiB, look_.unit).c_str(), formatSpace(fs.sizeMiB, look_.unit).c_str(),
+                        statusName(fs.status));
+        std::fflush(stdout);
     }
-    const std::string time = now();
-    const bool failed = !view.passes.failing.empty();
-    std::printf("%s pass %lu%s: %zu file systems, every %u s\n", time.c_str(),
-                view.passes.succeeded + view.passes.failed, failed ? " failed" : "", view.fileSystems.size(),
-                view.cycle.seconds);
-    for (const FileSystem &fs : view.fileSystems)
-        std::printf("%s file system %s: %s (%s) %s of %s free, %s\n", time.c_str(), fs.index.c_str(),
-                    printable(fs.mountPoint).c_str(), printable(fs.device).c_str(),
-                    formatSpace(fs.freeMiB, look_.unit).c_str(), formatSpace(fs.sizeMiB, look_.unit).c_str(),
-                    statusName(fs.status));
-    std::fflush(stdout);
-}
+    void say(const std::string &line) override {
+        std::printf("%s\n", printableLine(line).c_str());
+        std::fflush(stdout);
+    }
+};
 
-void Watch::say(const std::string &line) {
-    recent_.push_back(printable(line));
-    if (recent_.size() > kRecentLines)
-        recent_.pop_front();
-    std::printf("%s\n", recent_.back().c_str());
-    std::fflush(stdout);
-}
+// For a program: one object a line.
+class JsonWatch : public Watch {
+  public:
+    using Watch::Watch;
+    void alerted(const Alert &alert, const View *) override { print({{"alert", jsonOf(alert, look_.unit)}}); }
 
-void Watch::draw(const View &view) {
-    std::fputs("\033[H\033[2J", stdout);
-    std::printf("Pass %lu at %s, every %u s. Ctrl-C ends.\n\n", view.passes.succeeded + view.passes.failed,
-                now().c_str(), view.cycle.seconds);
-    printFileSystems(stdout, view.fileSystems, look_);
-    std::fputs("\n", stdout);
-    for (const std::string &line : recent_)
-        std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+  private:
+    void show(const View &view) override {
+        const std::string &failing = view.passes.failing;
+        print({{"pass",
+                {{"number", passesOf(view)},
+                 {"time", now()},
+                 {"failing", failing.empty() ? Json() : Json(failing)},
+                 {"cycle", view.cycle.seconds}}},
+               {"filesystems", jsonOf(view.fileSystems, look_.unit).at("filesystems")}});
+    }
+    void say(const std::string &) override {} // the statuses stand with the file systems
+    void print(const Json &object) const {
+        Json all = labelled(look_);
+        all["unit"] = wordOf(look_.unit);
+        all.update(object);
+        std::printf("%s\n", textOf(all).c_str());
+        std::fflush(stdout);
+    }
+};
+
+// For people in front of a terminal.
+class ScreenWatch : public Watch {
+  public:
+    explicit ScreenWatch(const Look &look) : Watch(look), screen_(look) {}
+    void said(const std::string &line) override {
+        say(now() + " " + line);
+    } // the screen is drawn over the error stream
+    void addTo(std::vector<pollfd> &polled) override {
+        Watch::addTo(polled);
+        polled.push_back({screen_.takesKeys() ? STDIN_FILENO : -1, POLLIN, 0});
+    }
+    bool handle(const std::vector<pollfd> &polled, std::size_t first) override {
+        return Watch::handle(polled, first) && (polled[first + 1].revents == 0 || screen_.press());
+    }
+
+  private:
+    void show(const View &view) override { screen_.show(view); }
+    void say(const std::string &line) override { screen_.say(printableLine(line)); }
+
+    Screen screen_;
+};
+
+std::unique_ptr<Watch> watchFor(const Look &look) {
+    if (look.json)
+        return std::make_unique<JsonWatch>(look);
+    if (isatty(STDOUT_FILENO) != 0)
+        return std::make_unique<ScreenWatch>(look);
+    return std::make_unique<LineWatch>(look);
 }
 
 } // namespace
@@ -145,19 +192,18 @@ Exit watchCommand(const Options &options) {
     monitor.orders.settingsFile = options.settingsFile;
     if (!options.seconds.empty())
         monitor.duration = seconds(parseNumber(options.seconds, 1, kLongestWatch, "a time in seconds"));
-    if (!options.cycle.empty()) // what fits is the provider's to judge
-        monitor.orders.cycle = parseNumber(options.cycle, 0, 65535, "a cycle in seconds");
+    if (!options.cycle.empty())
+        monitor.orders.cycle = parseCycle(options.cycle);
     for (const std::string &address : options.listen)
         monitor.listen.push_back(parseListenAddress(address));
-    if (options.look.json)
-        throw Failure(Exit::Usage, "watch writes lines, not JSON.\nUse 'oxtfsctl list --json' for the present state.");
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         monitor.foreground |= isatty(fd) != 0;
     signal(SIGPIPE, SIG_IGN); // a closed output ends the watch in order
-    Watch watch(options);
-    const bool own = monitor.orders.cycle || !monitor.listen.empty() || !options.settingsFile.empty();
-    return !own && MonitorSession::find(agentDirectory()) ? followMonitor(monitor.duration, watch)
-                                                          : runMonitor(monitor, watch);
+    const auto watch = watchFor(options.look);
+    const bool own = options.hosting.isElsewhere() || monitor.orders.cycle || !monitor.listen.empty() ||
+                     !options.settingsFile.empty();
+    return !own && MonitorSession::find(options.hosting.root) ? followMonitor(monitor.duration, *watch)
+                                                              : runMonitor(monitor, *watch);
 }
 
 } // namespace oxttool

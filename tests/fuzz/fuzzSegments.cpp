@@ -4,7 +4,7 @@
 
 #include "promise.h"
 #include "segments.h"
-#include "values.h"
+#include "shownText.h"
 
 using namespace oxttool;
 

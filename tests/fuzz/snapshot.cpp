@@ -1,16 +1,17 @@
 #include "snapshot.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <vector>
 
-#include <dlfcn.h>
 #include <mntent.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
+#include "machine.h"
 #include "oxtFile.h"
 #include "oxtFsDevice.h"
 #include "oxtFsMount.h"
@@ -20,67 +21,32 @@
 
 namespace {
 
-const std::string *mountTable = nullptr, *driverList = nullptr; // null: the real system's
-
-FILE *openText(const std::string &text) {
-    return fmemopen(const_cast<char *>(text.data()), text.size(), "r");
-}
-
 // What is invented from a name: neighbours differ.
 unsigned lotOf(const char *name) {
     const unsigned hash = oxtHash(name), mixed = (hash ^ hash >> 16) * 0x45d9f3b;
     return mixed ^ mixed >> 16;
 }
 
-struct statfs volumeOf(const char *path) {
+oxtmachine::Node nodeOf(const char *path) {
+    constexpr unsigned MAJORS[] = {8, 8, 8, 1, 2, 7, 11, 253, 259, 0};
+    const unsigned hash = lotOf(path);
+    return {static_cast<mode_t>(hash % 9 == 0 ? S_IFCHR : S_IFBLK), makedev(MAJORS[hash / 9 % 10], 1),
+            hash % 13 == 0 ? ENOENT : 0};
+}
+
+oxtmachine::Volume volumeOf(const char *path) {
     constexpr long TYPES[] = {0xEF53, 0xEF53, 0x58465342, 0x9660, 0x15013346, 0x4d44};
     constexpr long BLOCKS[] = {512, 1024, 4096, 0, 511, 65536, -1};
     constexpr unsigned long COUNTS[] = {0, 1000, 99 * 1024, 1 << 20, 1UL << 40, ~0UL};
     const unsigned hash = lotOf(path);
-    struct statfs st = {};
-    st.f_type = TYPES[hash % 6];
-    st.f_bsize = BLOCKS[hash / 6 % 7];
-    st.f_blocks = COUNTS[hash / 42 % 6];
-    st.f_bavail = st.f_blocks / (1 + hash / 252 % 200);
-    st.f_namelen = 255;
-    return st;
+    oxtmachine::Volume volume;
+    volume.type = TYPES[hash % 6];
+    volume.blockSize = BLOCKS[hash / 6 % 7];
+    volume.blocks = COUNTS[hash / 42 % 6];
+    volume.available = volume.blocks / (1 + hash / 252 % 200);
+    volume.error = hash % 17 == 0 ? EIO : 0;
+    return volume;
 }
-
-} // namespace
-
-extern "C" FILE *setmntent(const char *file, const char *mode) noexcept {
-    static const auto real = reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "setmntent"));
-    return mountTable != nullptr ? openText(*mountTable) : real(file, mode);
-}
-
-extern "C" FILE *fopen(const char *file, const char *mode) {
-    static const auto real = reinterpret_cast<FILE *(*)(const char *, const char *)>(dlsym(RTLD_NEXT, "fopen"));
-    return driverList != nullptr && strcmp(file, "/proc/devices") == 0 ? openText(*driverList) : real(file, mode);
-}
-
-extern "C" int stat(const char *path, struct stat *st) noexcept {
-    static const auto real = reinterpret_cast<int (*)(const char *, struct stat *)>(dlsym(RTLD_NEXT, "stat"));
-    if (mountTable == nullptr)
-        return real(path, st);
-    constexpr unsigned MAJORS[] = {8, 8, 8, 1, 2, 7, 11, 253, 259, 0};
-    const unsigned hash = lotOf(path);
-    *st = {};
-    st->st_mode = hash % 9 == 0 ? S_IFCHR : S_IFBLK;
-    st->st_rdev = makedev(MAJORS[hash / 9 % 10], 1);
-    return hash % 13 == 0 ? -1 : 0;
-}
-
-extern "C" int statfs(const char *path, struct statfs *st) noexcept {
-    static const auto real = reinterpret_cast<int (*)(const char *, struct statfs *)>(dlsym(RTLD_NEXT, "statfs"));
-    if (mountTable == nullptr)
-        return real(path, st);
-    if (lotOf(path) % 17 == 0)
-        return -1;
-    *st = volumeOf(path);
-    return 0;
-}
-
-namespace {
 
 bool isEmptyText(const char (&text)[OXT_FS_TEXT]) {
     return text[0] == '\0';
@@ -105,8 +71,8 @@ void checkRecord(const FsProv &prov, int position) {
     PROMISE(isOneOf(prov._FileSystemType, {"ext4", "xfs", "ext3", "ext2", "others"}));
 
     const bool measured = prov.DriveType == OXT_DRIVE_FIXED || prov.DriveType == OXT_DRIVE_RAMDISK;
-    const struct statfs st = volumeOf(prov._root);
-    const uint32_t size = fsMiB(st.f_blocks, static_cast<unsigned long>(st.f_bsize));
+    const oxtmachine::Volume volume = volumeOf(prov._root);
+    const uint32_t size = fsMiB(volume.blocks, static_cast<unsigned long>(volume.blockSize));
     PROMISE(prov._FileSystemSize == 0 || strlen(prov._root) == 254 || (measured && prov._FileSystemSize == size));
 
     const bool monitored = prov.DriveType == OXT_DRIVE_FIXED && !isOneOf(prov._FileSystemType, {"others"});
@@ -131,7 +97,7 @@ std::vector<FsProv> takeSnapshot() {
 
 // The roots that the records must have: of accepted types, an entry on a listed directory takes it out again.
 void checkRoots(const std::vector<FsProv> &records) {
-    const OxtFile table(openText(*mountTable));
+    const OxtFile table(setmntent("/etc/mtab", "r"));
     std::vector<std::string> roots;
     size_t wanted = 2, room = 0; // bytes of the list of directories
     std::vector<char> line(64 * 1024);
@@ -185,8 +151,12 @@ void checkDrivers(const FsSystem *system) {
 } // namespace
 
 void checkSnapshot(const std::string &mounts, const std::string &drivers) {
-    mountTable = &mounts;
-    driverList = &drivers;
+    auto machine = std::make_unique<oxtmachine::Machine>();
+    machine->mountText = mounts;
+    machine->drivers = drivers;
+    machine->otherNode = nodeOf;
+    machine->otherVolume = volumeOf;
+    oxtmachine::use(std::move(machine));
     const std::vector<FsProv> records = takeSnapshot();
     for (size_t i = 0; i < records.size(); ++i)
         checkRecord(records[i], static_cast<int>(i));
@@ -203,5 +173,5 @@ void checkSnapshot(const std::string &mounts, const std::string &drivers) {
     checkShortLists(&system);
     checkDrivers(&system);
     fsSystemFree(&system);
-    mountTable = driverList = nullptr;
+    oxtmachine::use(nullptr);
 }

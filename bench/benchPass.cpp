@@ -63,10 +63,10 @@ template <typename Step> void measureFloor(benchmark::State &state, Step step) {
         check(state, step(floor), "floor");
 }
 void floorBySteps(benchmark::State &state) {
-    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kByTheSteps); });
+    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kByTheSteps, true); });
 }
 void floorOnce(benchmark::State &state) {
-    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kOnce); });
+    measureFloor(state, [](bench::Floor &floor) { return floor.run(bench::kOnce, false); });
 }
 void partFiles(benchmark::State &state) {
     measureFloor(state, [](bench::Floor &floor) { return floor.readFiles(); });
@@ -75,7 +75,7 @@ void partQuestions(benchmark::State &state) {
     measureFloor(state, [](bench::Floor &floor) { return floor.ask(bench::kOnce); });
 }
 void partSegments(benchmark::State &state) {
-    measureFloor(state, [](bench::Floor &floor) { return floor.copySegments(); });
+    measureFloor(state, [](bench::Floor &floor) { return floor.copySegments(false); });
 }
 void partSave(benchmark::State &state) {
     measureFloor(state, [](bench::Floor &floor) { return floor.save(); });

@@ -72,10 +72,10 @@ Floor::~Floor() {
     (void)unlink(path_.c_str());
 }
 
-bool Floor::run(Questions questions) {
+bool Floor::run(Questions questions, bool readBack) {
     bool good = readFiles();
     good = ask(questions) && good;
-    good = copySegments() && good;
+    good = copySegments(readBack) && good;
     return save() && good;
 }
 
@@ -96,9 +96,9 @@ bool Floor::ask(Questions questions) {
     return good;
 }
 
-bool Floor::copySegments() {
+bool Floor::copySegments(bool readBack) {
     bool good = true;
-    for (size_t i = 0; i < areas_.size(); ++i)
+    for (size_t i = 0; readBack && i < areas_.size(); ++i)
         good = copySegment(segments_[i], areas_[i], false) && good;
     for (size_t i = 0; i < areas_.size(); ++i)
         good = copySegment(segments_[i], areas_[i], true) && good;

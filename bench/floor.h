@@ -28,10 +28,10 @@ class Floor {
     Floor(const Floor &) = delete;
     Floor &operator=(const Floor &) = delete;
     // One pass. This and each of its parts: false when a call failed.
-    bool run(Questions questions);
+    bool run(Questions questions, bool readBack);
     bool readFiles();
     bool ask(Questions questions);
-    bool copySegments();
+    bool copySegments(bool readBack); // each is written; before that all are read back
     bool save();
 
   private:

@@ -5,6 +5,10 @@
 #include <filesystem>
 #include <utility>
 
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace {
 
 constexpr unsigned WARN = 0x800403E9;
@@ -147,6 +151,48 @@ TEST_F(Life, WithTheThreadRequestsReadSharedMemory) {
     system.setFree("/", 100);
     EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(0).FreeSpaceStatus, 2);
     EXPECT_THAT(trace.alertIds(), testing::Contains(WARN));
+}
+
+// While nobody traces, a segment is read back only when another process may have changed it.
+TEST_F(Life, WhatAnotherProcessWritesIsRead) {
+    initialise();
+    startThread();
+    ASSERT_TRUE(becomes([&] { return system.sleeps().size() == 1; }));
+    const auto threshold = [&] {
+        return silently([&] { return get<FsProv>(OXT_CID_FS_PROV).at(1).WarningThreshold; });
+    };
+    threshold();
+    const int before = system.calls(Call::Shmat);
+    EXPECT_EQ(threshold(), 100U);
+    EXPECT_EQ(system.calls(Call::Shmat), before) << "nobody has touched it";
+    int go[2], done[2];
+    ASSERT_TRUE(pipe(go) == 0 && pipe(done) == 0);
+    const auto wait = [](int fd) {
+        char byte;
+        return read(fd, &byte, 1) == 1;
+    };
+    const int segment = shmFs[OXT_CID_FS_PROV].shmId;
+    const pid_t child = fork();
+    if (child == 0) { // holds it, writes into what it holds, and lets go of it
+        wait(go[0]);
+        FsProv *records = reinterpret_cast<FsProv *>(syscall(SYS_shmat, segment, nullptr, 0));
+        for (const uint32_t value : {77U, 78U, 79U}) {
+            records[1].WarningThreshold = value;
+            if (value == 79)
+                syscall(SYS_shmdt, records);
+            if (write(done[1], "", 1) != 1 || !wait(go[0]))
+                break;
+        }
+        _exit(0);
+    }
+    for (const uint32_t value : {77U, 78U, 79U}) {
+        ASSERT_TRUE(write(go[1], "", 1) == 1 && wait(done[0]));
+        EXPECT_EQ(threshold(), value);
+    }
+    EXPECT_EQ(write(go[1], "", 1), 1);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+    for (const int fd : {go[0], go[1], done[0], done[1]})
+        close(fd);
 }
 
 TEST_F(Life, TheThreadRestsByTheCycleAndSurvivesAFailedPass) {

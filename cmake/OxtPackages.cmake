@@ -43,14 +43,16 @@ oxt_package(provider oxtfs-provider postinst prerm postrm)
 oxt_package(tools oxtfs-tools postinst prerm postrm)
 oxt_package(standin oxtfs-agent-standin postinst prerm postrm)
 
+set(CPACK_DEBIAN_PROVIDER_PACKAGE_RECOMMENDS "sblim-wbemcli")
 set(CPACK_DEBIAN_PROVIDER_PACKAGE_SUGGESTS "oxtfs-tools, oxtfs-agent-standin")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "oxtfs-provider (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "oxtfs-agent-standin, prometheus-node-exporter, bash-completion")
 set(CPACK_DEBIAN_STANDIN_PACKAGE_DEPENDS "oxtfs-provider")
 
 # Settings that dpkg keeps when an administrator has changed them.
-set(conffiles ${CMAKE_CURRENT_BINARY_DIR}/debian/tools/conffiles)
-file(WRITE ${conffiles} "${OXT_SETTINGS_FILE}\n")
-list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${conffiles})
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/tools/conffiles "${OXT_SETTINGS_FILE}\n")
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/provider/conffiles "${OXT_SETTINGS_DIR}/wbemcli.ind\n")
+list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/debian/tools/conffiles)
+list(APPEND CPACK_DEBIAN_PROVIDER_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_BINARY_DIR}/debian/provider/conffiles)
 
 include(CPack)

@@ -121,8 +121,8 @@ int getDatFromBinFile(FILE *fp, int count, DatInfo *area) {
     return 0;
 }
 
-FsSaved fsSaveStore(const char *function, unsigned version) {
-    OXT_REQUIRE_AS(function, fsTurnBegin(FS_SAVE) == 0, FS_SAVE_NOT_OPENED, "_OUT_ fsTurnBegin() Failure!!");
+FsSaved fsSaveStore(const char *function, unsigned version, long long spent) {
+    OXT_REQUIRE_AS(function, fsTurnBegin(FS_SAVE, spent) == 0, FS_SAVE_NOT_OPENED, "_OUT_ fsTurnBegin() Failure!!");
     const FsSnapshot *snapshot = fsTake(); // before the question: whoever takes the store down later saves after this
     const FsFate fate = fsFateOf(version);
     FsSaved saved = FS_SAVED;

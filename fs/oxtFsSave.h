@@ -24,7 +24,8 @@ int getDatFromBinFile(FILE *fp, int count, DatInfo *area);
 // Rewrites the save file with the snapshot of the moment, one writer at a time: so the last one to write has the
 // newest. A store that was taken down since the caller's version was installed is not saved again: the result is
 // whether it was before. Traced in the caller's name, but for a failed write, whose line is the caller's.
+// `spent`: see fsTurnBegin.
 enum FsSaved { FS_SAVED, FS_SAVE_NOT_OPENED, FS_SAVE_NOT_WRITTEN };
-FsSaved fsSaveStore(const char *function, unsigned version);
+FsSaved fsSaveStore(const char *function, unsigned version, long long spent = 0);
 
 #endif

@@ -110,8 +110,8 @@ OxtThreadId *fsGetThreadID() {
     return &gfs_thid;
 }
 
-int fsPublishBegin(const char *function) {
-    OXT_REQUIRE_AS(function, fsTurnBegin(FS_PUBLISH) == 0, -1, "_OUT_ fsPublishBegin() Failure!!");
+int fsPublishBegin(const char *function, long long spent) {
+    OXT_REQUIRE_AS(function, fsTurnBegin(FS_PUBLISH, spent) == 0, -1, "_OUT_ fsPublishBegin() Failure!!");
     return 0;
 }
 

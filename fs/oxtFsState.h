@@ -39,7 +39,7 @@ OxtThreadId *fsGetThreadID();         // its address, traced
 extern ShmInfo shmFs[OXT_CID_FS_COUNT]; // the publish turn's
 
 // The publish turn for work on the segments: 0, or -1 with the failure traced.
-int fsPublishBegin(const char *function);
+int fsPublishBegin(const char *function, long long spent = 0);
 void fsPublishEnd();
 
 // With the publish turn; traced in the caller's name.

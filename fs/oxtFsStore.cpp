@@ -256,16 +256,18 @@ void fsReleaseInstance(FsRecords *reading) {
 int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
+    const long long begun = fsMillis(); // its three waits together are no longer than one
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
     unsigned version = 0;
-    int ret = fsPublishBegin(__func__);
+    int ret = fsPublishBegin(__func__, fsMillis() - begun);
     if (ret == 0) {
         ret = commit(__func__, cInfo, edit, &version);
         fsPublishEnd();
     }
-    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version) : FS_SAVE_NOT_OPENED; // traced like one, so far
+    const FsSaved saved =
+        ret == 0 ? fsSaveStore(__func__, version, fsMillis() - begun) : FS_SAVE_NOT_OPENED; // traced like one, so far
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;

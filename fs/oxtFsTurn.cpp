@@ -17,10 +17,10 @@ int inside; // requests
 int behind; // while the gate is closed: the state that it opens to
 
 // When the time of a caller is over who has spent so many milliseconds of it.
-timespec endOfWait(int spent) {
+timespec endOfWait(long long spent) {
     timespec end = {};
     clock_gettime(CLOCK_MONOTONIC, &end);
-    const long long left = std::max(OXT_WAIT_MILLIS - spent, 0) * 1'000'000LL + end.tv_nsec;
+    const long long left = std::max(OXT_WAIT_MILLIS - spent, 0LL) * 1'000'000 + end.tv_nsec;
     end.tv_sec += left / 1'000'000'000;
     end.tv_nsec = left % 1'000'000'000;
     return end;
@@ -47,7 +47,13 @@ template <typename Condition> bool awaits(const timespec &until, Condition condi
 
 } // namespace
 
-int fsTurnBegin(FsTurn turn, int spent) {
+long long fsMillis() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
+}
+
+int fsTurnBegin(FsTurn turn, long long spent) {
     const timespec until = endOfWait(spent);
     const Hold hold;
     if (!awaits(until, [turn] { return !taken[turn]; }))

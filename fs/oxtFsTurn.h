@@ -14,8 +14,9 @@ enum FsTurn {
 };
 // 0 with the turn, or -1 once 3 seconds are over, of which the caller has spent so many milliseconds already. Whoever
 // holds one takes only later ones.
-int fsTurnBegin(FsTurn turn, int spent = 0);
+int fsTurnBegin(FsTurn turn, long long spent = 0);
 void fsTurnEnd(FsTurn turn);
+long long fsMillis(); // by that clock, for callers who wait for several things in a row
 
 enum FsFirst : int { OXT_FS_UNINITIALISED = 0, OXT_FS_IN_PROGRESS = 1, OXT_FS_INITIALISED = 2 };
 extern std::atomic<int> gfs_first; // OXT_FS_...; changed here only

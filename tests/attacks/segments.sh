@@ -24,6 +24,7 @@ $| = 1;
 print "taken\n";
 sleep 1000;
 PERL
+    : >"$base/take"
     "${stranger[@]}" perl "$base/open/take.pl" "$@" >"$base/take" 2>&1 &
     for _ in $(seq 100); do
         grep -q taken "$base/take" && return
@@ -90,6 +91,7 @@ reusedNumber() {
 # exhaust PAGES: of the 64 that this machine has then, as segments of a page each.
 exhaust() {
     echo 64 >/proc/sys/kernel/shmall
+    : >"$base/take"
     "${stranger[@]}" perl -e '$| = 1; for (1 .. $ARGV[0]) { shmget(0, 4096, 01600) // die $! } print "taken\n"; sleep 1000' \
         "$1" >"$base/take" 2>&1 &
     until grep -q taken "$base/take"; do sleep 0.1; done

@@ -139,7 +139,7 @@ building() {
     shift
     report=$(mktemp)
     if ! NINJA_STATUS='[%f/%t] ' "$@" 2>&1 | tee "$report" | build_progress "Building $what"; then
-        tail -n 60 "$report" >&2
+        { grep -aE -A 5 '^FAILED|error:' "$report" | cut -c 1-300 | head -n 60 || tail -n 60 "$report"; } >&2
         rm -f "$report"
         return 1
     fi

@@ -60,8 +60,9 @@ int main(int argc, char **argv) {
         return 1;
     const int listener = has("mute") || has("mute-once") ? -1 : listenerAt(5988);
     const pid_t provider = fork();
-    for (; provider == 0;)
-        pause();
+    if (provider == 0)
+        for (;;)
+            pause();
     struct sigaction act = {};
     act.sa_handler = [](int) { ending = 1; };
     sigaction(SIGTERM, &act, nullptr);

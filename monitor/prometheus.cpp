@@ -91,9 +91,12 @@ std::string forecastsText(const Metrics &metrics) {
     return text;
 }
 
+std::string upText(bool up) {
+    return single("oxtfs_monitor_up", "Whether the monitor's last pass succeeded and none is missing.", up ? "1" : "0");
+}
+
 std::string monitorText(const MonitorMetrics &monitor) {
-    return single("oxtfs_monitor_up", "Whether the monitor's last pass succeeded and none is missing.",
-                  monitor.up ? "1" : "0") +
+    return upText(monitor.up) +
            single("oxtfs_monitor_passes_total", "Passes of the monitor, failed ones included.",
                   std::to_string(monitor.passes), "counter") +
            single("oxtfs_monitor_failed_passes_total", "Passes that failed or never ended.",
@@ -125,6 +128,8 @@ std::string prometheusText(const Metrics &metrics) {
                    std::to_string(metrics.cycleSeconds));
     text += single("oxtfs_last_update_timestamp_seconds", "When the file systems were last looked at.",
                    number(metrics.updated, 3));
+    if (metrics.up)
+        text += upText(*metrics.up);
     return metrics.monitor ? text + monitorText(*metrics.monitor) : text;
 }
 

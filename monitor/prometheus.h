@@ -24,6 +24,7 @@ struct Metrics {
     unsigned cycleSeconds = 0;
     double updated = 0; // seconds since the epoch
     std::optional<MonitorMetrics> monitor = {};
+    std::optional<bool> up = {}; // of a provider in another process, of which the rest is not known
 };
 
 // Sizes in bytes. Of file systems with equal labels, which a collector would refuse altogether, only the first shows.

@@ -1,9 +1,11 @@
 #include "recordSession.h"
 
+#include <chrono>
 #include <utility>
 
 #include "failure.h"
 #include "instances.h"
+#include "prometheus.h"
 #include "values.h"
 
 namespace oxttool {
@@ -12,6 +14,10 @@ using oxthost::Instance;
 using oxthost::Reply;
 
 namespace {
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
 
 LiveRecords recordsOf(const ProviderAtWork &provider) {
     try {
@@ -69,7 +75,19 @@ std::string sourceOf(const LiveRecords &records) {
     const std::string name = records.process.empty() ? "" : " (" + records.process + ")";
     return "Records of process " + std::to_string(records.pid) + name + ", measured at " +
            utcTime(static_cast<std::time_t>(records.measured)) + ", cycle " + std::to_string(records.cycle.seconds) +
-           " s.";
+           " s." + (isOverdue(records, now()) ? "\n" + doubtOf(records) : "");
+}
+
+std::string doubtOf(const LiveRecords &records) {
+    if (!isOverdue(records, now()))
+        return {};
+    return "Nothing monitors there: the last look was " + std::to_string(static_cast<long>(now() - records.measured)) +
+           " s ago, at a cycle of " + std::to_string(records.cycle.seconds) + " s.";
+}
+
+std::string metricsOf(const LiveRecords &records) {
+    return prometheusText(
+        {records.fileSystems, records.cycle.seconds, records.measured, {}, !isOverdue(records, now())});
 }
 
 } // namespace oxttool

@@ -11,6 +11,9 @@ namespace oxttool {
 
 // A sentence for people about where they come from and how old they are.
 std::string sourceOf(const LiveRecords &records);
+// A sentence about why they are no longer what the machine is like; empty when nothing says so.
+std::string doubtOf(const LiveRecords &records);
+std::string metricsOf(const LiveRecords &records);
 
 class RecordSession : public Session {
   public:
@@ -22,7 +25,9 @@ class RecordSession : public Session {
     // A change is up to the provider itself: throws an environment failure that says so.
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
     double measured() const override { return records_.measured; }
+    std::optional<std::string> metrics() override { return metricsOf(records_); }
     std::string source() const override;
+    std::string doubt() const override { return doubtOf(records_); }
 
   private:
     ProviderAtWork provider_;

@@ -209,6 +209,11 @@ Segments parseSegments(ByteView config, ByteView total, ByteView fileSystems) {
     return result;
 }
 
+bool isOverdue(const LiveRecords &records, double now) {
+    constexpr double kPass = 30; // seconds that a pass may take
+    return now - records.measured > 2.0 * records.cycle.seconds + kPass;
+}
+
 LiveRecords readSegments(const std::string &root, milliseconds patience) {
     const auto end = Clock::now() + patience;
     for (;;) {

@@ -35,6 +35,10 @@ struct LiveRecords {
     double measured = 0; // seconds since the epoch: when its last pass was saved, or the segments were made
 };
 
+// No pass has ended for two cycles and half a minute: no thread monitors there, or it hangs. Outside service mode,
+// where only requests measure, that is so until the next one.
+bool isOverdue(const LiveRecords &records, double now); // seconds since the epoch
+
 // The records under the key files of `root`work/. Attaches for reading only, creates nothing, and tries again for at
 // most `patience` while they are being written or replaced. Throws an environment failure that says what to do when no
 // provider is at work there or its records cannot be had.

@@ -55,6 +55,8 @@ class Session {
     virtual std::optional<std::string> metrics() { return std::nullopt; }
     // A sentence for people about where the answers come from; empty when they were measured for this session.
     virtual std::string source() const { return {}; }
+    // A sentence about why the answers are no longer what the machine is like; empty when nothing says so.
+    virtual std::string doubt() const { return {}; }
 };
 
 // The way to the provider of this machine: a running monitor, the records of a provider that is at work, or else one

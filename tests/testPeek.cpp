@@ -21,6 +21,7 @@
 #include "oxtFile.h"
 #include "oxtFsSave.h"
 #include "oxtShm.h"
+#include "recordSession.h"
 #include "saveFile.h"
 #include "segments.h"
 #include "shownText.h"
@@ -31,6 +32,7 @@ namespace {
 using namespace oxttool;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 constexpr FsConf kConf = {60, 10, 3600, 60};
@@ -260,6 +262,25 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
     shmctl(id, IPC_STAT, &about);
     EXPECT_EQ(about.shm_nattch, 0U);
     EXPECT_EQ(about.shm_perm.mode, 0600U);
+}
+
+TEST_F(Peek, recordsThatNobodyRefreshesAreNotTakenForAWatch) {
+    const Image image(1);
+    const std::string *bytes[] = {&image.conf, &image.total, &image.provs};
+    for (int digit = 0; digit < 3; ++digit)
+        makeSegment(digit, *bytes[digit]);
+    const LiveRecords live = readSegments(root_);
+    EXPECT_FALSE(isOverdue(live, live.measured - 1000)) << "a clock that was set back";
+    EXPECT_FALSE(isOverdue(live, live.measured + 150));
+    EXPECT_TRUE(isOverdue(live, live.measured + 151));
+    EXPECT_EQ(doubtOf(live), "");
+    EXPECT_THAT(sourceOf(live), EndsWith("cycle 60 s."));
+    EXPECT_THAT(metricsOf(live), HasSubstr("\noxtfs_monitor_up 1\n"));
+    LiveRecords old = live;
+    old.measured -= 400;
+    EXPECT_THAT(doubtOf(old), HasSubstr("Nothing monitors there: the last look was 40"));
+    EXPECT_THAT(sourceOf(old), EndsWith(" s ago, at a cycle of 60 s."));
+    EXPECT_THAT(metricsOf(old), HasSubstr("\noxtfs_monitor_up 0\n"));
 }
 
 // A provider's segments, rewritten by its own functions in turn as two images: at full speed, with a breath now and

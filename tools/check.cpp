@@ -108,6 +108,9 @@ Verdict answer(const Options &options, std::string &line) {
     const auto session = openSession(options.hosting, oxthost::ServiceMode::off());
     const std::vector<FileSystem> all = fileSystemsOf(*session);
     session->close();
+    line = session->doubt(); // what nobody looks at any more is not OK
+    if (!line.empty())
+        return Unknown;
     const std::vector<Judged> judged = judgeAll(all, options, limits);
     line = judged.empty() ? "no file system is monitored" : lineOf(judged);
     return judged.empty() ? Unknown : judged.front().verdict;

@@ -8,7 +8,6 @@
 #include "agentDir.h"
 #include "json.h"
 #include "outputFile.h"
-#include "prometheus.h"
 #include "recordSession.h"
 #include "saveFile.h"
 #include "segments.h"
@@ -60,12 +59,13 @@ void printSave(const std::string &path, const SaveFile &save, const Look &look) 
 Exit peekCommand(const Options &options) {
     const LiveRecords live = readSegments(agentDirectory());
     if (options.wantsMetrics()) {
-        deliver(prometheusText({live.fileSystems, live.cycle.seconds, live.measured}), options.outputFile);
+        deliver(metricsOf(live), options.outputFile);
     } else if (options.look.json) {
         Json all = {{"provider",
                      {{"pid", live.pid},
                       {"process", live.process},
-                      {"measured", utcTime(static_cast<std::time_t>(live.measured))}}},
+                      {"measured", utcTime(static_cast<std::time_t>(live.measured))},
+                      {"overdue", !doubtOf(live).empty()}}},
                     {"config", oxttool::jsonOf(live.cycle)}};
         all.update(oxttool::jsonOf(live.fileSystems, options.look));
         printJson(all, options.look);

@@ -31,6 +31,8 @@ function(oxt_package component name)
   file(READ debian/${component}.description description)
   string(STRIP "${description}" description)
   install(FILES debian/copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${name} COMPONENT ${component})
+  install(FILES debian/${component}.lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+    RENAME ${name} COMPONENT ${component})
   packaging_compressed(${CMAKE_CURRENT_SOURCE_DIR}/debian/changelog changelog
     ${CMAKE_INSTALL_DATADIR}/doc/${name} ${component})
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name} PARENT_SCOPE)

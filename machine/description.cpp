@@ -145,13 +145,13 @@ Amount amount(const toml::node &node, const char *key, std::optional<std::uint64
 }
 
 Node nodeOf(const toml::node &node, const std::string &text) {
-    char kind[16] = "";
+    std::istringstream words(text);
+    std::string kind;
     unsigned major = 0, minor = 0;
-    int length = -1;
-    if (std::sscanf(text.c_str(), "%15s %u:%u%n", kind, &major, &minor, &length) == 3 &&
-        length == static_cast<int>(text.size()))
+    char colon = '\0';
+    if (words >> kind >> major >> colon >> minor && colon == ':' && words.eof())
         for (const auto &[word, format] : {std::pair<const char *, mode_t>("block", S_IFBLK), {"character", S_IFCHR}})
-            if (std::strcmp(kind, word) == 0)
+            if (kind == word)
                 return {format, makedev(major, minor)};
     if (text == "file")
         return {S_IFREG, 0};

@@ -20,7 +20,6 @@ class SignalsHeld {
     ~SignalsHeld(); // a signal that waits is delivered here
     SignalsHeld(const SignalsHeld &) = delete;
     SignalsHeld &operator=(const SignalsHeld &) = delete;
-    const sigset_t &set() const { return held_; }
 
   private:
     sigset_t held_, before_;
@@ -37,8 +36,6 @@ class HostedSession : public Session {
     oxthost::Reply enumInstances(const std::string &className) override;
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
     void close() override; // both clean-ups, then unloads the library
-
-    const sigset_t &heldSignals() const { return signals_.set(); }
 
   private:
     SignalsHeld signals_;

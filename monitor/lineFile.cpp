@@ -11,7 +11,6 @@ namespace oxttool {
 namespace {
 
 constexpr std::size_t kLongestLine = 65536;
-constexpr int kMostFiles = 1000;
 constexpr off_t kBlock = 65536;
 
 std::optional<struct stat> statusOf(const Fd &fd) {
@@ -30,14 +29,16 @@ bool isSame(const std::optional<struct stat> &one, const std::optional<struct st
 
 } // namespace
 
-LineFile::LineFile(std::string path, Start start) : path_(std::move(path)) {
+LineFile::LineFile(std::string path, Start start, Whose whose) : path_(std::move(path)), whose_(whose) {
     if (open(path_) && start == End)
         offset_ = lseek(fd_.get(), 0, SEEK_END);
 }
 
 bool LineFile::open(const std::string &path) {
     fd_ = Fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW));
-    if (const auto opened = statusOf(fd_); opened && !S_ISREG(opened->st_mode))
+    const auto opened = statusOf(fd_);
+    const bool ours = opened && (opened->st_uid == 0 || opened->st_uid == geteuid());
+    if (opened && (!S_ISREG(opened->st_mode) || (whose_ == Ours && !ours)))
         fd_ = Fd();
     offset_ = 0;
     forgetLine();
@@ -59,8 +60,17 @@ void LineFile::read(const Each &each) {
     readOpened(each); // a file that was renamed is read to its end first
     if (!replaced)
         return;
-    for (int age = newerFiles(); age > 0; --age)
-        if (open(numbered(age)))
+    const int newer = newerFiles();
+    off_t room = kMostBytes; // of the newest of them, whoever may have put them there
+    int oldest = 0;
+    for (; oldest < newer; ++oldest) {
+        const auto status = statusOf(numbered(oldest + 1));
+        room -= status ? status->st_size : 0;
+        if (room < 0)
+            break;
+    }
+    for (; oldest > 0; --oldest)
+        if (open(numbered(oldest)))
             readOpened(each);
     if (open(path_))
         readOpened(each);

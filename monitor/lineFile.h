@@ -19,14 +19,16 @@ namespace oxttool {
 class LineFile {
   public:
     enum Start { Beginning, End };
+    enum Whose { Anybodys, Ours }; // Ours: of root or this user, else it is as if it was not there
     using Each = std::function<void(const std::string &line)>;
 
-    LineFile(std::string path, Start start);
+    LineFile(std::string path, Start start, Whose whose = Anybodys);
 
     // Hands over all lines completed since the last call, without their line feeds. A line of more than 64 KiB is left
     // out, and so is what lies more than kMostBytes before the end.
     void read(const Each &each);
     static constexpr off_t kMostBytes = 64 * 1024 * 1024;
+    static constexpr int kMostFiles = 99; // with a number, as the writers have it
     // The same for the file that is open alone, whatever its name is now.
     void readOpened(const Each &each);
     // Hands over its last lines, the newest first, while `each` wants more: as many as lie in its last `most` bytes.
@@ -44,6 +46,7 @@ class LineFile {
     void forgetLine();
 
     std::string path_;
+    Whose whose_;
     Fd fd_;
     off_t offset_ = 0;
     std::string partial_;  // the beginning of a line whose end is not written yet

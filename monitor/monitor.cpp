@@ -59,6 +59,7 @@ class Monitor {
     HttpServer server_;
     AlertProgram program_;
     std::vector<SocketFile> sockets_;
+    std::vector<ListenAddress> tcp_; // that are listened on
     Settings settings_;
     ViewPointer view_;
     bool failing_ = false; // as last said
@@ -211,14 +212,18 @@ void Monitor::openSockets() {
 }
 
 void Monitor::openTcp() {
-    server_.closeTcp();
     std::vector<ListenAddress> all = options_.listen;
     for (const ListenAddress &address : settings_.listen)
         if (std::find(all.begin(), all.end(), address) == all.end())
             all.push_back(address);
+    if (all == tcp_)
+        return; // a port that is let go may be another's at once
+    server_.closeTcp();
+    tcp_.clear();
     for (const ListenAddress &address : all)
         try {
             server_.listenOnTcp(listenTcp(address.address, address.port), isLoopback(address.address));
+            tcp_.push_back(address);
         } catch (const Failure &failure) {
             say(failure.what());
         }

@@ -22,7 +22,6 @@ namespace oxttool {
 namespace {
 
 using nlohmann::json;
-using oxthost::Instance;
 using oxthost::Reply;
 using oxthost::Value;
 
@@ -152,6 +151,10 @@ Reply MonitorSession::call(const std::string &className, const std::string &meth
 
 std::optional<std::string> MonitorSession::metrics() {
     return ask("GET", "/metrics", "").body;
+}
+
+double MonitorSession::measured() const {
+    return state_ ? state_->updated : Session::measured();
 }
 
 std::string MonitorSession::source() const {

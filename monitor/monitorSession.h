@@ -24,7 +24,10 @@ class MonitorSession : public Session {
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
 
     std::optional<std::string> metrics() override;
+    double measured() const override;
     std::string source() const override; // when its passes fail
+    std::string doubt() const override { return source(); }
+    bool isAnothers() const override { return true; }
 
     const MonitorState &state(); // asked for when it is not known, or a change may have changed it
     void askAnew() { state_.reset(); }

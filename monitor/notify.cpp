@@ -31,9 +31,9 @@ void notifyManager(const std::string &lines) {
 std::optional<std::chrono::microseconds> watchdogPeriod() {
     const char *period = std::getenv("WATCHDOG_USEC");
     const char *pid = std::getenv("WATCHDOG_PID");
-    if (!period || (pid && std::atol(pid) != getpid()))
+    if (!period || (pid && std::strtol(pid, nullptr, 10) != getpid()))
         return std::nullopt;
-    const long long microseconds = std::atoll(period);
+    const long long microseconds = std::strtoll(period, nullptr, 10);
     return microseconds > 0 ? std::optional(std::chrono::microseconds(microseconds)) : std::nullopt;
 }
 

@@ -104,9 +104,10 @@ std::string explainedFailure(const std::string &text) {
     std::string plain = text.rfind("_OUT_ ", 0) == 0 ? text.substr(6) : text;
     for (const char *word : {"err=[", "errno=["}) {
         const std::size_t at = plain.find(word);
-        const int number = at == std::string::npos ? 0 : std::atoi(plain.c_str() + at + std::strlen(word));
-        if (number > 0)
-            return printableLine(plain) + " (" + std::strerror(number) + ")";
+        const long number =
+            at == std::string::npos ? 0 : std::strtol(plain.c_str() + at + std::strlen(word), nullptr, 10);
+        if (number > 0 && number < 4096) // Linux has no greater one
+            return printableLine(plain) + " (" + std::strerror(static_cast<int>(number)) + ")";
     }
     return printableLine(plain);
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <sstream>
 
@@ -31,9 +32,8 @@ struct Status {
 
 std::optional<Status> statusOf(pid_t pid) {
     std::ifstream file(entryOf(pid, "stat"));
-    std::string line;
-    std::getline(file, line);
-    const auto name = line.rfind(')'); // which may hold any character before it
+    const std::string line{std::istreambuf_iterator<char>(file), {}};
+    const auto name = line.rfind(')'); // which may hold any character before it, a line feed too
     if (name == std::string::npos)
         return std::nullopt;
     std::istringstream rest(line.substr(name + 1));
@@ -86,10 +86,12 @@ bool mayHaveActed(pid_t pid, uid_t user, std::time_t then) {
     if (pid <= 0 || (kill(pid, 0) != 0 && errno != EPERM))
         return false;
     struct stat owner = {};
+    if (stat(entryOf(pid, ".").c_str(), &owner) == 0 && owner.st_uid != user)
+        return false; // another's
     const auto status = statusOf(pid);
-    if (!status || stat(entryOf(pid, ".").c_str(), &owner) != 0)
+    if (!status)
         return true;
-    if (status->state == 'Z' || owner.st_uid != user) // dead, and its parent has not noticed; or another's
+    if (status->state == 'Z') // dead, and its parent has not noticed
         return false;
     // A clock that was set forward since, as it happens while a machine starts, makes everybody seem to have begun
     // later.

@@ -127,7 +127,7 @@ void ProviderWorker::begin() {
     saves_ = std::make_unique<SaveSigns>(root_);
     prepare();
     trace_ = std::make_unique<TraceSigns>(root_);
-    alertFile_ = std::make_unique<LineFile>(root_ + "log/" + kAlertFileName, LineFile::Beginning);
+    alertFile_ = std::make_unique<LineFile>(root_ + "log/" + kAlertFileName, LineFile::Beginning, LineFile::Ours);
     readAlerts(); // those from before: to be shown, not to be told
     (void)saves_->writes();
     unseenWrites_ = 0;

@@ -28,6 +28,7 @@ class RecordSession : public Session {
     std::optional<std::string> metrics() override { return metricsOf(records_); }
     std::string source() const override;
     std::string doubt() const override { return doubtOf(records_); }
+    bool isAnothers() const override { return true; }
 
   private:
     ProviderAtWork provider_;

@@ -68,7 +68,7 @@ void refuse(CMPIrc code, const std::string &message) {
         }
     Failure failure(Exit::Refused, text);
     failure.unexplained = !explained;
-    throw failure;
+    throw Failure(failure);
 }
 
 oxthost::Instance Session::get(const std::string &className, const Keys &keys) {

@@ -19,7 +19,7 @@ struct Hosting {
     std::optional<oxthost::ServiceMode> serviceMode; // none: what the command needs
     oxthost::Flavour flavour = oxthost::Flavour::Sfcb;
     bool direct = false; // host a provider, whoever else could be asked
-    bool force = false;  // the same, even beside a provider that is at work
+    bool force = false;  // the same, even beside another process's provider; never beside a running monitor
     std::string root = agentDirectory();
     std::optional<int> memoryError; // of a machine in place of this one: what it answers to shmget(2)
     bool isElsewhere() const { return root != agentDirectory(); } // over a machine in place of this one
@@ -57,6 +57,8 @@ class Session {
     virtual std::string source() const { return {}; }
     // A sentence about why the answers are no longer what the machine is like; empty when nothing says so.
     virtual std::string doubt() const { return {}; }
+    // Whether another process monitors, or could.
+    virtual bool isAnothers() const { return false; }
 };
 
 // The way to the provider of this machine: a running monitor, the records of a provider that is at work, or else one

@@ -44,7 +44,7 @@ constexpr MethodRow FS_METHODS[] = {
     {"SetFatalThreshold", HANDLER(OXT_FSInvokeMethod)},
 };
 
-#define METHODS(rows) rows, sizeof rows / sizeof *rows
+#define METHODS(rows) rows, sizeof(rows) / sizeof *(rows)
 #define BOTH(function) HANDLER(function), HANDLER(function) // GetInstance and EnumInstances
 // The classes in the order in which a name is compared, exactly.
 constexpr ClassRow CLASSES[] = {

@@ -27,7 +27,7 @@ struct OxtClass {
 // The row of a class: its texts follow from the builder and the record's name.
 #define OXT_CLASS(name, fields, indexKey, cid, builder, record, filterFailure, buildFailureLevel)                      \
     {                                                                                                                  \
-        name, fields, sizeof fields / sizeof *fields, indexKey, cid, "fsGetInstance(" #cid ")", #builder,              \
+        name, fields, sizeof(fields) / sizeof *(fields), indexKey, cid, "fsGetInstance(" #cid ")", #builder,           \
             "_OUT_ Param(" record ") Failure!!", filterFailure, buildFailureLevel, #builder "() Failure!!",            \
             #builder "() FAILED"                                                                                       \
     }

@@ -38,6 +38,8 @@ std::string metricsOf(Session &session, const std::vector<std::string> &targets)
     metrics.fileSystems = chosen(fileSystemsOf(session), targets);
     metrics.cycleSeconds = cycleOf(session.get(kConfigClass)).seconds;
     metrics.updated = session.measured();
+    if (session.isAnothers())
+        metrics.up = session.doubt().empty();
     return prometheusText(metrics);
 }
 

@@ -46,7 +46,7 @@ LastLines lastLines(LineFile &newest, std::size_t count, const std::function<boo
     takeFrom(newest);
     // A rotation meanwhile moves files that were read to the next number.
     std::vector<std::unique_ptr<LineFile>> read;
-    for (int age = 1; last.lines.size() < count && left > 0; ++age) {
+    for (int age = 1; last.lines.size() < count && left > 0 && age <= LineFile::kMostFiles; ++age) {
         auto older = std::make_unique<LineFile>(newest.numbered(age), LineFile::Beginning);
         if (!older->isOpen())
             break;

@@ -18,7 +18,7 @@ def spans(line):
     for piece in re.split(r"(\x1b\[[0-9;]*m)", line):
         code = re.fullmatch(r"\x1b\[([0-9;]*)m", piece)
         if code:
-            colour = COLOURS.get(code.group(1), PLAIN)
+            colour = COLOURS.get(code.group(1).split(";")[-1], PLAIN)
         elif piece:
             yield colour, piece
 
@@ -38,7 +38,8 @@ def main(output, prompt):
             for colour, piece in spans(line):
                 x, length = 16 + column * COLUMN, len(piece) * COLUMN
                 svg.write(f'<text x="{x:.1f}" y="{30 + row * LINE}" fill="{colour}" textLength="{length:.1f}">'
-                          f"{html.escape(piece)}</text>\n")
+                          # Browsers let several blanks in a row collapse.
+                          f"{html.escape(piece.replace(' ', chr(0xA0)))}</text>\n")
                 column += len(piece)
         svg.write("</svg>\n")
 

@@ -59,6 +59,7 @@ for file in "$here"/attacks/*.sh; do
 done
 fixture
 attack "any user" "a process of the daemon's name" fakeDaemon
+attack "any user" "answers from the object manager's port" answeredByAStranger
 attack "any user" "the keys that a monitor left" squattedKeys
 attack "any user" "... with segments given to root" squattedKeysGivenAway
 attack "any user" "... or with the process number of a dead monitor" reusedNumber

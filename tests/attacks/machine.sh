@@ -49,3 +49,24 @@ removal() {
     sh -e "$here/../packaging/debian/tools.postrm.in" remove >"$base/out" 2>&1 || fail "apt remove would fail: $(cat "$base/out")"
     umount /var/lib
 }
+
+# Whoever has taken the object manager's port answers root's registration.
+answeredByAStranger() {
+    local port=$((20000 + RANDOM % 20000)) length
+    for length in "BASH_VERSINFO[\$(touch $base/open/ran)]" 99999999 -1; do
+        : >"$base/listens"
+        "${stranger[@]}" perl -MIO::Socket::INET -e '
+            my $listener = IO::Socket::INET->new(LocalAddr => "127.0.0.1", LocalPort => $ARGV[0], Listen => 1, ReuseAddr => 1);
+            $| = 1;
+            print "listens\n";
+            my $client = $listener->accept();
+            my $asked = "";
+            sysread($client, $asked, 4096, length $asked) or last until $asked =~ m{</CIM>};
+            print $client "HTTP/1.1 200 OK\r\nContent-Length: $ARGV[1]\r\n\r\n<x/>";
+        ' "$port" "$length" >"$base/listens" 2>&1 &
+        until grep -q listens "$base/listens"; do sleep 0.1; done
+        timeout 20 bash "$here/../packaging/sfcb/sfcb-ask" "$port" root/x C >"$base/out" 2>&1 &&
+            fail "the length $length is believed: $(cat "$base/out")"
+    done
+    [ ! -e "$base/open/ran" ] || fail "the answer ran a command as $(stat -c %U "$base/open/ran")"
+}

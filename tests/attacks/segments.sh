@@ -69,11 +69,13 @@ squattedKeysGivenAway() {
 
 # A monitor that was killed leaves its segments; a stranger makes processes until he gets its number.
 reusedNumber() {
+    local odd=$base/open/$'a)\n1 (b' # whose entry in /proc has a line feed
+    cp "$(command -v sleep)" "$odd"
     watch
     kill -KILL "$watching"
     wait "$watching" 2>/dev/null
     echo $((watching - 1)) >/proc/sys/kernel/ns_last_pid
-    "${stranger[@]}" sleep 1000 &
+    "${stranger[@]}" "$odd" 1000 &
     [ $! = "$watching" ] || fail "process $! instead of $watching"
     says 3 "no provider is running" peek
     works "beside a process with the dead monitor's number"

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <vector>
 
 #include "failure.h"
 #include "oxtMof.h"
@@ -94,13 +95,17 @@ oxthost::Reply HostedSession::call(const std::string &className, const std::stri
 void HostedSession::close() {
     if (!host_)
         return;
-    const auto host = std::move(host_);
+    auto host = std::move(host_);
     const oxthost::Reply replies[] = {host->cleanupInstance(true), host->cleanupMethod(true)};
     for (const auto &reply : replies)
-        if (!reply.ok())
+        if (!reply.ok()) {
+            // It keeps what it could not clean up, so its library stays: no destructor of this is called at the exit.
+            static auto *kept = new std::vector<std::unique_ptr<oxthost::Host>>;
+            kept->push_back(std::move(host));
             throw Failure(Exit::Refused,
                           "the provider failed while it was being unloaded: " + textOrCode(reply.message, reply.rc) +
                               "\nThe last change may not have been saved.");
+        }
 }
 
 } // namespace oxttool

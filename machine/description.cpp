@@ -234,6 +234,8 @@ void readFailures(const toml::table &from, Machine &machine) {
 Machine readMachine(const std::string &text) {
     Machine machine;
     machine.rest = Rest::Nothing;
+    if (text.find('\0') != std::string::npos) // which the parser would assert against
+        throw Malformed("this is not TOML: a zero byte");
     toml::table parsed;
     try {
         parsed = toml::parse(text);

@@ -198,6 +198,12 @@ ListenAddress parseListenAddress(const std::string &text) {
 }
 
 Settings parseSettings(const std::string &text, const std::string &name) {
+    if (const auto nul = text.find('\0'); nul != std::string::npos) // which the parser would assert against
+        throw Failure(
+            Exit::Usage,
+            name + ":" +
+                std::to_string(1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(nul), '\n')) +
+                ": this is no TOML: a zero byte.");
     try {
         return Reader(name).read(toml::parse(text, name));
     } catch (const toml::parse_error &error) {

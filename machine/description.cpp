@@ -235,7 +235,7 @@ Machine readMachine(const std::string &text) {
     Machine machine;
     machine.rest = Rest::Nothing;
     if (text.find('\0') != std::string::npos) // which the parser would assert against
-        throw Malformed("this is not TOML: a zero byte");
+        throw Malformed("1: this is not TOML: a zero byte");
     toml::table parsed;
     try {
         parsed = toml::parse(text);

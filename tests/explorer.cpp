@@ -245,9 +245,10 @@ void runOnce(const Scenario &scenario) {
     withAtomics = scenario.atomics;
     Hold hold(baton);
     running = make("the beginning", [&] { runAll(scenario); });
+    const pthread_t first = running->id; // others are added meanwhile
     running->turn.notify_one();
     hold.unlock();
-    pthread_join(threads.front()->id, nullptr);
+    pthread_join(first, nullptr);
     for (std::size_t i = 1; i < threads.size(); ++i) {
         if (threads[i]->isWatcher && !threads[i]->isJoined)
             giveUp("every thread is joined");

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -35,9 +36,15 @@ void answer(int client, bool ignorant) {
     const std::string body = ignorant ? "<IMETHODRESPONSE NAME=\"GetClass\"><ERROR CODE=\"6\"/></IMETHODRESPONSE>"
                                       : "<IMETHODRESPONSE NAME=\"GetClass\"><CLASS/></IMETHODRESPONSE>";
     const std::string text = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-    char question[4096];
-    if (read(client, question, sizeof question) > 0 && write(client, text.data(), text.size()) < 0)
-        return;
+    std::string question;
+    char part[4096];
+    for (ssize_t got = 1; got > 0 && question.find("</CIM>") == question.npos;) {
+        got = read(client, part, sizeof part);
+        question.append(part, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    }
+    if (write(client, text.data(), text.size()) < 0) {
+        // whoever asked has gone
+    }
     close(client);
 }
 

@@ -199,12 +199,16 @@ ListenAddress parseListenAddress(const std::string &text) {
 }
 
 Settings parseSettings(const std::string &text, const std::string &name) {
-    if (const auto nul = text.find('\0'); nul != std::string::npos) // which the parser would assert against
-        throw Failure(
-            Exit::Usage,
-            name + ":" +
-                std::to_string(1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(nul), '\n')) +
-                ": this is no TOML: a zero byte.");
+    // What the parser would assert against: a zero byte, and outside a text U+FB26 to U+FEFE (UTF-8: EF AC to EF BB).
+    for (std::size_t i = text.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0; i < text.size(); ++i) {
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : '\0');
+        if (text[i] != '\0' && (text[i] != '\xEF' || next < 0xAC || next > 0xBB))
+            continue;
+        const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(i), '\n');
+        throw Failure(Exit::Usage, name + ":" + std::to_string(line) +
+                                       (text[i] == '\0' ? ": this is no TOML: a zero byte."
+                                                        : ": a character of U+FB00 to U+FEFF cannot be read here."));
+    }
     try {
         return Reader(name).read(toml::parse(text, name));
     } catch (const toml::parse_error &error) {

@@ -47,13 +47,13 @@ class Session {
     virtual oxthost::Reply call(const std::string &className, const std::string &method,
                                 const Arguments &arguments) = 0;
 
-    // Lets the provider save and clean up where this session is its life. Throws a refusal when it reports a failure.
+    // Lets the provider save and clean up where its life began here. Throws a refusal when it reports a failure.
     virtual void close() {}
     // When the answers were measured, seconds since the epoch.
     virtual double measured() const;
     // Metrics in the words of what is asked, when it has some; else they are made of the answers.
     virtual std::optional<std::string> metrics() { return std::nullopt; }
-    // A sentence for people about where the answers come from; empty when they were measured for this session.
+    // A sentence for people about where the answers come from; empty when they were measured for it.
     virtual std::string source() const { return {}; }
     // A sentence about why the answers are no longer what the machine is like; empty when nothing says so.
     virtual std::string doubt() const { return {}; }

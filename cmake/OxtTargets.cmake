@@ -74,12 +74,3 @@ function(oxt_room name)
   list(TRANSFORM ROOM_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   set_property(GLOBAL APPEND PROPERTY OXT_ROOM_SOURCES ${ROOM_SOURCES}) # for those who compile them once more
 endfunction()
-
-# oxt_reads_toml(SOURCE...): sources of this folder that read TOML. What toml++ asserts does not hold for every malformed
-# file, and with NDEBUG it would be taken for granted: behind each such line it has an error of its own, which is to come.
-function(oxt_reads_toml)
-  find_path(OXT_TOML toml++/toml.h REQUIRED DOC "toml++ (Debian: libtomlplusplus-dev)")
-  mark_as_advanced(OXT_TOML)
-  set_property(SOURCE ${ARGN} APPEND PROPERTY COMPILE_OPTIONS -UNDEBUG "-DTOML_ASSERT(expression)=static_cast<void>(0)"
-    -DTOML_HEADER_ONLY=1)
-endfunction()

@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <sstream>
 
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
-#include <toml++/toml.h>
-
 #include "devices.h"
+#include "tomlFile.h"
 
 namespace oxtmachine {
 
@@ -57,7 +57,7 @@ class Table {
         const auto value = node.value_exact<std::string>();
         if (!value || value->find('\0') != std::string::npos)
             refuse(node.source(), std::string("'") + key + "' must be a text in quotes.");
-        return *value;
+        return oxttoml::textOf(*value);
     }
     std::int64_t number(const char *key, std::int64_t least, std::int64_t most, std::int64_t otherwise) {
         const toml::node *const node = find(key);
@@ -104,7 +104,7 @@ class Table {
     void finish() const {
         for (const auto &[key, node] : table_)
             if (known_.count(std::string(key.str())) == 0)
-                refuse(key.source(), quoted(std::string(key.str())) + " is not a key of " + what_ + ".");
+                refuse(key.source(), quoted(oxttoml::textOf(key.str())) + " is not a key of " + what_ + ".");
     }
     const toml::source_region &source() const { return table_.source(); }
 
@@ -234,13 +234,11 @@ void readFailures(const toml::table &from, Machine &machine) {
 Machine readMachine(const std::string &text) {
     Machine machine;
     machine.rest = Rest::Nothing;
-    if (text.find('\0') != std::string::npos) // which the parser would assert against
-        throw Malformed("1: this is not TOML: a zero byte");
     toml::table parsed;
     try {
-        parsed = toml::parse(text);
-    } catch (const toml::parse_error &problem) {
-        refuse(problem.source(), "this is not TOML: " + std::string(problem.description()));
+        parsed = oxttoml::parse(text);
+    } catch (const oxttoml::NotToml &problem) {
+        throw Malformed(std::to_string(problem.line) + ": this is not TOML: " + problem.what());
     }
     Table table(parsed, "a machine");
     if (const toml::node *name = table.find("name"))

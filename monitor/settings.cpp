@@ -9,11 +9,10 @@
 #include <cerrno>
 #include <cstring>
 
-#include <toml++/toml.h>
-
 #include "failure.h"
 #include "fd.h"
 #include "shownText.h"
+#include "tomlFile.h"
 
 namespace oxttool {
 
@@ -52,9 +51,10 @@ std::string Reader::text(const toml::node &node, const std::string &key) const {
     const auto *value = node.as_string();
     if (!value)
         refuse(node, key + " has to be a text in quotes.");
-    if (value->get().empty() || value->get().size() > kMostText || value->get().find('\0') != std::string::npos)
+    const std::string text = oxttoml::textOf(value->get());
+    if (text.empty() || text.size() > kMostText || text.find('\0') != std::string::npos)
         refuse(node, key + " has to have 1 to " + std::to_string(kMostText) + " characters.");
-    return value->get();
+    return text;
 }
 
 Amount Reader::amount(const toml::node &node, const std::string &key) const {
@@ -63,7 +63,7 @@ Amount Reader::amount(const toml::node &node, const std::string &key) const {
     if (!value || value->get().empty() || (value->get().back() >= '0' && value->get().back() <= '9'))
         refuse(node, key + " has to be an amount with its unit or a percentage, in quotes: \"20G\", \"15%\".");
     try {
-        return parseAmount(value->get());
+        return parseAmount(oxttoml::textOf(value->get()));
     } catch (const Failure &failure) {
         const std::string what = failure.what();
         refuse(node, key + ": " + what.substr(0, what.find('\n')));
@@ -102,7 +102,7 @@ Rule Reader::rule(const toml::node &node) const {
     Rule rule;
     rule.line = static_cast<int>(table->source().begin.line);
     for (const auto &[name, value] : *table) {
-        const std::string key(name);
+        const std::string key = oxttoml::textOf(name);
         if (key == "mount")
             rule.mount = text(value, key);
         else if (key == "device")
@@ -128,7 +128,7 @@ Rule Reader::rule(const toml::node &node) const {
 Settings Reader::read(const toml::table &file) {
     Settings settings;
     for (const auto &[name, value] : file) {
-        const std::string key(name);
+        const std::string key = oxttoml::textOf(name);
         if (key == "cycle") {
             settings.cycleSeconds = cycle(value);
         } else if (key == "listen") {
@@ -199,21 +199,11 @@ ListenAddress parseListenAddress(const std::string &text) {
 }
 
 Settings parseSettings(const std::string &text, const std::string &name) {
-    // What the parser would assert against: a zero byte, and outside a text U+FB26 to U+FEFE (UTF-8: EF AC to EF BB).
-    for (std::size_t i = text.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0; i < text.size(); ++i) {
-        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : '\0');
-        if (text[i] != '\0' && (text[i] != '\xEF' || next < 0xAC || next > 0xBB))
-            continue;
-        const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(i), '\n');
-        throw Failure(Exit::Usage, name + ":" + std::to_string(line) +
-                                       (text[i] == '\0' ? ": this is no TOML: a zero byte."
-                                                        : ": a character of U+FB00 to U+FEFF cannot be read here."));
-    }
     try {
-        return Reader(name).read(toml::parse(text, name));
-    } catch (const toml::parse_error &error) {
-        throw Failure(Exit::Usage, name + ":" + std::to_string(error.source().begin.line) +
-                                       ": this is no TOML: " + printable(std::string(error.description())));
+        return Reader(name).read(oxttoml::parse(text));
+    } catch (const oxttoml::NotToml &problem) {
+        throw Failure(Exit::Usage, name + ":" + std::to_string(problem.line) +
+                                       ": this is no TOML: " + printable(problem.what()) + ".");
     }
 }
 

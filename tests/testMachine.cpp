@@ -10,6 +10,7 @@
 #include <signal.h>
 #include <sys/inotify.h>
 
+#include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "description.h"

@@ -37,7 +37,7 @@ size_t mostListed(const FsSystem *system) {
 }
 
 // Entries that can be examined and are of an accepted type. Repeated and layered ones count too: this sizes the list.
-// While nobody traces, the count ends once no directory can miss its room.
+// While nobody traces, the counting stops as soon as the list is certain to hold every directory.
 int countCandidates(const char *function, const FsSystem *system) {
     const size_t most = mostListed(system);
     int count = 0;

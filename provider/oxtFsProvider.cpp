@@ -20,7 +20,8 @@ struct MethodRow {
     OxtMethodHandler handler;
 };
 
-// A class's handlers. A class without methods refuses calls by its own name, one with methods by the method's.
+// A class's handlers. An unknown method is traced as a wrong class name where the class has no methods, and as a wrong
+// method name elsewhere.
 struct ClassRow {
     const char *name;
     bool isThread; // served in every state; its methods' outcome is their return value
@@ -73,6 +74,7 @@ const MethodRow *findMethod(const ClassRow &row, const char *name) {
     return nullptr;
 }
 
+// Start and end of a request are traced at the failure level: they show where normal lines are switched off.
 #define ENTRY_TRACE(...) OXT_TRACE_AS(function, __VA_ARGS__)
 #define ENTRY_MARK(...) OXT_TRACE_FAIL_AS(function, __VA_ARGS__)
 
@@ -171,7 +173,7 @@ CMPIStatus cleanUp(const char *function, CMPIBoolean terminating) {
     ENTRY_TRACE("fsCleanUpProvider()");
     const CMPIStatus status = fsCleanUpProvider(&cInfo, terminating != 0);
     ENTRY_MARK("## end ## ret=[%d]", static_cast<int>(status.rc));
-    if (status.rc == CMPI_RC_OK)
+    if (status.rc == CMPI_RC_OK) // last: every line above needs the trace library
         FinishProcess();
     return status;
 }

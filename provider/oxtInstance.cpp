@@ -7,13 +7,15 @@
 
 namespace {
 
+// One body serves all classes, and the trace names each one's own builder.
 #define BUILDER_TRACE(...) OXT_TRACE_AS(cls.builder, __VA_ARGS__)
 #define BUILDER_FAIL(...) OXT_TRACE_FAIL_AS(cls.builder, __VA_ARGS__)
 
 // A property's type by the kind of its field.
 constexpr CMPIType TYPES[] = {CMPI_chars, CMPI_chars, CMPI_uint16, CMPI_sint16, CMPI_uint32, CMPI_uint32};
 
-// What the filter excludes is not set, and the host says so in a status that changes nothing here.
+// The status of CMSetProperty is passed over on purpose: for a property that the client's filter excludes it is an
+// error, and the instance is to have the others all the same.
 void setProperty(const OxtClass &cls, CMPIInstance *instance, const FsField &field, const void *record) {
     FsShown number;
     const CMPIType type = TYPES[field.kind];

@@ -84,6 +84,7 @@ std::shared_ptr<InstanceBody> agentInstanceAt(Broker &broker, PathBody path, con
     if (!sameName(path.className, agentClass) || !sameName(path.nameSpace, broker.options.nameSpace) ||
         mode.kind == ServiceMode::NoSuchInstance)
         return nullptr;
+    // A client may leave the key out; one that names another instance gets none.
     const Datum key = toDatum(Value::string(agentInstance));
     for (const NamedDatum &given : path.keys)
         if (!sameName(given.name, agentKey) || given.datum.text != key.text)
@@ -101,6 +102,7 @@ std::shared_ptr<InstanceBody> agentInstanceAt(Broker &broker, PathBody path, con
 void fillThreads(CMPIBrokerFT &ft) {
     ft.prepareAttachThread = [](const CMPIBroker *mb, const CMPIContext *ctx) -> CMPIContext * {
         return onBroker("prepareAttachThread", mb, nullptr, [=](Broker &broker) {
+            // A copy that outlives the request, made in the request's thread: the new thread may start when it is over.
             auto context = std::make_shared<ContextBody>(*broker.use<ContextBody>(ctx, "prepareAttachThread"));
             context->use = Use::Prepared;
             return broker.make(std::move(context), ownedByProvider);

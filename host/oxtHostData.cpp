@@ -45,7 +45,7 @@ std::int64_t widen(const CMPIValue &value, const Scalar &scalar) {
         return static_cast<std::int64_t>(value.real64);
     std::uint64_t number = 0;
     std::memcpy(&number, &value, scalar.width);
-    const unsigned unused = 64 - 8 * scalar.width;
+    const unsigned unused = 64 - 8 * scalar.width; // up and down again: the signed shift copies the sign
     const std::uint64_t high = number << unused;
     return scalar.isSigned ? static_cast<std::int64_t>(high) >> unused : static_cast<std::int64_t>(high >> unused);
 }

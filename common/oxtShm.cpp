@@ -13,11 +13,11 @@
 #include <unistd.h>
 
 #include "oxtFile.h"
+#include "oxtPaths.h"
 #include "oxtTrace.h"
 
 namespace {
 
-constexpr int KEY_PROJECT = 69;   // ftok(3)'s second argument, known to readers of the segments
 constexpr int TRY_LIMIT = 65536;  // under new keys, while each is another's
 constexpr int REFUSAL_LIMIT = 64; // when the kernel refuses for another reason, as for want of segments: no key helps,
 constexpr time_t REFUSAL_SECONDS = 3; // and each try costs a file and lines of the trace
@@ -45,7 +45,7 @@ bool keyOf(const char *function, const char *keyFile, key_t *key) {
         OXT_REQUIRE_AS(function, oxtOpenFile(keyFile, "w") != nullptr, false,
                        "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     }
-    *key = ftok(keyFile, KEY_PROJECT);
+    *key = ftok(keyFile, OXT_SHMKEY_PROJECT);
     OXT_REQUIRE_AS(function, *key != -1, false, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     return true;
 }

@@ -8,7 +8,7 @@
 #include "oxtFsTurn.h"
 
 pthread_mutex_t instMutexFs = PTHREAD_MUTEX_INITIALIZER;
-std::atomic<int> gfs_SleepSec{60};
+std::atomic<int> gfs_SleepSec{OXT_CYCLE_DEFAULT};
 OxtThreadId gfs_thid{0};
 ShmInfo shmFs[OXT_CID_FS_COUNT] = {
     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr FsConf DEFAULT_CONF = {60, 10, 3600, 60};
+constexpr FsConf DEFAULT_CONF = {OXT_CYCLE_DEFAULT, OXT_CYCLE_MIN, OXT_CYCLE_MAX, OXT_CYCLE_DEFAULT};
 
 int allocateSmallRecords(const char *function, DatInfo areas[]) {
     areas[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));

@@ -130,15 +130,15 @@ bool isMonitoredType(const char *type) {
     return false;
 }
 
-// Fixed ext and xfs file systems get thresholds of a tenth and a hundredth of their size, and a status.
+// Fixed ext and xfs file systems get their default thresholds, and a status.
 void setDefaults(FsProv *prov) {
     if (prov->DriveType != OXT_DRIVE_FIXED || !isMonitoredType(prov->_FileSystemType))
         return;
     if (prov->_FileSystemSize >= OXT_FS_MIN_SIZE) {
         const double size = static_cast<double>(prov->_FileSystemSize);
         prov->MonitorThreshold = 1;
-        prov->WarningThreshold = prov->WarningThresholdDefault = static_cast<uint32_t>(size * 0.1);
-        prov->FatalThreshold = prov->FatalThresholdDefault = static_cast<uint32_t>(size * 0.01);
+        prov->WarningThreshold = prov->WarningThresholdDefault = static_cast<uint32_t>(size * OXT_FS_WARNING_SHARE);
+        prov->FatalThreshold = prov->FatalThresholdDefault = static_cast<uint32_t>(size * OXT_FS_FATAL_SHARE);
     }
     prov->FreeSpaceStatus = static_cast<int16_t>(fsGetFreeSpaceStatus(prov));
 }

@@ -20,6 +20,7 @@
 #include "failure.h"
 #include "oxtFile.h"
 #include "oxtFsSave.h"
+#include "oxtPaths.h"
 #include "oxtShm.h"
 #include "recordSession.h"
 #include "saveFile.h"
@@ -88,12 +89,13 @@ class Peek : public ::testing::Test {
     }
     void removeSegments() const {
         for (int digit = 0; digit < 3; ++digit)
-            if (const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), 0, 0); id > 0)
+            if (const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), OXT_SHMKEY_PROJECT), 0, 0); id > 0)
                 shmctl(id, IPC_RMID, nullptr);
     }
     int makeSegment(int digit, const std::string &bytes) const {
         std::ofstream(keyFileOf(root_, digit)).close();
-        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), bytes.size(), IPC_CREAT | IPC_EXCL | 0600);
+        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), OXT_SHMKEY_PROJECT), bytes.size(),
+                              IPC_CREAT | IPC_EXCL | 0600);
         void *at = shmat(id, nullptr, 0);
         memcpy(at, bytes.data(), bytes.size());
         shmdt(at);

@@ -27,6 +27,7 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "providerSegment.h"
 #include "screen.h"
 #include "shownText.h"
 #include "shownTraceLine.h"
@@ -345,7 +346,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
 
     const pid_t maker = fork();
     if (maker == 0) {
-        shmget(ftok(keyFile.c_str(), 69), 16, IPC_CREAT | IPC_EXCL | 0600);
+        shmget(ftok(keyFile.c_str(), kKeyProject), 16, IPC_CREAT | IPC_EXCL | 0600);
         for (;;)
             pause();
     }
@@ -358,7 +359,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     EXPECT_FALSE(findProviderAtWork(root_)) << "a link is no key file";
     std::filesystem::rename(moved, keyFile);
     shmid_ds about = {};
-    const int made = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    const int made = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     ASSERT_EQ(shmctl(made, IPC_STAT, &about), 0);
     about.shm_perm.mode = 0640;
     ASSERT_EQ(shmctl(made, IPC_SET, &about), 0);
@@ -370,7 +371,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     EXPECT_EQ(found->keyFile, keyFile);
     EXPECT_THAT(describe(*found), HasSubstr(std::to_string(maker)));
 
-    const int id = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    const int id = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
     shmctl(id, IPC_RMID, nullptr);
 }

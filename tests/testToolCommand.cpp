@@ -29,6 +29,7 @@
 #include "golden.h"
 #include "grid.h"
 #include "jsonSchema.h"
+#include "providerSegment.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ class ToolCommand : public ::testing::Test {
         isolated_ = geteuid() == 0 && unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
                     mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && mountAt("/mnt");
         for (const char *part : {"data", "work", "log"})
-            isolated_ = isolated_ && mountAt(agentPath(part));
+            isolated_ = isolated_ && mountOver(agentPath(part));
         setenv("LC_ALL", "C.UTF-8", 1);
         setenv("T", OXTFSCTL, 1);
         std::setlocale(LC_CTYPE, "");
@@ -53,6 +54,10 @@ class ToolCommand : public ::testing::Test {
             isolated_ && std::system("cd /mnt && printf 'Block devices:\\n  8 sd\\n 11 sr\\n' >devices && mkdir etc && "
                                      "cp /etc/ld.so.cache etc && : >etc/mtab && cp -L $T oxtfsctl && "
                                      "mount --bind devices /proc/devices && mount --bind etc /etc") == 0;
+    }
+    static bool mountOver(const std::string &path) { // another test may have left it away
+        filesystem::create_directories(path);
+        return mountAt(path);
     }
     static bool mountAt(const std::string &path) { return mount("none", path.c_str(), "tmpfs", 0, "mode=755") == 0; }
 
@@ -232,7 +237,7 @@ TEST_F(ToolCommand, aSegmentOfAnotherProcessStopsAChange) {
     const std::string keyFile = agentPath("work/oxtfsshm.key0");
     std::ofstream(keyFile).close();
     const int first = shmget(IPC_PRIVATE, 1, 0600); // an identifier of 0, perhaps, which is never a provider's
-    const int id = shmget(ftok(keyFile.c_str(), 69), 8, IPC_CREAT | IPC_EXCL | 0600);
+    const int id = shmget(ftok(keyFile.c_str(), oxttool::kKeyProject), 8, IPC_CREAT | IPC_EXCL | 0600);
     shmctl(first, IPC_RMID, nullptr);
     ASSERT_GT(id, 0);
     const Ended busy = run("warn 1 5M");

@@ -102,7 +102,9 @@ void oxtTraceEnd();
         }                                                                                                              \
     } while (0)
 
-// The same in the function's own name, and in another's: bodies that several functions share trace for their caller.
+// The same in the function's own name, and in another's: a body that several functions share traces in the name of its
+// caller. It gets the name as its first argument, `function`: C++17 cannot tell who calls, and a name kept beside the
+// thread would be the wrong one behind each call of a function that traces for itself.
 #define OXT_TRACE(...) OXT_TRACE_AS(__func__, __VA_ARGS__)
 #define OXT_TRACE_FAIL(...) OXT_TRACE_FAIL_AS(__func__, __VA_ARGS__)
 #define OXT_TRACE_AS(function, ...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)

@@ -48,7 +48,7 @@ std::string unitIn(const std::string &text) {
                                                        : "";
 }
 
-TEST(Pages, theFormatsHaveEachFieldWithItsUnit) {
+TEST(Pages, TheFormatsHaveEachFieldWithItsUnit) {
     std::vector<std::string> fields, rows;
     add(fields, FS_CONF_FIELDS);
     add(fields, FS_TNUM_FIELDS);
@@ -83,7 +83,7 @@ TEST(Pages, theFormatsHaveEachFieldWithItsUnit) {
     EXPECT_EQ(std::count(shown.begin(), shown.end(), nlohmann::json(1048576)), spaces) << shown;
 }
 
-TEST(Pages, theTypesOfTheFormatsAreKnownToSave) {
+TEST(Pages, TheTypesOfTheFormatsAreKnownToSave) {
     const std::string formats = page("docs/formats.md");
     std::smatch list;
     ASSERT_TRUE(std::regex_search(formats, list, std::regex("`_FileSystemType`: ([^|]*)")));
@@ -99,7 +99,7 @@ TEST(Pages, theTypesOfTheFormatsAreKnownToSave) {
     EXPECT_EQ(count, 5);
 }
 
-TEST(Pages, theyTellTheProvidersNumbers) {
+TEST(Pages, TheyTellTheProvidersNumbers) {
     const auto percent = [](double share) { return std::to_string(std::lround(share * 100)) + " %"; };
     const std::string warning = percent(OXT_FS_WARNING_SHARE), fatal = percent(OXT_FS_FATAL_SHARE);
     const std::string least = "at least " + std::to_string(OXT_FS_MIN_SIZE) + " MiB", cycle = cycleRange();

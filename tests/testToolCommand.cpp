@@ -152,7 +152,7 @@ std::string told(const std::string &line, const std::function<Ended(const std::s
     return std::regex_replace(out, std::regex(oxttool::agentDirectory()), "AGENT/");
 }
 
-TEST_F(ToolCommand, commandsInARow) {
+TEST_F(ToolCommand, CommandsInARow) {
     prepare(": >/mnt/etc/mtab");
     expectReplay("commands.txt", [&](const std::string &line) -> std::string {
         if (line.rfind("sh ", 0) == 0) {
@@ -173,7 +173,7 @@ TEST_F(ToolCommand, commandsInARow) {
     });
 }
 
-TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
+TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     mountTwo();
     for (const char *command : {"monitor 1 on", "warn 1 64", "fatal 1 16M"})
         ASSERT_EQ(run(command).exit, 0) << command;
@@ -220,7 +220,7 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_EQ(failures.out, "");
 }
 
-TEST_F(ToolCommand, watchEndsByItselfAtAKeyAndWhenNobodyReads) {
+TEST_F(ToolCommand, WatchEndsByItselfAtAKeyAndWhenNobodyReads) {
     mountTwo();
     const Ended keyed = runOnTerminal(OXTFSCTL " watch --for 60", 80, "q ends", "sq");
     EXPECT_EQ(keyed.exit, 0) << keyed.out;
@@ -232,7 +232,7 @@ TEST_F(ToolCommand, watchEndsByItselfAtAKeyAndWhenNobodyReads) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
 }
 
-TEST_F(ToolCommand, aSegmentOfAnotherProcessStopsAChange) {
+TEST_F(ToolCommand, ASegmentOfAnotherProcessStopsAChange) {
     mountTwo();
     const std::string keyFile = agentPath("work/oxtfsshm.key0");
     std::ofstream(keyFile).close();
@@ -247,7 +247,7 @@ TEST_F(ToolCommand, aSegmentOfAnotherProcessStopsAChange) {
     EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0) << "the other provider's memory is left alone";
 }
 
-TEST_F(ToolCommand, theLogIsShownAndFollowed) {
+TEST_F(ToolCommand, TheLogIsShownAndFollowed) {
     const std::string path = agentPath("log/oxtfs.log");
     const auto append = [](const std::string &to, const std::string &text, int level) {
         std::ofstream(to, std::ios::app) << "2031-01-05T07:08:09.123Z 1 1 " << level << " f:1 " << text << "\n";

@@ -84,6 +84,8 @@ bool reopen(TraceLogFile &log, const char *path, bool ours, struct stat &status)
         return false;
     }
     const int file = log.file.load(std::memory_order_relaxed);
+    // In place, under the old number: a writer that has just read the number writes into the new file, and never into
+    // what the host opens next under a number that we gave back.
     if (ours && dup3(fresh, file, O_CLOEXEC) == file) {
         (void)close(fresh);
     } else {
@@ -145,6 +147,7 @@ bool isReady(TraceLogFile &log, const TraceMoment &when, const TraceSettings &se
 // One write of one line; false when the file did not take the whole of it.
 bool append(TraceLogFile &log, const TraceSettings &settings, const TraceLine &line) {
     const auto bytes = static_cast<std::int64_t>(line.length);
+    // Room is taken before the write and given back after a failure: many threads at once cannot pass the limit.
     const std::int64_t size = log.size.fetch_add(bytes, std::memory_order_relaxed) + bytes;
     if (size > settings.capacity || size - log.lookAt.load(std::memory_order_relaxed) > lateMost(settings)) {
         log.size.fetch_sub(bytes, std::memory_order_relaxed);
@@ -209,7 +212,7 @@ const char *traceLogName(const TraceLogFile &log) {
 }
 
 void writeTrace(TraceLogFile &log, const TraceSettings &settings, const TraceMoment &when, const TraceLine &line) {
-    int before = 0;
+    int before = 0; // a thread that is cancelled here would stay the file's keeper for ever
     (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
     const auto hasNothingToReport = [&log] { return log.dropped.load(std::memory_order_relaxed) == 0; };
     if (!isReady(log, when, settings) || !(hasNothingToReport() || reportDropped(log, settings, when)) ||

@@ -25,6 +25,7 @@ bool isLookDue(const Watch &watch, const TraceMoment &now) {
 }
 
 bool beginLook(Watch &watch, const TraceMoment &now, bool needed) {
+    // A keeper of another process is the parent's thread, which a forked child does not have: its place is free.
     int keeper = watch.keeper.load(std::memory_order_relaxed);
     if (keeper != now.process && watch.keeper.compare_exchange_strong(keeper, now.process)) {
         return true;

@@ -15,7 +15,7 @@ libsmartcols-dev   | header libsmartcols/libsmartcols.h     | libsmartcols of ut
 libgtest-dev       | header gtest/gtest.h                   | GoogleTest
 libgmock-dev       | header gmock/gmock.h                   | GoogleMock, a part of GoogleTest
 nlohmann-json3-dev | header nlohmann/json.hpp               | nlohmann/json, a library of C++ headers for JSON
-libboost-dev       | header boost/asio.hpp                 | the headers of Boost
+libboost-dev       | header boost/beast/http/parser.hpp     | the headers of Boost, Beast among them
 libtomlplusplus-dev | header toml++/toml.h                  | toml++, a library of C++ headers for TOML
 e2fsprogs          | program mkfs.ext4                      | e2fsprogs: mkfs.ext4
 xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs

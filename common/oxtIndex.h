@@ -1,5 +1,6 @@
-// A hash index over positions 0 to count-1: a search that would walk visits only those that may match, in order.
-// An index that was not made (no memory, or somebody wants to see every step) visits all of them.
+// A hash index over positions 0 to count-1. It replaces a search from the first position to the last: it visits, in
+// ascending order, only the positions whose hash matches. An index that was not made (there was no memory, or a trace
+// has to show each step) visits all of them, so a caller compares what it finds in any case.
 #ifndef OXT_INDEX_H
 #define OXT_INDEX_H
 

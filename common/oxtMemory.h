@@ -13,7 +13,7 @@ constexpr int OXT_CID_FS_SIZES[OXT_CID_FS_COUNT] = {8, 4, 1840}; // bytes of one
 // One class's records in process memory.
 struct DatInfo {
     int datSize;  // bytes of one record
-    int datNum;   // records; between a new count and reallocDatArea the block may hold fewer
+    int datNum;   // records; whoever calls reallocDatArea sets it first, and until then the block may be smaller
     void *datAdr; // owned; null while nothing is allocated
 };
 
@@ -28,7 +28,7 @@ void *memrealloc(void *ptr, int size);
 // A text with its zero, cut to the buffer.
 void oxtCopyText(char *to, size_t size, const char *from);
 
-// datSize * datNum, or 0 when that is not the size of any block an int can describe.
+// datSize * datNum; 0 if one of them is not positive, or the product is greater than an int.
 int oxtAreaSize(const DatInfo *area);
 
 // Frees a buffer that the function owns and forgets it.

@@ -8,6 +8,7 @@
 
 inline constexpr char OXT_PATH_SAVE[] = OXT_AGENT_DIR "data/oxtfssave.dat";
 inline constexpr char OXT_PATH_SHMKEY[] = OXT_AGENT_DIR "work/oxtfsshm.key"; // the class digit is appended
+constexpr int OXT_SHMKEY_PROJECT = 69; // ftok(3)'s second argument beside it, known to readers of the segments
 inline constexpr char OXT_PATH_MTAB[] = "/etc/mtab";
 inline constexpr char OXT_PATH_DEVICES[] = "/proc/devices";
 

@@ -26,7 +26,7 @@ int readServiceMode(const char *function, const OxtCInfo *cInfo, const CMPIObjec
         return -1;
     }
     const CMPIData data = CMGetProperty(instance, AGENT_PROPERTY, &rc);
-    const int byte = data.value.boolean;
+    const int byte = data.value.boolean; // the low byte, whatever integer the agent's class declares
     CMRelease(instance);
     if (rc.rc != CMPI_RC_OK || (data.state & (CMPI_nullValue | CMPI_notFound | CMPI_badValue)) != 0) {
         OXT_TRACE_FAIL_AS(function, "_OUT_ CMGetProperty() Failure!!");

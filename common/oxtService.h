@@ -10,7 +10,8 @@
 
 #include "cmpidt.h"
 
-// What a call knows of its object manager. Lives for one call (the watch thread's for the thread).
+// The broker and the context of the request in progress, for whatever may call the object manager. Lives for one
+// request; the watch thread has one of its own.
 struct OxtCInfo {
     const CMPIBroker *broker;
     const CMPIContext *context; // null where no upcall may be made (the clean-up calls)
@@ -21,13 +22,13 @@ extern std::atomic<int> g_srvmod; // -1 not yet known, else 0 or 1 for the life 
 // 1 in service mode; 0 otherwise and while the mode cannot be read, which the next call tries again.
 int getServiceMode(const OxtCInfo *cInfo);
 
-// 0 when the caller may go on: the mutex is locked, or the service mode makes that needless; -1 when not. *held (may
-// be null) tells which, for mutexUnlock.
+// Locks the mutex, except in service mode, where it does nothing. 0, or -1 when the mutex stays busy. *held (may be
+// null) tells whether it was locked, and goes to mutexUnlock: the mode can become known in between.
 int nonsrvMutexLock(const OxtCInfo *cInfo, pthread_mutex_t *mutex, bool *held = nullptr);
 // Unlocks what it is given. With held false the mutex was never locked: the lines are traced, nothing is unlocked.
 void mutexUnlock(pthread_mutex_t *mutex, bool held = true);
 
-// The same tries without the service mode: 0 when locked, else -1. The lines carry the caller's function name.
+// Lock and unlock in every mode, with the same 30 tries: 0 or -1. Traced in the caller's name.
 int oxtMutexTryLock(const char *function, pthread_mutex_t *mutex);
 int oxtMutexUnlock(const char *function, pthread_mutex_t *mutex, bool held);
 

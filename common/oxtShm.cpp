@@ -13,11 +13,11 @@
 #include <unistd.h>
 
 #include "oxtFile.h"
+#include "oxtPaths.h"
 #include "oxtTrace.h"
 
 namespace {
 
-constexpr int KEY_PROJECT = 69;   // ftok(3)'s second argument, known to readers of the segments
 constexpr int TRY_LIMIT = 65536;  // under new keys, while each is another's
 constexpr int REFUSAL_LIMIT = 64; // when the kernel refuses for another reason, as for want of segments: no key helps,
 constexpr time_t REFUSAL_SECONDS = 3; // and each try costs a file and lines of the trace
@@ -28,7 +28,7 @@ bool exists(const char *name) {
     return stat(name, &st) == 0;
 }
 
-// The service-mode guard of a segment: held or not needed, 0; -1 when the mutex stays busy.
+// Locks the segment's mutex in service mode, and does nothing otherwise. 0, or -1 when the mutex stays busy.
 int guardLock(const OxtCInfo *cInfo, ShmInfo *shm, bool *guarded) {
     *guarded = getServiceMode(cInfo) == 1;
     return *guarded ? shmMutexLock(&shm->mutex) : 0;
@@ -45,7 +45,7 @@ bool keyOf(const char *function, const char *keyFile, key_t *key) {
         OXT_REQUIRE_AS(function, oxtOpenFile(keyFile, "w") != nullptr, false,
                        "_OUT_ fopen Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     }
-    *key = ftok(keyFile, KEY_PROJECT);
+    *key = ftok(keyFile, OXT_SHMKEY_PROJECT);
     OXT_REQUIRE_AS(function, *key != -1, false, "_OUT_ ftok Failure!! fnm=[%s] errno=[%d]", keyFile, errno);
     return true;
 }
@@ -166,8 +166,8 @@ size_t commonBytes(const DatInfo *ins, const ShmInfo *shm) {
 
 enum Direction { TO_SHM, FROM_SHM };
 
-// Asks for the pages of a copy of several in one call instead of one fault each. A kernel before 5.14 refuses, and
-// headers that old do not have the advice: the copy then takes its faults.
+// Gets the pages of a larger copy with one call instead of a page fault each. A kernel before 5.14 refuses, and headers
+// that old do not have the advice: the copy works all the same.
 void populate([[maybe_unused]] void *address, [[maybe_unused]] size_t bytes, [[maybe_unused]] Direction direction) {
 #if defined(MADV_POPULATE_READ) && defined(MADV_POPULATE_WRITE)
     constexpr size_t POPULATE_FROM = 8 * 1024; // bytes
@@ -214,6 +214,7 @@ int shmCreate(const OxtCInfo *cInfo, ShmInfo *shm, const char *fnm, int cid, int
     Search search = {};
     const int id = named ? createUnderFreeKey(__func__, keyFile, cid, size, &search) : -1;
     const int error = errno;
+    // A key file that could not be made ends the search earlier, and has written its own exit line.
     if (id == -1 && (search.tries >= TRY_LIMIT - 1 || isRefused(search)))
         OXT_TRACE_FAIL("_OUT_ shmget Failure!!*[%d]", search.tries);
     if (named)
@@ -270,7 +271,8 @@ int matchSegment(const char *function, const OxtCInfo *cInfo, const char *fnm, i
         OXT_REQUIRE_AS(function, shmDestroy(cInfo, shm) == 0, -1, "shmDestroy(%d) Failure!! errno=[%d]", cid, errno);
     }
     if (ins->datNum != 0 && (shm->shmNum != ins->datNum || shm->shmAdr == nullptr)) {
-        if (shm->shmId > 0) // never attached: nothing else would remove it
+        // A segment that was never attached was never filled, so it is made anew, and nothing else would remove it.
+        if (shm->shmId > 0)
             shmctl(shm->shmId, IPC_RMID, nullptr);
         OXT_REQUIRE_AS(function, newSegment(function, cInfo, fnm, cid, ins, shm), -1,
                        "shmCreate(%d) Failure!! errno=[%d]", cid, errno);
@@ -300,7 +302,7 @@ int shmNew(const OxtCInfo *cInfo, int max, const char *fnm, DatInfo ins[], ShmIn
         OXT_TRACE("_OUT_");
         return 0;
     }
-    for (int cid = 0; cid <= max; ++cid)
+    for (int cid = 0; cid <= max; ++cid) // also those without a segment: the trace shows that each is refused
         shmDestroy(cInfo, &shm[cid]);
     OXT_TRACE("_OUT_ [OXT_FALSE]");
     return -1;
@@ -314,6 +316,8 @@ int copySegment(const char *function, const OxtCInfo *cInfo, DatInfo *ins, ShmIn
     OXT_REQUIRE_AS(function, guardLock(cInfo, shm, &guarded) == 0, -1, "_OUT_ thmutex_lock Failure!!");
     if (direction == TO_SHM && shm->content == OXT_SHM_CURRENT)
         shm->content = OXT_SHM_STALE; // until it is written
+    // A segment that cannot be attached is no failure: it stays STALE or EMPTY, and whoever reads a STALE one gets the
+    // records in process memory. The failed attach has written an exit line; the one at the end follows all the same.
     if (const Attachment segment = attach(function, shm)) {
         const size_t bytes = commonBytes(ins, shm);
         if (direction == TO_SHM) {
@@ -364,7 +368,7 @@ int reallocDatArea(const OxtCInfo *cInfo, const char *shmKeyFnm, int cid, DatInf
     OXT_REQUIRE(shm != nullptr, -1, "_OUT_ param(shm) Failure!!");
     OXT_TRACE("cid=[%d] insNum=[%d] shmNum=[%d]", cid, ins->datNum, shm->shmNum);
     const int kept = ins->datAdr != nullptr ? std::min(shm->shmNum, ins->datNum) : 0;
-    if (shm->shmNum > 0) {
+    if (shm->shmNum > 0) { // before the new one is made, which would find its key taken
         OXT_TRACE("shmDestroy()");
         OXT_REQUIRE(shmDestroy(cInfo, shm) == 0, -1, "_OUT_ shmDestroy() Failure!! errno=[%d]", errno);
     }

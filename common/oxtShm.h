@@ -1,8 +1,8 @@
-// System V shared-memory segments: the twins of the class data areas, readable by other processes.
+// System V shared-memory segments: each holds a copy of one class's records, so that other processes can read them.
 //
-// A segment's key comes from a key file ("<base><class digit>") through ftok(3). A stale segment under that key is
-// stepped around by moving the key file away and making a new one. In service mode each descriptor's mutex is held for
-// the work on its segment; outside it the callers are ordered by the instance lock.
+// A segment's key comes from a key file ("<base><class digit>") through ftok(3). If another segment has that key, the
+// key file is renamed and a new one made: its inode gives another key. In service mode each descriptor's mutex is held
+// for the work on its segment; outside it the callers are ordered by the instance lock.
 #ifndef OXT_SHM_H
 #define OXT_SHM_H
 
@@ -44,10 +44,10 @@ int shmNew(const OxtCInfo *cInfo, int max, const char *fnm, DatInfo ins[], ShmIn
 int setInstToShm(const OxtCInfo *cInfo, DatInfo *ins, ShmInfo *shm);
 int setShmToInst(const OxtCInfo *cInfo, ShmInfo *shm, DatInfo *ins);
 
-// Makes block and segment hold ins->datNum records, which the caller has set. As many records as the old segment held
-// stay in the block, the others are zero; the new segment is empty until setInstToShm. A count of 0 removes the segment
-// and keeps the block. -1 on a failure: ins->datAdr is then null or still the old block, and ins->datNum no longer
-// tells its size.
+// Makes block and segment hold ins->datNum records, a number that the caller has set before.
+// 0: the block has them (the old segment's are kept, the others are zero), and the new segment is empty until
+// setInstToShm. For the number 0 the segment is removed and the block kept.
+// -1: ins->datAdr is null or the old block, of which ins->datNum no longer tells the size.
 int reallocDatArea(const OxtCInfo *cInfo, const char *shmKeyFnm, int cid, DatInfo *ins, ShmInfo *shm);
 
 #endif

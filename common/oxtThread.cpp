@@ -50,7 +50,8 @@ int getThreadSts(OxtThreadId *thid) {
 }
 
 int oxtThreadCancel(OxtThreadId *thid) {
-    pthread_mutex_lock(&threadMutex);
+    pthread_mutex_lock(
+        &threadMutex); // a thread that is joined meanwhile must not be cancelled: its id may be a new one's
     const pthread_t id = thid->load();
     const int rc = id != 0 ? pthread_cancel(id) : ESRCH;
     pthread_mutex_unlock(&threadMutex);
@@ -59,7 +60,7 @@ int oxtThreadCancel(OxtThreadId *thid) {
 
 int oxtThreadJoin(OxtThreadId *thid, int seconds) {
     const long long deadline = monotonicMillis() + seconds * 1000LL;
-    for (;;) {
+    for (;;) { // in steps: between them, other requests may ask whether the thread runs
         pthread_mutex_lock(&threadMutex);
         const int rc = joinIfEnded(thid);
         pthread_mutex_unlock(&threadMutex);

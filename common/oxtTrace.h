@@ -79,14 +79,16 @@ inline bool oxtTraceBound() {
 extern std::atomic<unsigned> g_linesLeft; // out since the library was asked; 0 while normal lines are wanted
 bool oxtTraceAsk();                       // while they are not: whether this line is
 
-// True when somebody listens to normal lines. Cheap: what is only worth doing for the trace asks here first.
+// True when a trace library is bound and wants normal lines. Cheap: ask it before work that only the trace needs.
 inline bool oxtTraceOn() {
     return oxtTraceBound() && (g_linesLeft.load(std::memory_order_relaxed) == 0 || oxtTraceAsk());
 }
-OxtTraceLog oxtTraceBegin(); // selects the log; keeps the library from being closed until oxtTraceEnd; may be null
+// Selects the log, and keeps the library from being closed until oxtTraceEnd. It counts the thread in even where it
+// gives null, because a clean-up came first: so oxtTraceEnd is called in any case.
+OxtTraceLog oxtTraceBegin();
 void oxtTraceEnd();
 
-// One trace line of the named function. The arguments are evaluated only when somebody listens.
+// One trace line of the named function. Its arguments are evaluated only when it is written: none may have an effect.
 #define OXT_TRACE_LINE(level, function, ...)                                                                           \
     do {                                                                                                               \
         if ((level) == OXT_TRACE_NORMAL ? oxtTraceOn() : oxtTraceBound()) {                                            \
@@ -100,7 +102,9 @@ void oxtTraceEnd();
         }                                                                                                              \
     } while (0)
 
-// The same in the function's own name, and in another's: bodies that several functions share trace for their caller.
+// The same in the function's own name, and in another's: a body that several functions share traces in the name of its
+// caller. It gets the name as its first argument, `function`: C++17 cannot tell who calls, and a name kept beside the
+// thread would be the wrong one behind each call of a function that traces for itself.
 #define OXT_TRACE(...) OXT_TRACE_AS(__func__, __VA_ARGS__)
 #define OXT_TRACE_FAIL(...) OXT_TRACE_FAIL_AS(__func__, __VA_ARGS__)
 #define OXT_TRACE_AS(function, ...) OXT_TRACE_LINE(OXT_TRACE_NORMAL, function, __VA_ARGS__)

@@ -1,4 +1,5 @@
-// The bound of every wait in the provider: 3 seconds, looked at each 100 ms where nobody wakes the waiting thread.
+// The bound of the provider's waits, but for the 30 seconds of a stop: 3 seconds, in steps of 100 ms where nobody wakes
+// the waiting thread.
 #ifndef OXT_WAIT_H
 #define OXT_WAIT_H
 

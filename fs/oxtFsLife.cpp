@@ -16,7 +16,7 @@ CMPIStatus failed(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
 }
 
 CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
-    if (terminating) {
+    if (terminating) { // the process ends: the thread has to end before the library's code is gone
         OXT_TRACE_AS(function, "CleanUp Exit SFCB.");
         fsExitThread(cInfo);
         if (fsAloneBegin() == 0) // once the requests inside have left, the library may go
@@ -24,7 +24,7 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
         OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_OK]");
         return {CMPI_RC_OK, nullptr};
     }
-    OXT_TRACE_AS(function, "CleanUp TimeOut.");
+    OXT_TRACE_AS(function, "CleanUp TimeOut."); // nobody has asked for a while; the thread goes on monitoring
     const CMPIStatus status = failed(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
     OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
     return status;
@@ -33,11 +33,11 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
 CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     OXT_TRACE_AS(function, "ServiceMode but Non-Thread.");
     const bool alone = fsAloneBegin() == 0;
-    const bool isWatched = alone && gfs_thid.load() != 0;
-    const bool freed = alone && !isWatched && fsFreeInstance(cInfo) == 0;
+    const bool hasThread = alone && gfs_thid.load() != 0;
+    const bool freed = alone && !hasThread && fsFreeInstance(cInfo) == 0;
     if (alone)
         fsAloneEnd();
-    if (isWatched) // a start came in between: the library must not be unloaded while its thread runs
+    if (hasThread) // a start came in between: the library must not be unloaded while its thread runs
         return cleanUpWithThread(function, cInfo, terminating);
     if (!freed)
         OXT_TRACE_FAIL_AS(function, "fsFreeInstance() Failure!!");
@@ -69,12 +69,12 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
         return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
     }
     const bool isBuilt = fsGateState() == OXT_FS_INITIALISED;
-    const bool isWatched = isBuilt && gfs_thid.load() != 0; // the mode became known meanwhile
+    const bool hasThread = isBuilt && gfs_thid.load() != 0; // the mode became known meanwhile
     CMPIStatus status = {CMPI_RC_OK, nullptr};
-    if (isBuilt && !isWatched)
+    if (isBuilt && !hasThread)
         status = saveAndFree(function, cInfo);
     fsAloneEnd();
-    if (isWatched)
+    if (hasThread)
         return cleanUpWithThread(function, cInfo, terminating);
     OXT_TRACE_AS(function, isBuilt ? "_OUT_" : "_OUT_ rc=[CMPI_RC_OK] Already CleanUp.");
     return status;
@@ -85,7 +85,7 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
 int fsInitProvider(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_ gfs_first=[%d]", gfs_first.load());
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    int state = OXT_FS_IN_PROGRESS, waits = 0;
+    int state = OXT_FS_IN_PROGRESS, waits = 0; // counted over all rounds: the gate may close again after a wait
     while (state == OXT_FS_IN_PROGRESS) {
         for (; gfs_first.load() == OXT_FS_IN_PROGRESS && waits < OXT_WAIT_TRIES; ++waits)
             usleep(OXT_WAIT_MICROS);
@@ -96,6 +96,8 @@ int fsInitProvider(const OxtCInfo *cInfo) {
         OXT_TRACE("_OUT_ Already Initialize.");
         return 0;
     }
+    // A stop has the life turn while the gate says "uninitialised": its last save must be over before this build reads
+    // it.
     const bool begun = fsTurnBegin(FS_LIFE, waits * OXT_WAIT_MILLIS / OXT_WAIT_TRIES) == 0;
     if (begun)
         OXT_TRACE("fsInitInstance()");

@@ -8,15 +8,16 @@
 
 namespace {
 
-// What a pass starts from.
-struct Before {
+// What the pass compares with and builds on.
+struct PassBase {
     const FsSnapshot *snapshot;
     OxtIndex byKeys; // of the file-system records
 };
 
+// Of the name alone: the other three keys are always empty.
 unsigned hashOfKeys(const FsProv *prov) {
     return oxtHash(prov->Name);
-} // the other three keys are always empty
+}
 
 // The records of an area by their keys. A trace shows each record that the search visits, so it gets the walk.
 void indexKeys(OxtIndex *index, const DatInfo *area) {
@@ -26,8 +27,9 @@ void indexKeys(OxtIndex *index, const DatInfo *area) {
         oxtIndexMake(index, area->datNum, [&](int i) { return hashOfKeys(&fsProv(area)[i]); });
 }
 
-// The records as the segments and the last pass left them. 0, or -1 with the failure traced.
-int takeBefore(const char *function, const OxtCInfo *cInfo, Before *before) {
+// The records as the last pass left them. The segments are read back although this process fills them, since what
+// another process has written into one counts. 0, or -1 with the failure traced.
+int takeBase(const char *function, const OxtCInfo *cInfo, PassBase *base) {
     if (fsPublishBegin(function) != 0)
         return -1;
     int ret = fsIsTakenDown(function) ? -1 : 0;
@@ -38,9 +40,9 @@ int takeBefore(const char *function, const OxtCInfo *cInfo, Before *before) {
         if (shm.shmNum > 0 && shm.content == OXT_SHM_CURRENT)
             ret = fsRefresh(function, cInfo, cid);
     }
-    before->snapshot = fsTake();
+    base->snapshot = fsTake();
     fsPublishEnd();
-    indexKeys(&before->byKeys, &before->snapshot->areas[OXT_CID_FS_PROV]);
+    indexKeys(&base->byKeys, &base->snapshot->areas[OXT_CID_FS_PROV]);
     return ret;
 }
 
@@ -80,8 +82,12 @@ void keepSettings(FsProv *cur, const FsProv *ins) {
     cur->FatalThresholdDefault = ins->FatalThresholdDefault;
 }
 
+// The alert goes out before the records are published. If they cannot be, the next pass finds the old status again and
+// sends the alert once more; in the other order a failure in between would lose it.
 void mergeKnown(const OxtCInfo *cInfo, FsProv *cur, const FsProv *ins) {
     keepSettings(cur, ins);
+    // A switch that is neither 0 nor 1, from a damaged file, counts as off here, though the status function on its own
+    // calls it unknown.
     const int status = cur->MonitorThreshold == 1 ? fsGetFreeSpaceStatus(cur) : OXT_FREESPC_OFF;
     if (cur->MonitorThreshold == 1 && getServiceMode(cInfo) == 1) {
         const unsigned evId = fsAlertOfChange(ins->FreeSpaceStatus, status);
@@ -99,12 +105,12 @@ void mergeNew(const OxtCInfo *cInfo, const FsProv *cur) {
         fsPutAlert(evId, cur);
 }
 
-void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const Before *before) {
-    const DatInfo *stored = &before->snapshot->areas[OXT_CID_FS_PROV];
+void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const PassBase *base) {
+    const DatInfo *stored = &base->snapshot->areas[OXT_CID_FS_PROV];
     for (int i = 0; i < current->datNum; ++i) {
         FsProv *cur = &fsProv(current)[i];
         traceKeys(function, "Cur", i, cur);
-        const FsProv *ins = findStored(function, stored, &before->byKeys, cur);
+        const FsProv *ins = findStored(function, stored, &base->byKeys, cur);
         if (ins == nullptr) {
             mergeNew(cInfo, cur);
             continue;
@@ -143,9 +149,9 @@ int resize(const char *function, const OxtCInfo *cInfo, int count, DatInfo *zero
 int publishLocked(const char *function, const OxtCInfo *cInfo, DatInfo *current, const FsSnapshot *before) {
     const FsSnapshot *now = fsCurrent();
     const DatInfo *stored = &now->areas[OXT_CID_FS_PROV];
-    if (now != before)
+    if (now != before) // somebody has installed another since the pass began
         keepLateSettings(current, stored);
-    FsSnapshot *next = fsCopySnapshot(now, false);
+    FsSnapshot *next = fsCopySnapshot(now, false); // before the segment is touched: without memory all stays as it is
     if (next == nullptr)
         OXT_TRACE_FAIL_AS(function, "insDat alloc Failure!!");
     DatInfo zeros = *stored;
@@ -202,10 +208,10 @@ int publish(const char *function, const OxtCInfo *cInfo, DatInfo *current, const
 }
 
 // The fresh inventory, merged. 0, or -1 with the failure traced.
-int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, const Before *before) {
-    const DatInfo *stored = &before->snapshot->areas[OXT_CID_FS_PROV];
+int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, const PassBase *base) {
+    const DatInfo *stored = &base->snapshot->areas[OXT_CID_FS_PROV];
     OXT_TRACE_AS(function, "fsCheckConfigChange - before -");
-    fsLogDumpInstanceDat(OXT_DUMP_ALL, before->snapshot->areas);
+    fsLogDumpInstanceDat(OXT_DUMP_ALL, base->snapshot->areas);
     OXT_TRACE_AS(function, "fsGetCurrentInfo()");
     if (fsGetCurrentInfo(cInfo, current) != 0) {
         OXT_TRACE_FAIL_AS(function, "fsGetCurrentInfo Failure!!");
@@ -214,7 +220,7 @@ int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, c
         return -1;
     }
     OXT_TRACE_AS(function, "curDat.datNum=[%d] instFs.datNum=[%d]", current->datNum, stored->datNum);
-    mergeAll(function, cInfo, current, before);
+    mergeAll(function, cInfo, current, base);
     return 0;
 }
 
@@ -223,16 +229,16 @@ int takeCurrent(const char *function, const OxtCInfo *cInfo, DatInfo *current, c
 int fsCheckConfigChange(const OxtCInfo *cInfo) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    Before before = {};
+    PassBase base = {};
     unsigned version = 0;
     DatInfo current = {sizeof(FsProv), 0, nullptr};
-    int ret = takeBefore(__func__, cInfo, &before);
+    int ret = takeBase(__func__, cInfo, &base);
     if (ret == 0)
-        ret = takeCurrent(__func__, cInfo, &current, &before);
+        ret = takeCurrent(__func__, cInfo, &current, &base);
     if (ret == 0)
-        ret = publish(__func__, cInfo, &current, before.snapshot, &version);
-    oxtIndexFree(&before.byKeys);
-    fsDrop(before.snapshot);
+        ret = publish(__func__, cInfo, &current, base.snapshot, &version);
+    oxtIndexFree(&base.byKeys);
+    fsDrop(base.snapshot);
     if (ret != 0)
         return -1;
     switch (fsSaveStore(__func__, version)) {

@@ -39,9 +39,9 @@ struct FsProv {
     uint16_t MonitorThreshold;        // 1 monitored, 0 not; a client's setting
     uint8_t pad2[2];                  // up to the 32-bit fields
     uint32_t WarningThreshold;        // MiB of free space; a client's setting
-    uint32_t WarningThresholdDefault; // MiB; a tenth of the size
+    uint32_t WarningThresholdDefault; // MiB; OXT_FS_WARNING_SHARE
     uint32_t FatalThreshold;          // MiB of free space; a client's setting
-    uint32_t FatalThresholdDefault;   // MiB; a hundredth of the size
+    uint32_t FatalThresholdDefault;   // MiB; OXT_FS_FATAL_SHARE
     int16_t FreeSpaceStatus;          // OXT_FREESPC_...
     uint8_t pad3[2];
     char _root[OXT_FS_TEXT];           // mount point; mnt_dir
@@ -79,6 +79,13 @@ enum FsDriveType : int {
 };
 
 constexpr int64_t OXT_FS_MIN_SIZE = 100; // MiB; smaller file systems have no default thresholds and take no settings
+
+// What a fresh start has, and what clients may set. tests/testPages.cpp looks for these in the pages that tell them.
+constexpr double OXT_FS_WARNING_SHARE = 0.1; // of the size
+constexpr double OXT_FS_FATAL_SHARE = 0.01;  // of the size
+constexpr int OXT_CYCLE_MIN = 10;            // seconds
+constexpr int OXT_CYCLE_MAX = 3600;          // seconds
+constexpr int OXT_CYCLE_DEFAULT = 60;        // seconds
 
 // Record sizes, start counts and null addresses of the three descriptors.
 void fsInitDatInfo(DatInfo *datInfo);

@@ -41,7 +41,7 @@ FsSaved writeSaveFile(const char *function, const FsSnapshot *snapshot) {
     OXT_REQUIRE_AS(function, snapshot != nullptr && fsConf(snapshot->areas) != nullptr, FS_SAVE_NOT_OPENED,
                    "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
     OXT_TRACE_AS(function, "fopen[%s]", OXT_PATH_SAVE);
-    const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb");
+    const OxtFile fp = oxtOpenFile(OXT_PATH_SAVE, "wb"); // which does not empty it: see fsPutBinFile
     OXT_REQUIRE_AS(function, fp != nullptr, FS_SAVE_NOT_OPENED, "_OUT_ fopen Failure!! err=[%d]", errno);
     setvbuf(fp.get(), nullptr, _IONBF, 0); // it is written in one piece
     OXT_TRACE_AS(function, "fsPutBinFile()");
@@ -105,7 +105,7 @@ int getDatFromBinFile(FILE *fp, int count, DatInfo *area) {
     OXT_REQUIRE(count >= 0, -1, "_OUT_ param(cnt) Failure!!");
     OXT_REQUIRE(area != nullptr, -1, "_OUT_ param(datInfo) Failure!!");
     if (count > 0) {
-        if (count != area->datNum || area->datAdr == nullptr) {
+        if (count != area->datNum || area->datAdr == nullptr) { // a block of the right size is read over
             area->datNum = count;
             area->datAdr = memrealloc(area->datAdr, oxtAreaSize(area));
             OXT_REQUIRE(area->datAdr != nullptr, -1, "_OUT_ datInfo realloc Failure!!");

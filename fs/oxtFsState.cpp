@@ -8,7 +8,7 @@
 #include "oxtFsTurn.h"
 
 pthread_mutex_t instMutexFs = PTHREAD_MUTEX_INITIALIZER;
-std::atomic<int> gfs_SleepSec{60};
+std::atomic<int> gfs_SleepSec{OXT_CYCLE_DEFAULT};
 OxtThreadId gfs_thid{0};
 ShmInfo shmFs[OXT_CID_FS_COUNT] = {
     {-1, 0, nullptr, PTHREAD_MUTEX_INITIALIZER, OXT_SHM_EMPTY},
@@ -20,7 +20,7 @@ namespace {
 
 FsSnapshot none = {{{sizeof(FsConf), 0, nullptr}, {sizeof(FsTnum), 0, nullptr}, {sizeof(FsProv), 0, nullptr}},
                    {-1, -1, -1},
-                   2, // one more than it has: it is never freed
+                   2, // one more than it has: nobody drops the last, so it is never freed
                    0};
 FsSnapshot *current = &none;
 pthread_mutex_t snapshotMutex = PTHREAD_MUTEX_INITIALIZER; // held for moments; guards the following, current, and users
@@ -124,6 +124,8 @@ const FsSnapshot *fsCurrent() {
 }
 
 void fsInstall(FsSnapshot *next) {
+    // Noted now, while the publish turn keeps the descriptors still: a reader without a turn may then ask the kernel
+    // about the segment.
     for (int cid = 0; next != nullptr && cid < OXT_CID_FS_COUNT; ++cid)
         next->segments[cid] = shmFs[cid].content == OXT_SHM_CURRENT ? shmFs[cid].shmId : -1;
     pthread_mutex_lock(&snapshotMutex);
@@ -132,7 +134,7 @@ void fsInstall(FsSnapshot *next) {
     if (next != nullptr) {
         next->version = ++installed;
     } else {
-        ++none.users;
+        ++none.users; // the store's own, as every other snapshot is made with
         takenDown = installed;
         savedBefore = saved;
     }
@@ -161,6 +163,8 @@ bool fsIsTakenDown(const char *function) {
 }
 
 bool fsIsUntouched(int shmId) {
+    // Each of our copies attaches and detaches, so whoever has written since is the last that the kernel knows, or
+    // still attached. A segment that somebody has removed does not count either: its key leads nobody to it.
     struct shmid_ds ds = {};
     return shmId > 0 && shmctl(shmId, IPC_STAT, &ds) == 0 && ds.shm_nattch == 0 && ds.shm_lpid == getpid() &&
            (ds.shm_perm.mode & SHM_DEST) == 0;
@@ -173,7 +177,7 @@ int fsRefresh(const char *function, const OxtCInfo *cInfo, int cid) {
     OXT_REQUIRE_AS(function, copyArea(&current->areas[cid], &area), -1, "_OUT_ insDat alloc Failure!!");
     OXT_TRACE_AS(function, "setShmToInst(%d)", cid);
     int ret = setShmToInst(cInfo, &shmFs[cid], &area);
-    if (cid == OXT_CID_FS_PROV)
+    if (cid == OXT_CID_FS_PROV) // another process wrote them: a text without an end would be read beyond its record
         fsEndTexts(&area);
     if (ret == 0 && !isSame(&area, &current->areas[cid]))
         ret = installWith(cid, &area);
@@ -184,11 +188,13 @@ int fsRefresh(const char *function, const OxtCInfo *cInfo, int cid) {
 
 int fsPublish(const char *function, const OxtCInfo *cInfo, const FsSnapshot *next) {
     bool holds[OXT_CID_FS_COUNT];
+    // All are marked before the first is written. If that fails, the later ones are older than the snapshot that is
+    // installed next, and nobody may read them back over it.
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         ShmInfo *shm = &shmFs[cid];
         holds[cid] = shm->content == OXT_SHM_CURRENT && isSame(&next->areas[cid], &current->areas[cid]);
         if (!holds[cid] && shm->content == OXT_SHM_CURRENT)
-            shm->content = OXT_SHM_STALE; // also when a class before it fails
+            shm->content = OXT_SHM_STALE;
     }
     for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) {
         DatInfo area = next->areas[cid];

@@ -55,8 +55,8 @@ void fsNoteSaved(const FsSnapshot *snapshot); // it is in the save file
 // With the publish turn: true, and traced as a failure, when a stop has taken the store down under a request that is
 // still inside. A store that a refused stop has emptied counts as there.
 bool fsIsTakenDown(const char *function);
-// Takes over what somebody else has written into a class's segment. While nobody traces, a segment that nobody else has
-// touched is not read. 0 or -1.
+// Takes over what another process has written into a class's segment: such changes count, as they always have. While
+// nobody traces, a segment that nobody else has touched is not read. 0 or -1.
 int fsRefresh(const char *function, const OxtCInfo *cInfo, int cid);
 // Copies every class that has records to its segment. While nobody traces, a segment that holds them is left alone. 0,
 // or -1 after the first failure.

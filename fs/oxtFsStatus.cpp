@@ -94,7 +94,7 @@ int fsPutAlert(unsigned evId, const FsProv *prov) {
     char *cpParam[PARAMS] = {};
     AlertTexts texts = {};
     const AlertEvent *event = findEvent(evId);
-    if (event == nullptr)
+    if (event == nullptr) // without an exit line, as it always was
         return -1;
     OXT_REQUIRE(event->params == 0 || prov != nullptr, -1, "_OUT_ param(prov) Failure!!");
     if (event->params > 0) {

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr FsConf DEFAULT_CONF = {60, 10, 3600, 60};
+constexpr FsConf DEFAULT_CONF = {OXT_CYCLE_DEFAULT, OXT_CYCLE_MIN, OXT_CYCLE_MAX, OXT_CYCLE_DEFAULT};
 
 int allocateSmallRecords(const char *function, DatInfo areas[]) {
     areas[OXT_CID_FS_CONF].datAdr = memalloc(sizeof(FsConf));
@@ -73,7 +73,7 @@ int publishNew(const char *function, const OxtCInfo *cInfo, DatInfo areas[]) {
     if (ret == 0) {
         fsInstall(made);
     } else {
-        free(made);
+        free(made); // without its blocks, which the caller frees
         fsForgetSegments();
     }
     fsPublishEnd();
@@ -85,7 +85,7 @@ int build(const char *function, const OxtCInfo *cInfo, DatInfo areas[]) {
     fsInitDatInfo(areas);
     if (allocateSmallRecords(function, areas) != 0)
         return -1;
-    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid)
+    for (int cid = 0; cid < OXT_CID_FS_COUNT; ++cid) // made with the library: the lines are for log filters
         OXT_TRACE_AS(function, "pthread_mutex_init(%d)", cid);
     if (!loadSaved(function, areas) && takeDefaults(function, cInfo, areas) != 0)
         return -1;
@@ -105,7 +105,7 @@ int readFromWatch(const char *function, const OxtCInfo *cInfo, int classId, DatI
         if (shm->content == OXT_SHM_CURRENT && fsRefresh(function, cInfo, classId) != 0)
             return -1;
         *shown = fsCurrent()->areas[classId];
-    } else {
+    } else { // nothing to show: the client gets "NotFound Data"
         OXT_TRACE_AS(function, "shmFs[%d].shmNum=0", classId);
     }
     OXT_TRACE_AS(function, "- return TRUE classID=[%d]-", classId);
@@ -206,7 +206,7 @@ int commit(const char *function, const OxtCInfo *cInfo, const FsEdit *edit, unsi
                    "_OUT_ param(instFs[OXT_CID_FS_CONF].datAdr) Failure!!");
     FsSnapshot *next = edit != nullptr ? change(edit) : nullptr;
     OXT_REQUIRE_AS(function, edit == nullptr || next != nullptr, -1, "_OUT_ fsApplyEdit() Failure!!");
-    gfs_SleepSec.store(fsConf(next != nullptr ? next->areas : now->areas)->MonitorCycle);
+    gfs_SleepSec.store(fsConf(next != nullptr ? next->areas : now->areas)->MonitorCycle); // for the next sleep
     const int ret = fsPublish(function, cInfo, next != nullptr ? next : now);
     if (next != nullptr)
         fsInstall(next); // also after a failure: the change stays, and is saved with the next one
@@ -235,7 +235,7 @@ int fsGetInstance(const OxtCInfo *cInfo, int classId, FsRecords *out) {
     OXT_REQUIRE(out != nullptr, -1, "_OUT_ param(out) Failure!!");
     *out = {};
     OXT_REQUIRE(classId >= 0 && classId < OXT_CID_FS_COUNT, -1, "_OUT_ param(classID) Failure!!");
-    bool held = false;
+    bool held = false; // outside service mode, across the pass: requests then make one pass after the other
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
     const bool fromWatch = watchKeepsCurrent(cInfo);
@@ -266,8 +266,9 @@ int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
         ret = commit(__func__, cInfo, edit, &version);
         fsPublishEnd();
     }
-    const FsSaved saved =
-        ret == 0 ? fsSaveStore(__func__, version, fsMillis() - begun) : FS_SAVE_NOT_OPENED; // traced like one, so far
+    // After a commit that failed nothing is saved, and its failure is traced: -1 without another line, as for a file
+    // that could not be opened.
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version, fsMillis() - begun) : FS_SAVE_NOT_OPENED;
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;

@@ -26,7 +26,8 @@ timespec endOfWait(long long spent) {
     return end;
 }
 
-// The mutex for the length of a block, whose changes are then told to those who wait for them.
+// The mutex for the length of a block. Its end wakes everybody who waits: they wait for different things, and each
+// looks for his own.
 struct Hold {
     Hold() { pthread_mutex_lock(&mutex); }
     ~Hold() {
@@ -72,7 +73,7 @@ int fsGateEnter() {
     const int state = gfs_first.load();
     if (state == OXT_FS_INITIALISED)
         ++inside;
-    if (state == OXT_FS_UNINITIALISED) {
+    if (state == OXT_FS_UNINITIALISED) { // this request builds; those that come now wait until it is done
         behind = state;
         gfs_first.store(OXT_FS_IN_PROGRESS);
     }
@@ -82,7 +83,7 @@ int fsGateEnter() {
 void fsGateBuilt(bool ok) {
     const Hold hold;
     gfs_first.store(ok ? OXT_FS_INITIALISED : OXT_FS_UNINITIALISED);
-    inside += ok ? 1 : 0;
+    inside += ok ? 1 : 0; // the builder itself, in the same step: a clean-up must not slip in before it
 }
 
 void fsGateLeave() {
@@ -105,6 +106,8 @@ void fsGateForget() {
 int fsAloneBegin() {
     const timespec until = endOfWait(0);
     const Hold hold;
+    // First whoever has closed the gate already, a build or another clean-up. Then it is closed here, so that no more
+    // requests come in, and those inside can be waited for; both within the same 3 seconds.
     if (!awaits(until, [] { return gfs_first.load() != OXT_FS_IN_PROGRESS; }))
         return -1;
     behind = gfs_first.load();
@@ -121,5 +124,5 @@ int fsAloneBegin() {
 void fsAloneEnd() {
     const Hold hold;
     taken[FS_LIFE] = false;
-    gfs_first.store(behind);
+    gfs_first.store(behind); // what it was, unless fsGateForget has said that the store is gone
 }

@@ -13,12 +13,14 @@ enum FsTurn {
     FS_TURN_COUNT
 };
 // 0 with the turn, or -1 once 3 seconds are over, of which the caller has spent so many milliseconds already. Whoever
-// holds one takes only later ones.
+// holds one takes only those below it in the list: two threads that took them in different orders would wait for each
+// other until both give up.
 int fsTurnBegin(FsTurn turn, long long spent = 0);
 void fsTurnEnd(FsTurn turn);
 long long fsMillis(); // by that clock, for callers who wait for several things in a row
 
-enum FsFirst : int { OXT_FS_UNINITIALISED = 0, OXT_FS_IN_PROGRESS = 1, OXT_FS_INITIALISED = 2 };
+// "first" is the name that the trace gives this state.
+enum FsGateState : int { OXT_FS_UNINITIALISED = 0, OXT_FS_IN_PROGRESS = 1, OXT_FS_INITIALISED = 2 };
 extern std::atomic<int> gfs_first; // OXT_FS_...; changed here only
 
 // The state that the gate had. OXT_FS_INITIALISED: the request is inside. OXT_FS_UNINITIALISED: the gate is closed, and

@@ -32,6 +32,7 @@ void dropThreadInfo(const char *function) {
 
 // Cancels and joins. False when the thread is still busy after all the waiting.
 bool stopThread(const char *function) {
+    // Cancelled first: a thread in its pass ends at the sleep behind it, also when the join below gives up.
     OXT_TRACE_AS(function, "pthread_cancel(%d)", static_cast<int>(gfs_thid.load()));
     oxtThreadCancel(&gfs_thid);
     OXT_TRACE_AS(function, "pthread_join()");
@@ -94,11 +95,12 @@ int fsCreateThread(const OxtCInfo *cInfo) {
 
 void *fsWatchThread(void *start) {
     const OxtCInfo *cInfo = static_cast<const OxtCInfo *>(start);
+    // But for its sleep it cannot be cancelled: struck inside a pass it would never end its turns, and free nothing.
     pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
     sigset_t all;
     sigfillset(&all);
     pthread_sigmask(SIG_BLOCK, &all, nullptr); // the object manager's signals are for its own threads
-    InitProcess(OXT_LOG_FILE);
+    InitProcess(OXT_LOG_FILE);                 // bound already, unless a library was missing: then this is another try
     OXT_TRACE("_IN_");
     OXT_TRACE("CBAttachThread(brk=[%p],ctx=[%p])", static_cast<const void *>(cInfo->broker),
               static_cast<const void *>(cInfo->context));

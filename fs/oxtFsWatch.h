@@ -12,9 +12,9 @@
 int fsCreateThread(const OxtCInfo *cInfo);
 void *fsWatchThread(void *cInfo);
 
-// Stops the thread when it runs, saves and frees the store and leaves the provider uninitialised. Failures are traced
-// and passed over. It gives up, and the store stays, on a pass that hangs for 30 seconds and on another start or stop
-// that takes 3: the thread still needs the store, and ends at its next sleep.
+// Stops the thread if it runs, saves and frees the store, and leaves the provider uninitialised. Failures are traced
+// and passed over. If the pass does not end within 30 seconds, or another start or stop within 3, it gives up and keeps
+// the store, which the thread still uses; the thread ends at its next sleep.
 void fsExitThread(const OxtCInfo *cInfo);
 
 #endif

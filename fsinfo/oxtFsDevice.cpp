@@ -51,6 +51,7 @@ bool startsWith(const char *text, std::string_view prefix) {
     return strncmp(text, prefix.data(), prefix.size()) == 0;
 }
 
+// Here and below, a last line that lacks its line feed counts as the end of the text, as it always has.
 bool skipToSection(FILE *text, const char *heading) {
     char line[LINE_SIZE];
     while (fgets(line, sizeof line, text) != nullptr && feof(text) == 0)
@@ -90,6 +91,7 @@ bool appendDriver(const char *function, const char *line, DeviceInfo ***tail, in
 bool readSection(const char *function, FILE *text, DeviceInfo **list, int *count) {
     DeviceInfo **tail = list;
     char line[LINE_SIZE];
+    // Less than three bytes are no entry: the empty line behind the section ends it.
     while (fgets(line, sizeof line, text) != nullptr && feof(text) == 0 && strlen(line) >= 3) {
         char *feed = line + strlen(line) - 1;
         if (*feed == '\n')
@@ -232,12 +234,12 @@ int getDevType(int major, const char *RootPNm, int isBlock, const char *devName,
     OXT_REQUIRE(devName != nullptr, OXT_DRIVE_UNKNOWN, "_OUT_ param(devName) Failure!!");
     DeviceInfo *list = nullptr;
     OXT_READ_SYSTEM(system);
-    const bool read = driversOf(system, isBlock, &list) == 0;
+    const bool read = driversOf(system, isBlock, &list) == 0; // 0 and 1 are an FsDriverKind, too
     OXT_REQUIRE(read, OXT_DRIVE_UNKNOWN, "_OUT_ getDeviceInfo() Failure!!");
     const DeviceInfo *driver = findDriver(__func__, list, major);
     const int retType =
         driver != nullptr ? typeOfDriver(__func__, driver->name, RootPNm, devName, system) : OXT_DRIVE_UNKNOWN;
-    if (list == nullptr || list != system->driverLists[isBlock])
+    if (list == nullptr || list != system->driverLists[isBlock]) // ours; the other is freed with the reading
         freeDeviceInfo(&list);
     OXT_TRACE("_OUT_ retType=[%d]", retType);
     return retType;

@@ -72,6 +72,7 @@ void removeFromList(MountList *list, const char *dir) {
 bool addToList(MountList *list, const char *dir) {
     const size_t length = strlen(dir);
     list->count += static_cast<long long>(length);
+    // The count leaves the zeros out, so it alone would let the list grow beyond its room.
     if (list->count > static_cast<long long>(list->size) - 2 || list->used + length + 2 > list->size)
         return false;
     memcpy(list->buf + list->used, dir, length + 1);
@@ -80,21 +81,21 @@ bool addToList(MountList *list, const char *dir) {
 }
 
 void takeMount(const char *function, const FsSystem *system, MountList *list, const FsMount &mount) {
-#define LIST_TRACE(text) OXT_TRACE_AS(function, text " device[%s]", mount.fsname)
     bool &listed = list->listed[fsNextMountOn(system, mount.dir, -1)];
+    // "And", not "or": only an empty type is a prefix of both. Layered entries are none of the accepted types, so the
+    // next branch drops them.
     if (fsTypeMatches(mount.type, "ECRYPTFS") && fsTypeMatches(mount.type, "ROOTFS")) {
-        LIST_TRACE("ignore");
+        OXT_TRACE_AS(function, "ignore device[%s]", mount.fsname);
     } else if (!fsTypeAccepted(mount.type) || mount.dir[0] == '\0') { // an empty text would end the list
-        LIST_TRACE("jump over");
+        OXT_TRACE_AS(function, "jump over device[%s]", mount.fsname);
     } else if (listed) { // mounted over, or bound onto itself: neither occurrence can be measured by its name
         removeFromList(list, mount.dir);
         listed = false;
-        LIST_TRACE("remove");
+        OXT_TRACE_AS(function, "remove device[%s]", mount.fsname);
     } else if (addToList(list, mount.dir)) {
         listed = true;
-        LIST_TRACE("add");
+        OXT_TRACE_AS(function, "add device[%s]", mount.fsname);
     }
-#undef LIST_TRACE
 }
 
 // The last entry on the mount point that is not layered, or null.

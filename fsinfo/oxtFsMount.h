@@ -10,11 +10,13 @@ enum { OXT_FALSE = 0, OXT_TRUE = 1 };
 
 constexpr int OXT_DEVICE_SIZE = 255; // bytes of a device name, its zero included; longer ones are cut
 
-// A mount type matches a name when it is a prefix of it, ignoring case: an empty type matches every name.
+// True when `type` is a prefix of `name`, ignoring case. Not the reverse: "x" matches "XFS", "xfs2" does not, and an
+// empty type matches every name.
 bool fsTypeMatches(const char *type, const char *name);
 // The type matches one of the accepted file-system type names.
 bool fsTypeAccepted(const char *type);
-// The type of a layered or initial entry, which hides what it lies on.
+// ecryptfs, stacked on a directory, or rootfs, the kernel's first root: passed over where the entry of a mount point is
+// looked for, since the device is that of the entry below.
 bool fsTypeLayered(const char *type);
 
 // Writes the candidate mount directories into Buf, each with its zero, and a further zero behind the last. BufLen and

@@ -37,7 +37,7 @@ size_t mostListed(const FsSystem *system) {
 }
 
 // Entries that can be examined and are of an accepted type. Repeated and layered ones count too: this sizes the list.
-// While nobody traces, the count ends once no directory can miss its room.
+// While nobody traces, the counting stops as soon as the list is certain to hold every directory.
 int countCandidates(const char *function, const FsSystem *system) {
     const size_t most = mostListed(system);
     int count = 0;
@@ -130,15 +130,15 @@ bool isMonitoredType(const char *type) {
     return false;
 }
 
-// Fixed ext and xfs file systems get thresholds of a tenth and a hundredth of their size, and a status.
+// Fixed ext and xfs file systems get their default thresholds, and a status.
 void setDefaults(FsProv *prov) {
     if (prov->DriveType != OXT_DRIVE_FIXED || !isMonitoredType(prov->_FileSystemType))
         return;
     if (prov->_FileSystemSize >= OXT_FS_MIN_SIZE) {
         const double size = static_cast<double>(prov->_FileSystemSize);
         prov->MonitorThreshold = 1;
-        prov->WarningThreshold = prov->WarningThresholdDefault = static_cast<uint32_t>(size * 0.1);
-        prov->FatalThreshold = prov->FatalThresholdDefault = static_cast<uint32_t>(size * 0.01);
+        prov->WarningThreshold = prov->WarningThresholdDefault = static_cast<uint32_t>(size * OXT_FS_WARNING_SHARE);
+        prov->FatalThreshold = prov->FatalThresholdDefault = static_cast<uint32_t>(size * OXT_FS_FATAL_SHARE);
     }
     prov->FreeSpaceStatus = static_cast<int16_t>(fsGetFreeSpaceStatus(prov));
 }

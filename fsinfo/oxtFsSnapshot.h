@@ -23,7 +23,8 @@ struct FsMountEntry {
 };
 static_assert(sizeof(FsMountEntry) == 536, "536 bytes an entry");
 
-// What the machine said, before it becomes records. Each snapshot has tables of its own, so that two may overlap.
+// What the machine said, before it becomes records: the number of file systems, their sizes, their mounts. The names
+// are those that the trace shows. Each snapshot has tables of its own, so that two may overlap.
 struct FsTables {
     uint64_t tTotalFs;
     FsSizeEntry *pwFsTbl;

@@ -16,7 +16,7 @@ namespace {
 
 constexpr size_t LINE_SIZE = 64 * 1024; // two escaped paths and overlay options; a longer line is cut by getmntent_r
 
-constexpr size_t READ_SIZE = 4096; // a page: the kernel's tables come by no more, by less when a reader has less
+constexpr size_t READ_SIZE = 4096; // the kernel gives at most a page of these files per read; a smaller one costs more
 
 struct CloseMounts {
     void operator()(FILE *fp) const { endmntent(fp); }
@@ -119,7 +119,7 @@ int fsStatfs(const FsSystem *system, const char *path, struct statfs *st) {
         *st = system->lastSpace.st;
         return 0;
     }
-    const int ret = statfs(path, st);
+    const int ret = statfs(path, st); // a failure is not kept: the next step asks again
     if (shared && ret == 0) {
         oxtCopyText(system->lastSpace.path, sizeof system->lastSpace.path, path);
         system->lastSpace.st = *st;

@@ -29,7 +29,8 @@ class PropertyList {
     std::vector<const char *> names_;
 };
 
-// The arguments of one call into the provider; they are the host's.
+// The arguments of one call into the provider, and what came back. What the provider makes in the call is freed with
+// the scope, when the call's reply has been taken out of it.
 struct Call {
     Call(Broker &b, Expects expects, ContextBody::Use use) : broker(b), scope(b) {
         auto body = std::make_shared<ContextBody>();
@@ -72,6 +73,7 @@ struct Call {
         } catch (const Refusal &) {
             // noted as a misuse; the reply goes without it
         }
+        // SFCB's own answer to a provider that finds nothing and says that all went well.
         if (broker.sfcb() && all.ok() && answer->expects == Expects::OneInstance && answer->instances.empty())
             all.rc = CMPI_RC_ERR_NOT_FOUND;
         all.instances = std::move(answer->instances);
@@ -103,6 +105,7 @@ struct Host::Impl {
     std::atomic<CMPIMethodMI *> methods{nullptr};
 
     explicit Impl(Options options) : broker(std::make_shared<Broker>(std::move(options))) {
+        // RTLD_NOW: a symbol that is missing shows here, and not as the end of the process in a later call.
         library = dlopen(broker->options.library.c_str(), RTLD_NOW | RTLD_LOCAL);
         if (library == nullptr)
             throw std::runtime_error("cannot load the provider library " + std::string(dlerror()));
@@ -129,6 +132,7 @@ struct Host::Impl {
         Call call(*broker, Expects::Nothing, ContextBody::Use::Request);
         CMPIStatus rc = {CMPI_RC_OK, nullptr};
         MI *made = nullptr;
+        // The generic factory comes first, as object managers look for it: it serves every provider of its library.
         if (void *found = dlsym(library, generic.c_str())) {
             using Factory = MI *(*)(const CMPIBroker *, const CMPIContext *, const char *, CMPIStatus *);
             made = reinterpret_cast<Factory>(found)(&broker->face, call.context, broker->options.providerName.c_str(),

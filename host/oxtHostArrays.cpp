@@ -5,7 +5,7 @@
 namespace oxthost {
 namespace {
 
-constexpr auto noMoreElements = static_cast<CMPIrc>(18); // of a later version of the interface
+constexpr auto kNoMoreElements = static_cast<CMPIrc>(18); // of a later version of the interface
 
 void fillArray(CMPIArrayFT &ft) {
     ft.getSize = [](const CMPIArray *self, CMPIStatus *rc) {
@@ -49,7 +49,7 @@ void fillEnumeration(CMPIEnumerationFT &ft) {
                 return toData(broker, body.elements[body.next++]);
             if (broker.sfcb())
                 return CMPIData{CMPI_null, CMPI_badValue, {}};
-            throw Refusal{noMoreElements};
+            throw Refusal{kNoMoreElements};
         });
     };
     ft.hasNext = [](const CMPIEnumeration *self, CMPIStatus *rc) {

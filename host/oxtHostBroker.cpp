@@ -14,21 +14,21 @@ namespace {
 
 using Use = ContextBody::Use;
 
-constexpr char agentClass[] = "OXT_GeneralInformation";
-constexpr char agentKey[] = "InstanceID";
-constexpr char agentInstance[] = "OXT:GeneralInformation";
-constexpr char agentProperty[] = "InstalledServiceMode";
+constexpr char kAgentClass[] = "OXT_GeneralInformation";
+constexpr char kAgentKey[] = "InstanceID";
+constexpr char kAgentInstance[] = "OXT:GeneralInformation";
+constexpr char kAgentProperty[] = "InstalledServiceMode";
 
 // What one thread has to do with each broker. Its objects end with it.
 struct ThreadState {
     struct Own {
         std::weak_ptr<Broker> broker;
-        ScopeId scope = ownedByProvider;
+        ScopeId scope = kOwnedByProvider;
         bool attached = false;
     };
     std::vector<Own> own;
     Broker *requestOf = nullptr;
-    ScopeId request = ownedByProvider;
+    ScopeId request = kOwnedByProvider;
 
     ThreadState() = default;
     ThreadState(const ThreadState &) = delete;
@@ -81,29 +81,31 @@ bool wanted(const char **properties, const char *name) {
 // The agent's one instance, or nullptr when the path leads elsewhere or the agent withholds it.
 std::shared_ptr<InstanceBody> agentInstanceAt(Broker &broker, PathBody path, const char **properties) {
     const ServiceMode mode = broker.serviceMode();
-    if (!sameName(path.className, agentClass) || !sameName(path.nameSpace, broker.options.nameSpace) ||
+    if (!sameName(path.className, kAgentClass) || !sameName(path.nameSpace, broker.options.nameSpace) ||
         mode.kind == ServiceMode::NoSuchInstance)
         return nullptr;
-    const Datum key = toDatum(Value::string(agentInstance));
+    // A client may leave the key out; one that names another instance gets none.
+    const Datum key = toDatum(Value::string(kAgentInstance));
     for (const NamedDatum &given : path.keys)
-        if (!sameName(given.name, agentKey) || given.datum.text != key.text)
+        if (!sameName(given.name, kAgentKey) || given.datum.text != key.text)
             return nullptr;
-    put(path.keys, agentKey, key);
+    put(path.keys, kAgentKey, key);
     auto instance = newInstanceBody(broker, path);
     instance->properties.clear();
-    if (wanted(properties, agentKey))
-        put(instance->properties, agentKey, key);
-    if (mode.kind == ServiceMode::Byte && wanted(properties, agentProperty))
-        put(instance->properties, agentProperty, toDatum(Value::unsignedNumber(CMPI_boolean, mode.byte)));
+    if (wanted(properties, kAgentKey))
+        put(instance->properties, kAgentKey, key);
+    if (mode.kind == ServiceMode::Byte && wanted(properties, kAgentProperty))
+        put(instance->properties, kAgentProperty, toDatum(Value::unsignedNumber(CMPI_boolean, mode.byte)));
     return instance;
 }
 
 void fillThreads(CMPIBrokerFT &ft) {
     ft.prepareAttachThread = [](const CMPIBroker *mb, const CMPIContext *ctx) -> CMPIContext * {
         return onBroker("prepareAttachThread", mb, nullptr, [=](Broker &broker) {
+            // A copy that outlives the request, made in the request's thread: the new thread may start when it is over.
             auto context = std::make_shared<ContextBody>(*broker.use<ContextBody>(ctx, "prepareAttachThread"));
             context->use = Use::Prepared;
-            return broker.make(std::move(context), ownedByProvider);
+            return broker.make(std::move(context), kOwnedByProvider);
         });
     };
     ft.attachThread = [](const CMPIBroker *mb, const CMPIContext *ctx) {
@@ -147,7 +149,7 @@ void fillReading(CMPIBrokerFT &ft) {
         return onFactory("enumerateInstances", mb, rc, [=](Broker &broker) {
             checkContext(broker, ctx, "enumerateInstances");
             const auto path = broker.use<PathBody>(op, "enumerateInstances");
-            if (!sameName(path->className, agentClass))
+            if (!sameName(path->className, kAgentClass))
                 throw Refusal{CMPI_RC_ERR_NOT_FOUND};
             auto all = std::make_shared<EnumerationBody>();
             if (auto instance = agentInstanceAt(broker, *path, properties))
@@ -240,7 +242,7 @@ RequestScope::RequestScope(Broker &broker) : broker_(broker) {
 RequestScope::~RequestScope() {
     broker_.registry.endScope(threadState.request);
     threadState.requestOf = nullptr;
-    threadState.request = ownedByProvider;
+    threadState.request = kOwnedByProvider;
 }
 
 } // namespace oxthost

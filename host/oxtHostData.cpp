@@ -13,7 +13,7 @@ struct Scalar {
     bool isSigned;
 };
 
-constexpr Scalar scalars[] = {
+constexpr Scalar kScalars[] = {
     {CMPI_boolean, "boolean", 1, false}, {CMPI_char16, "char16", 2, false}, {CMPI_uint8, "uint8", 1, false},
     {CMPI_uint16, "uint16", 2, false},   {CMPI_uint32, "uint32", 4, false}, {CMPI_uint64, "uint64", 8, false},
     {CMPI_sint8, "sint8", 1, true},      {CMPI_sint16, "sint16", 2, true},  {CMPI_sint32, "sint32", 4, true},
@@ -21,7 +21,7 @@ constexpr Scalar scalars[] = {
 };
 
 const Scalar *scalarOf(CMPIType type) {
-    for (const Scalar &scalar : scalars)
+    for (const Scalar &scalar : kScalars)
         if (scalar.type == type)
             return &scalar;
     return nullptr;
@@ -45,7 +45,7 @@ std::int64_t widen(const CMPIValue &value, const Scalar &scalar) {
         return static_cast<std::int64_t>(value.real64);
     std::uint64_t number = 0;
     std::memcpy(&number, &value, scalar.width);
-    const unsigned unused = 64 - 8 * scalar.width;
+    const unsigned unused = 64 - 8 * scalar.width; // up and down again: the signed shift copies the sign
     const std::uint64_t high = number << unused;
     return scalar.isSigned ? static_cast<std::int64_t>(high) >> unused : static_cast<std::int64_t>(high >> unused);
 }
@@ -222,7 +222,7 @@ Value valueFromText(const std::string &text, CMPIType type) {
 CMPIType typeOfName(const std::string &name, bool isArray) {
     const CMPIType flag = isArray ? CMPI_ARRAY : 0;
     const auto of = [flag](int type) { return static_cast<CMPIType>(type | flag); };
-    for (const Scalar &scalar : scalars)
+    for (const Scalar &scalar : kScalars)
         if (sameName(name, scalar.name))
             return of(scalar.type);
     if (sameName(name, "string"))

@@ -10,7 +10,7 @@
 namespace oxthost {
 namespace {
 
-constexpr CMPICount largestArray = 1000000;
+constexpr CMPICount kLargestArray = 1000000;
 
 std::shared_ptr<DateTimeBody> dateTime(CMPIUint64 microseconds, bool interval) {
     auto date = std::make_shared<DateTimeBody>();
@@ -43,7 +43,7 @@ void fillObjects(CMPIBrokerEncFT &ft) {
     };
     ft.newArray = [](const CMPIBroker *mb, CMPICount max, CMPIType type, CMPIStatus *rc) {
         return onFactory("newArray", mb, rc, [=](Broker &broker) {
-            if (max > largestArray || (type & CMPI_ARRAY) != 0)
+            if (max > kLargestArray || (type & CMPI_ARRAY) != 0)
                 throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
             auto array = std::make_shared<ArrayBody>();
             array->elementType = type == CMPI_chars ? CMPIType{CMPI_string} : type;

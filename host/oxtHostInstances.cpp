@@ -23,7 +23,8 @@ bool passesFilter(const InstanceBody &instance, const std::string &name) {
     return !instance.filter || contains(*instance.filter, name) || contains(instance.listedKeys, name);
 }
 
-// What a stored property of another type makes of a value.
+// Refuses a value of another type than the schema declares. SFCB compares only arrays and objects: a number of another
+// width is stored as it came.
 void checkType(Broker &broker, const InstanceBody &instance, const std::string &name, const Datum &datum) {
     if (!broker.schema || datum.isNull())
         return;
@@ -48,7 +49,8 @@ void setProperty(Broker &broker, InstanceBody &instance, const char *given, cons
         present->datum = std::move(datum);
         return;
     }
-    if (present != nullptr) // the provider's own order counts
+    // One that the host put there as a default moves to the end: the answer has the provider's own order.
+    if (present != nullptr)
         instance.properties.erase(instance.properties.begin() + (present - instance.properties.data()));
     instance.properties.push_back({std::move(name), std::move(datum)});
 }

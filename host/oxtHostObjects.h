@@ -23,7 +23,7 @@ namespace oxthost {
 struct Broker;
 
 enum class Kind { String, Array, Enumeration, Instance, Path, Args, Context, Result, DateTime };
-constexpr int kindCount = 9;
+constexpr int kKindCount = 9;
 
 template <class FaceT> struct Shell {
     FaceT face;

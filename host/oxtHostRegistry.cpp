@@ -5,14 +5,14 @@
 namespace oxthost {
 namespace {
 
-constexpr std::size_t quarantineSize = 65536;
-constexpr std::size_t misusesKept = 1000;
+constexpr std::size_t kQuarantineSize = 65536;
+constexpr std::size_t kMisusesKept = 1000;
 
 } // namespace
 
 const char *nameOf(Kind kind) {
-    static const char *const names[kindCount] = {"string",    "array",   "enumeration", "instance", "object path",
-                                                 "arguments", "context", "result",      "date-time"};
+    static const char *const names[kKindCount] = {"string",    "array",   "enumeration", "instance", "object path",
+                                                  "arguments", "context", "result",      "date-time"};
     return names[static_cast<int>(kind)];
 }
 
@@ -25,7 +25,7 @@ void Registry::add(std::shared_ptr<void> shell, std::shared_ptr<Body> body, Scop
     const std::lock_guard<std::mutex> guard(lock_);
     const void *object = shell.get();
     const Kind kind = body->kind;
-    if (scope != ownedByProvider)
+    if (scope != kOwnedByProvider)
         scopes_[scope].insert(object);
     live_[object] = Entry{std::move(shell), std::move(body), scope, lent};
     ++counts_[static_cast<int>(kind)];
@@ -73,7 +73,7 @@ void Registry::bury(const void *object) {
     dead_.insert(object);
     quarantine_.push_back(std::move(entry->second.shell));
     live_.erase(entry);
-    if (quarantine_.size() > quarantineSize) {
+    if (quarantine_.size() > kQuarantineSize) {
         dead_.erase(quarantine_.front().get());
         quarantine_.pop_front();
     }
@@ -106,7 +106,7 @@ LiveObjects Registry::live() const {
 }
 
 void Registry::misuseLocked(const std::string &sentence) {
-    if (misuses_.size() < misusesKept)
+    if (misuses_.size() < kMisusesKept)
         misuses_.push_back(sentence);
 }
 

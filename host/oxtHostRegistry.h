@@ -28,7 +28,7 @@ struct Refusal {
 };
 
 using ScopeId = std::uint64_t;
-constexpr ScopeId ownedByProvider = 0;
+constexpr ScopeId kOwnedByProvider = 0;
 
 class Registry {
   public:
@@ -57,12 +57,12 @@ class Registry {
     void bury(const void *object); // lock held
 
     mutable std::mutex lock_;
-    ScopeId lastScope_ = ownedByProvider;
+    ScopeId lastScope_ = kOwnedByProvider;
     std::unordered_map<const void *, Entry> live_;
     std::unordered_map<ScopeId, std::unordered_set<const void *>> scopes_;
     std::unordered_set<const void *> dead_; // in quarantine
     std::deque<std::shared_ptr<void>> quarantine_;
-    long counts_[kindCount] = {};
+    long counts_[kKindCount] = {};
     std::vector<std::string> misuses_;
 };
 

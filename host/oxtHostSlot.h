@@ -88,7 +88,7 @@ template <class B> CMPIStatus releaseObject(typename B::Face *self) {
 
 template <class B> typename B::Face *cloneObject(const typename B::Face *self, CMPIStatus *rc) {
     return onObject<B>("clone", self, rc, [](Broker &broker, B &body) {
-        return broker.make(std::static_pointer_cast<B>(body.copy()), ownedByProvider);
+        return broker.make(std::static_pointer_cast<B>(body.copy()), kOwnedByProvider);
     });
 }
 

@@ -16,7 +16,7 @@ namespace {
 // A host's getCharPtr may be declared with or without const; the slot is the same.
 using CharPtr = decltype(std::declval<CMPIStringFT>().getCharPtr(nullptr, nullptr));
 
-constexpr CMPIUint64 second = 1000000;
+constexpr CMPIUint64 kSecond = 1000000;
 
 int digitsAt(const std::string &text, std::size_t at, std::size_t count) {
     int number = 0;
@@ -33,8 +33,8 @@ StringBody::~StringBody() {
 }
 
 std::string DateTimeBody::text() const {
-    const auto micros = static_cast<unsigned>(microseconds % second);
-    const auto seconds = static_cast<std::time_t>(microseconds / second);
+    const auto micros = static_cast<unsigned>(microseconds % kSecond);
+    const auto seconds = static_cast<std::time_t>(microseconds / kSecond);
     char buffer[64];
     if (interval) {
         std::snprintf(buffer, sizeof buffer, "%08lld%02d%02d%02d.%06u:000", static_cast<long long>(seconds / 86400),
@@ -76,7 +76,7 @@ std::shared_ptr<DateTimeBody> parseDateTime(const std::string &text, bool strict
         date->utcOffset = digitsAt(text, 22, 3) * (text[sign] == '-' ? -1 : 1);
         seconds = timegm(&parts) - date->utcOffset * 60;
     }
-    date->microseconds = static_cast<CMPIUint64>(std::max(seconds, 0LL)) * second +
+    date->microseconds = static_cast<CMPIUint64>(std::max(seconds, 0LL)) * kSecond +
                          static_cast<CMPIUint64>(std::max(digitsAt(text, 15, 6), 0));
     return date;
 }

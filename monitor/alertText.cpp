@@ -20,7 +20,7 @@ std::string decimal(const std::optional<std::uint64_t> &amount) {
 }
 
 std::string space(const std::optional<std::uint64_t> &mib) {
-    return mib ? formatSpace(*mib, Unit::Human) : "?";
+    return spaceOrUnknown(mib, Unit::Human);
 }
 
 std::string fullIn(const Alert &alert, const View *view) {

@@ -10,6 +10,8 @@ namespace oxttool {
 namespace {
 
 using oxthost::Instance;
+using oxthost::NamedValue;
+using oxthost::Reply;
 using oxthost::Value;
 
 // A property of a class, and the field of the record that holds it; none for one that the provider leaves empty.
@@ -90,8 +92,8 @@ Record recordOf(const Instance &instance, const Property<Record, Fields...> (&pr
 }
 
 template <std::size_t count, class Record, class... Fields>
-Instance instanceFrom(const char *className, const Record &record,
-                      const Property<Record, Fields...> (&properties)[count]) {
+Instance instanceOfRecord(const char *className, const Record &record,
+                          const Property<Record, Fields...> (&properties)[count]) {
     Instance instance;
     instance.className = className;
     for (const auto &property : properties)
@@ -106,6 +108,13 @@ Instance instanceWith(const char *className, const char *property, Value value) 
     instance.className = className;
     instance.properties.emplace_back(property, std::move(value));
     return instance;
+}
+
+Reply refusal(CMPIrc code, const char *message) {
+    Reply reply;
+    reply.rc = code;
+    reply.message = message;
+    return reply;
 }
 
 } // namespace
@@ -151,7 +160,7 @@ std::optional<bool> threadRunsOf(const Instance &thread) {
 }
 
 Instance instanceOf(const FileSystem &fs) {
-    Instance instance = instanceFrom(kFileSystemClass, fs, kFileSystem);
+    Instance instance = instanceOfRecord(kFileSystemClass, fs, kFileSystem);
     instance.keys.emplace_back("Index", Value::string(fs.index));
     if (!fs.outlook)
         return instance;
@@ -169,7 +178,7 @@ Instance instanceOf(const FileSystem &fs) {
 }
 
 Instance instanceOf(const Cycle &cycle) {
-    return instanceFrom(kConfigClass, cycle, kCycle);
+    return instanceOfRecord(kConfigClass, cycle, kCycle);
 }
 
 Instance instanceOfTotal(unsigned count) {
@@ -179,6 +188,35 @@ Instance instanceOfTotal(unsigned count) {
 Instance instanceOfThread(std::optional<bool> runs) {
     return instanceWith(kThreadClass, kThreadProperty,
                         runs ? Value::unsignedNumber(CMPI_uint16, *runs ? 1 : 0) : Value::nullOf(CMPI_uint16));
+}
+
+Reply instancesFrom(const KnownRecords &records, const std::string &className) {
+    Reply reply;
+    if (className == kFileSystemClass)
+        for (const FileSystem &fs : records.fileSystems)
+            reply.instances.push_back(instanceOf(fs));
+    else if (className == kConfigClass)
+        reply.instances.push_back(instanceOf(records.cycle));
+    else if (className == kTotalClass)
+        reply.instances.push_back(instanceOfTotal(static_cast<unsigned>(records.fileSystems.size())));
+    else if (className == kThreadClass)
+        reply.instances.push_back(instanceOfThread(records.threadRuns));
+    else
+        return refusal(CMPI_RC_ERR_FAILED, "Generic Failure!!");
+    return reply;
+}
+
+Reply instanceFrom(const KnownRecords &records, const std::string &className, const std::vector<NamedValue> &keys) {
+    if (className != kFileSystemClass)
+        return instancesFrom(records, className);
+    const std::string index = keys.empty() ? "" : textOf(keys.front().second);
+    for (const FileSystem &fs : records.fileSystems)
+        if (fs.index == index) {
+            Reply reply;
+            reply.instances.push_back(instanceOf(fs));
+            return reply;
+        }
+    return refusal(CMPI_RC_ERR_INVALID_PARAMETER, "NotFound Index");
 }
 
 } // namespace oxttool

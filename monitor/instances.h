@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "fileSystem.h"
 #include "oxtHost.h"
@@ -26,6 +27,17 @@ oxthost::Instance instanceOf(const FileSystem &fs);
 oxthost::Instance instanceOf(const Cycle &cycle);
 oxthost::Instance instanceOfTotal(unsigned count);
 oxthost::Instance instanceOfThread(std::optional<bool> runs);
+
+// What a provider with these records would answer: the instances of a class, the instance with that key, or its
+// refusal. threadRuns is none where it cannot be told.
+struct KnownRecords {
+    const std::vector<FileSystem> &fileSystems;
+    const Cycle &cycle;
+    std::optional<bool> threadRuns;
+};
+oxthost::Reply instancesFrom(const KnownRecords &records, const std::string &className);
+oxthost::Reply instanceFrom(const KnownRecords &records, const std::string &className,
+                            const std::vector<oxthost::NamedValue> &keys);
 
 // The property's value as plain text; empty for none.
 std::string textOf(const oxthost::Value &value);

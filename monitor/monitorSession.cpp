@@ -56,13 +56,6 @@ std::string errorOf(const std::string &body) {
                                                                              : "no reason was given";
 }
 
-Reply noSuchClass() {
-    Reply reply;
-    reply.rc = CMPI_RC_ERR_FAILED;
-    reply.message = "Generic Failure!!";
-    return reply;
-}
-
 } // namespace
 
 std::unique_ptr<MonitorSession> MonitorSession::find(const std::string &root) {
@@ -93,35 +86,16 @@ const MonitorState &MonitorSession::state() {
     return *state_;
 }
 
+KnownRecords MonitorSession::records() {
+    return {state().fileSystems, state().cycle, true}; // a monitor without its thread has ended
+}
+
 Reply MonitorSession::enumInstances(const std::string &className) {
-    Reply reply;
-    if (className == kFileSystemClass)
-        for (const FileSystem &fs : state().fileSystems)
-            reply.instances.push_back(instanceOf(fs));
-    else if (className == kConfigClass)
-        reply.instances = {instanceOf(state().cycle)};
-    else if (className == kTotalClass)
-        reply.instances = {instanceOfTotal(static_cast<unsigned>(state().fileSystems.size()))};
-    else if (className == kThreadClass)
-        reply.instances = {instanceOfThread(true)}; // a monitor without its thread has ended
-    else
-        return noSuchClass();
-    return reply;
+    return instancesFrom(records(), className);
 }
 
 Reply MonitorSession::getInstance(const std::string &className, const Keys &keys) {
-    if (className != kFileSystemClass)
-        return enumInstances(className);
-    Reply reply;
-    const std::string index = keys.empty() ? "" : textOf(keys.front().second);
-    for (const FileSystem &fs : state().fileSystems)
-        if (fs.index == index)
-            reply.instances = {instanceOf(fs)};
-    if (reply.instances.empty()) {
-        reply.rc = CMPI_RC_ERR_FAILED;
-        reply.message = "NotFound Index";
-    }
-    return reply;
+    return instanceFrom(records(), className, keys);
 }
 
 Reply MonitorSession::call(const std::string &className, const std::string &method, const Arguments &arguments) {

@@ -9,6 +9,7 @@
 
 #include "fd.h"
 #include "httpMessage.h"
+#include "instances.h"
 #include "monitorState.h"
 #include "session.h"
 
@@ -37,6 +38,7 @@ class MonitorSession : public Session {
   private:
     explicit MonitorSession(std::string directory) : directory_(std::move(directory)) {}
     // Throws an environment failure when the monitor does not answer, and a refusal when it refuses.
+    KnownRecords records();
     HttpAnswer ask(const std::string &method, const std::string &target, const std::string &body);
 
     std::string directory_;

@@ -16,7 +16,7 @@ inline constexpr int kKeyFiles = 3;
 
 // What finds a segment of the provider: the key file of a class, 0 to 2, and what is given to ftok beside it.
 std::string keyFileOf(const std::string &root, int digit);
-inline constexpr int kKeyProject = 69;
+inline constexpr int kKeyProject = 69; // tests/testPages.cpp holds it to the provider's
 
 struct ProviderSegment {
     int id = 0;

@@ -10,7 +10,6 @@
 
 namespace oxttool {
 
-using oxthost::Instance;
 using oxthost::Reply;
 
 namespace {
@@ -33,34 +32,16 @@ LiveRecords recordsOf(const ProviderAtWork &provider) {
 RecordSession::RecordSession(ProviderAtWork provider)
     : provider_(std::move(provider)), records_(recordsOf(provider_)) {}
 
+KnownRecords RecordSession::known() const {
+    return {records_.fileSystems, records_.cycle, std::nullopt}; // the records do not tell whether the thread runs
+}
+
 Reply RecordSession::enumInstances(const std::string &className) {
-    Reply reply;
-    if (className == kFileSystemClass)
-        for (const FileSystem &fs : records_.fileSystems)
-            reply.instances.push_back(instanceOf(fs));
-    else if (className == kConfigClass)
-        reply.instances.push_back(instanceOf(records_.cycle));
-    else if (className == kTotalClass)
-        reply.instances.push_back(instanceOfTotal(static_cast<unsigned>(records_.fileSystems.size())));
-    else if (className == kThreadClass)
-        reply.instances.push_back(instanceOfThread(std::nullopt)); // the records do not tell
-    return reply;
+    return instancesFrom(known(), className);
 }
 
 Reply RecordSession::getInstance(const std::string &className, const Keys &keys) {
-    Reply reply = enumInstances(className);
-    if (className == kFileSystemClass) {
-        std::vector<Instance> all = std::move(reply.instances);
-        reply.instances.clear();
-        for (Instance &instance : all)
-            if (!keys.empty() && instance.keys.front().second.text == keys.front().second.text)
-                reply.instances.push_back(std::move(instance));
-    }
-    if (reply.instances.empty()) {
-        reply.rc = CMPI_RC_ERR_NOT_FOUND;
-        reply.message = "NotFound Index"; // as the provider says it
-    }
-    return reply;
+    return instanceFrom(known(), className, keys);
 }
 
 Reply RecordSession::call(const std::string &, const std::string &, const Arguments &) {

@@ -4,6 +4,7 @@
 #define OXT_MONITOR_RECORDSESSION_H
 
 #include "agentDir.h"
+#include "instances.h"
 #include "segments.h"
 #include "session.h"
 
@@ -31,6 +32,8 @@ class RecordSession : public Session {
     bool isAnothers() const override { return true; }
 
   private:
+    KnownRecords known() const;
+
     ProviderAtWork provider_;
     LiveRecords records_;
 };

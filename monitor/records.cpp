@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "shownText.h"
+#include "values.h"
 
 namespace oxttool {
 
@@ -50,10 +51,10 @@ constexpr NumberField kNumbers[] = {kIndex, kDriveType,    kMonitored, kWarning,
                                     kFatal, kFatalDefault, kStatus,    kSize,    kFree};
 constexpr NumberField kThresholds[] = {kWarning, kWarningDefault, kFatal, kFatalDefault};
 
-constexpr NumberField kCycle = {"MonitorCycle", 0, 2, false, 10, 3600};
-constexpr NumberField kCycleLeast = {"MonitorCycleMin", 2, 2, false, 10, 10};
-constexpr NumberField kCycleGreatest = {"MonitorCycleMax", 4, 2, false, 3600, 3600};
-constexpr NumberField kCycleStandard = {"MonitorCycleDefault", 6, 2, false, 60, 60};
+constexpr NumberField kCycle = {"MonitorCycle", 0, 2, false, kLeastCycle, kGreatestCycle};
+constexpr NumberField kCycleLeast = {"MonitorCycleMin", 2, 2, false, kLeastCycle, kLeastCycle};
+constexpr NumberField kCycleGreatest = {"MonitorCycleMax", 4, 2, false, kGreatestCycle, kGreatestCycle};
+constexpr NumberField kCycleStandard = {"MonitorCycleDefault", 6, 2, false, kDefaultCycle, kDefaultCycle};
 constexpr NumberField kTotal = {"FileSystemTotalNumber", 0, 2, false, 0, 65535};
 constexpr NumberField kReserved = {"reserved", 2, 2, false, 0, 0};
 

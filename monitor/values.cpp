@@ -93,6 +93,10 @@ unsigned parseCycle(const std::string &text) {
     return parseNumber(text, kLeastCycle, kGreatestCycle, "a cycle in seconds");
 }
 
+std::string cycleRange() {
+    return std::to_string(kLeastCycle) + " to " + std::to_string(kGreatestCycle);
+}
+
 bool isIndex(const std::string &target) {
     return !target.empty() && std::all_of(target.begin(), target.end(), isDigit);
 }
@@ -126,6 +130,10 @@ std::string formatSpace(std::uint64_t mib, Unit unit) {
     const std::uint64_t shown = whole + tenths / 10;
     const std::string tenth = tenths % 10 == 0 ? "" : "." + std::to_string(tenths % 10);
     return std::to_string(shown) + tenth + *letter;
+}
+
+std::string spaceOrUnknown(const std::optional<std::uint64_t> &mib, Unit unit) {
+    return mib ? formatSpace(*mib, unit) : "?";
 }
 
 std::string utcTime(std::time_t time) {

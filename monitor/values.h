@@ -29,7 +29,8 @@ unsigned parseNumber(const std::string &text, unsigned lowest, unsigned highest,
 
 // A monitoring cycle in seconds, as the provider takes it; throws a usage failure.
 unsigned parseCycle(const std::string &text);
-inline constexpr unsigned kLeastCycle = 10, kGreatestCycle = 3600;
+inline constexpr unsigned kLeastCycle = 10, kGreatestCycle = 3600, kDefaultCycle = 60;
+std::string cycleRange(); // "10 to 3600"
 
 // True when a command's target is an index rather than a mount point.
 bool isIndex(const std::string &target);
@@ -38,6 +39,7 @@ bool isIndex(const std::string &target);
 oxthost::ServiceMode parseServiceMode(const std::string &text);
 
 std::string formatSpace(std::uint64_t mib, Unit unit);
+std::string spaceOrUnknown(const std::optional<std::uint64_t> &mib, Unit unit); // "?" for none
 
 // As 2031-01-05T07:08:09Z.
 std::string utcTime(std::time_t time);

@@ -4,10 +4,6 @@
 
 namespace {
 
-// The range that is accepted, whatever the record's MonitorCycleMin and MonitorCycleMax say.
-constexpr int MIN_CYCLE = 10;
-constexpr int MAX_CYCLE = 3600;
-
 constexpr OxtClass CONFIG =
     OXT_CLASS("OXT_FileSystemConfig", FS_CONF_FIELDS, false, OXT_CID_FS_CONF, OXT_FSConfigSetPropInst, "datconf",
               "CMSetPropertyFilter() Failure!!", OXT_TRACE_NORMAL);
@@ -18,7 +14,7 @@ CMPIStatus setCycle(const char *function, const OxtCInfo *cInfo, const CMPIArgs 
     OXT_TRACE_AS(function, "CMGetArg(MonitorCycle)");
     if (!oxtReadSetting(function, cInfo, in, "MonitorCycle", &value, &status))
         return status;
-    if (value < MIN_CYCLE || value > MAX_CYCLE)
+    if (value < OXT_CYCLE_MIN || value > OXT_CYCLE_MAX) // whatever the record's MonitorCycleMin and MonitorCycleMax say
         return oxtRefuseSetting(function, cInfo, "MonitorCycle", value);
     OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d] dt.value.uint16=[%d]", datconf->MonitorCycle, value);
     OXT_TRACE_AS(function, "datconf->MonitorCycle=[%d]", value); // as the commit stores it

@@ -6,7 +6,7 @@
 
 CMPIStatus OXT_FSConfigGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties);
-// "SetMonitorCycle": 10 to 3600 seconds.
+// "SetMonitorCycle": OXT_CYCLE_MIN to OXT_CYCLE_MAX seconds.
 CMPIStatus OXT_FSConfigInvokeMethod(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *ref,
                                     const char *methodName, const CMPIArgs *in, CMPIArgs *out);
 

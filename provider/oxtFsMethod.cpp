@@ -71,7 +71,7 @@ CMPIStatus setField(const char *function, const OxtCInfo *cInfo, const Threshold
         return oxtRefuseSetting(function, cInfo, method.argument, value);
     OXT_TRACE_AS(function, "datprov[%d]->%s=[%d] dt.value.%s=[%d]", position, method.argument,
                  static_cast<int>(valueIn(method, prov)), method.typeText, value);
-    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d]", position, method.argument, value); // as the commit stores it
+    OXT_TRACE_AS(function, "datprov[%d]->%s=[%d]", position, method.argument, value); // what the commit will store
     const FsEdit edit = {OXT_CID_FS_PROV, position, prov, method.offset, method.width, static_cast<uint32_t>(value)};
     return oxtCommitSetting(function, cInfo, &edit);
 }

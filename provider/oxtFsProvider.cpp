@@ -8,6 +8,9 @@
 #include "oxtFsTotalNum.h"
 #include "oxtPaths.h"
 
+// Start and end of a request, and the handler in between, are traced at the failure level: so they show where normal
+// lines are switched off.
+//
 // No C++ exception can leave these functions: the provider is built without them and calls nothing that throws.
 
 namespace {
@@ -20,7 +23,8 @@ struct MethodRow {
     OxtMethodHandler handler;
 };
 
-// A class's handlers. A class without methods refuses calls by its own name, one with methods by the method's.
+// A class's handlers. An unknown method is traced as a wrong class name where the class has no methods, and as a wrong
+// method name elsewhere.
 struct ClassRow {
     const char *name;
     bool isThread; // served in every state; its methods' outcome is their return value
@@ -73,9 +77,6 @@ const MethodRow *findMethod(const ClassRow &row, const char *name) {
     return nullptr;
 }
 
-#define ENTRY_TRACE(...) OXT_TRACE_AS(function, __VA_ARGS__)
-#define ENTRY_MARK(...) OXT_TRACE_FAIL_AS(function, __VA_ARGS__)
-
 // What InvokeMethod, GetInstance and EnumInstances do first: the provider is initialised and the class name known. The
 // name is null when *status is the answer already; *entered tells whether the request has to leave the provider.
 char *enterRequest(const char *function, const OxtCInfo *cInfo, const CMPIObjectPath *cop, bool *entered,
@@ -85,7 +86,7 @@ char *enterRequest(const char *function, const OxtCInfo *cInfo, const CMPIObject
     if (className != nullptr)
         return className;
     const char *failure = *entered ? "getClassName() Failure!!" : "fsInitProvider() Failure!!";
-    ENTRY_MARK("%s", failure);
+    OXT_TRACE_FAIL_AS(function, "%s", failure);
     *status = oxtStatus(cInfo, CMPI_RC_ERR_FAILED, failure);
     return nullptr;
 }
@@ -100,19 +101,20 @@ void leaveRequest(const char *function, char *className, bool entered) {
 bool isServed(const char *function, const OxtCInfo *cInfo, CMPIStatus *status) {
     if (getServiceMode(cInfo) != 1 || getThreadSts(fsGetThreadID()) == 1)
         return true;
-    ENTRY_MARK("ServiceMode And NonThread Failure!!"); // the client's text says "But"; both are known as they stand
+    OXT_TRACE_FAIL_AS(
+        function, "ServiceMode And NonThread Failure!!"); // the client's text says "But"; both are known as they stand
     *status = oxtStatus(cInfo, CMPI_RC_ERR_FAILED, "ServiceMode But NonThread Failure!!");
     return false;
 }
 
 CMPIStatus refuseName(const char *function, const OxtCInfo *cInfo, const char *what, const char *name) {
-    ENTRY_MARK("%s Failure!![%s]", what, name != nullptr ? name : "NULL");
+    OXT_TRACE_FAIL_AS(function, "%s Failure!![%s]", what, name != nullptr ? name : "NULL");
     return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, "Generic Failure!!");
 }
 
 CMPIStatus serveInstances(const char *function, InstanceOperation operation, const CMPIContext *ctx,
                           const CMPIResult *rslt, const CMPIObjectPath *cop, const char **properties) {
-    ENTRY_MARK("##start##");
+    OXT_TRACE_FAIL_AS(function, "##start##");
     const OxtCInfo cInfo = {_broker.load(), ctx};
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     bool entered = false;
@@ -123,19 +125,19 @@ CMPIStatus serveInstances(const char *function, InstanceOperation operation, con
         if (row == nullptr) {
             status = refuseName(function, &cInfo, "ClassName", className);
         } else {
-            ENTRY_MARK("%s", operation == GET_INSTANCE ? row->getTrace : row->enumTrace);
+            OXT_TRACE_FAIL_AS(function, "%s", operation == GET_INSTANCE ? row->getTrace : row->enumTrace);
             const OxtInstanceHandler handler = operation == GET_INSTANCE ? row->get : row->enumerate;
             status = handler(&cInfo, rslt, cop, properties);
         }
     }
     leaveRequest(function, className, entered);
-    ENTRY_MARK("## end ##");
+    OXT_TRACE_FAIL_AS(function, "## end ##");
     return status;
 }
 
 // The thread class reports every outcome as its methods' return value, of a call that always succeeds.
 void returnOutcome(const char *function, const CMPIResult *rslt, CMPIStatus *status) {
-    ENTRY_TRACE("CMReturnData()");
+    OXT_TRACE_AS(function, "CMReturnData()");
     CMPIValue value = {};
     value.uint32 = static_cast<CMPIUint32>(status->rc);
     CMReturnData(rslt, &value, CMPI_uint32);
@@ -153,7 +155,7 @@ CMPIStatus callMethod(const char *function, const OxtCInfo *cInfo, const CMPIRes
         return refuseName(function, cInfo, "ClassName", className);
     const MethodRow *method = findMethod(*row, methodName);
     if (method != nullptr) {
-        ENTRY_MARK("%s", method->trace);
+        OXT_TRACE_FAIL_AS(function, "%s", method->trace);
         status = method->handler(cInfo, rslt, ref, methodName, in, out);
     } else {
         status = refuseName(function, cInfo, "MethodName", methodName);
@@ -165,23 +167,23 @@ CMPIStatus callMethod(const char *function, const OxtCInfo *cInfo, const CMPIRes
 
 CMPIStatus cleanUp(const char *function, CMPIBoolean terminating) {
     InitProcess(OXT_LOG_FILE);
-    ENTRY_MARK("##start## cterm=[%s]", terminating != 0 ? "ExitSFCB" : "TimeOut");
+    OXT_TRACE_FAIL_AS(function, "##start## cterm=[%s]", terminating != 0 ? "ExitSFCB" : "TimeOut");
     // A clean-up call's own context has no entries, and an upcall with it brings the object manager's process down.
     const OxtCInfo cInfo = {_broker.load(), nullptr};
-    ENTRY_TRACE("fsCleanUpProvider()");
+    OXT_TRACE_AS(function, "fsCleanUpProvider()");
     const CMPIStatus status = fsCleanUpProvider(&cInfo, terminating != 0);
-    ENTRY_MARK("## end ## ret=[%d]", static_cast<int>(status.rc));
-    if (status.rc == CMPI_RC_OK)
+    OXT_TRACE_FAIL_AS(function, "## end ## ret=[%d]", static_cast<int>(status.rc));
+    if (status.rc == CMPI_RC_OK) // last: every line above needs the trace library
         FinishProcess();
     return status;
 }
 
 CMPIStatus refuse(const char *function) {
-    ENTRY_MARK("##start##");
-    ENTRY_TRACE("CMSetStatusWithChars() - NOT_SUPPORTED");
+    OXT_TRACE_FAIL_AS(function, "##start##");
+    OXT_TRACE_AS(function, "CMSetStatusWithChars() - NOT_SUPPORTED");
     const OxtCInfo cInfo = {_broker.load(), nullptr};
     const CMPIStatus status = oxtStatus(&cInfo, CMPI_RC_ERR_NOT_SUPPORTED, "NOT_SUPPORTED");
-    ENTRY_MARK("## end ##");
+    OXT_TRACE_FAIL_AS(function, "## end ##");
     return status;
 }
 
@@ -232,7 +234,7 @@ CMPIStatus OXT_FileSystemProviderInvokeMethod(CMPIMethodMI *, const CMPIContext 
                                               const CMPIObjectPath *ref, const char *methodName, const CMPIArgs *in,
                                               CMPIArgs *out) {
     const char *function = __func__;
-    ENTRY_MARK("##start##");
+    OXT_TRACE_FAIL_AS(function, "##start##");
     const OxtCInfo cInfo = {_broker.load(), ctx};
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     bool entered = false;
@@ -240,9 +242,9 @@ CMPIStatus OXT_FileSystemProviderInvokeMethod(CMPIMethodMI *, const CMPIContext 
     if (className != nullptr)
         status = callMethod(function, &cInfo, rslt, ref, className, methodName, in, out);
     leaveRequest(function, className, entered);
-    ENTRY_TRACE("CMReturnDone()");
+    OXT_TRACE_AS(function, "CMReturnDone()");
     CMReturnDone(rslt);
-    ENTRY_MARK("## end ##");
+    OXT_TRACE_FAIL_AS(function, "## end ##");
     return status;
 }
 

@@ -12,7 +12,8 @@ constexpr OxtClass THREAD = OXT_CLASS("OXT_FileSystemThread", RUNNING, false, -1
 constexpr char NOT_SERVICE_TRACE[] = "ServiceMode is non-Service Failure!!";
 constexpr char NOT_SERVICE_FAILED[] = "ServiceMode is non-Service FAILED";
 
-// In service mode. A start, a stop or a clean-up that is at work has 3 seconds to end.
+// Starts the thread, unless one runs. The caller has checked the service mode; `alone` is whether it got the life turn
+// within 3 seconds, while another start, a stop or a clean-up may have had it.
 CMPIStatus start(const char *function, const OxtCInfo *cInfo, bool alone) {
     if (getThreadSts(fsGetThreadID()) != 0)
         return oxtFailed(function, cInfo, "Thread is Already WakeUp Failure!!", CMPI_RC_ERR_FAILED,

@@ -7,25 +7,25 @@
 
 namespace {
 
-#define BUILDER_TRACE(...) OXT_TRACE_AS(cls.builder, __VA_ARGS__)
-#define BUILDER_FAIL(...) OXT_TRACE_FAIL_AS(cls.builder, __VA_ARGS__)
+// One body serves all classes, and the trace names each one's own builder.
 
 // A property's type by the kind of its field.
 constexpr CMPIType TYPES[] = {CMPI_chars, CMPI_chars, CMPI_uint16, CMPI_sint16, CMPI_uint32, CMPI_uint32};
 
-// What the filter excludes is not set, and the host says so in a status that changes nothing here.
+// The status of CMSetProperty is passed over on purpose: for a property that the client's filter excludes it is an
+// error, and the instance is to have the others all the same.
 void setProperty(const OxtClass &cls, CMPIInstance *instance, const FsField &field, const void *record) {
     FsShown number;
     const CMPIType type = TYPES[field.kind];
     if (type != CMPI_chars) {
-        BUILDER_TRACE("CMSetProperty() %s=[%s]", field.label, fsShow(field, record, number));
+        OXT_TRACE_AS(cls.builder, "CMSetProperty() %s=[%s]", field.label, fsShow(field, record, number));
         CMPIValue value = {};
         value.sint64 = fsNumberIn(field, record); // little-endian: the low bytes come first
         CMSetProperty(instance, field.property, &value, type);
         return;
     }
     const char *text = fsShow(field, record, number);
-    BUILDER_TRACE("CMSetProperty() %s=[%s]", field.label, text);
+    OXT_TRACE_AS(cls.builder, "CMSetProperty() %s=[%s]", field.label, text);
     char buffer[OXT_FS_TEXT * OXT_TEXT_GROWTH];
     CMSetProperty(instance, field.property, oxtClientText(text, buffer, sizeof buffer), type);
 }
@@ -33,41 +33,41 @@ void setProperty(const OxtClass &cls, CMPIInstance *instance, const FsField &fie
 void addIndexKey(const OxtClass &cls, CMPIObjectPath *path, const void *record) {
     char text[16];
     snprintf(text, sizeof text, "%d", static_cast<const FsProv *>(record)->Index);
-    BUILDER_TRACE("CMAddKey() Index_str=[%s]", text);
+    OXT_TRACE_AS(cls.builder, "CMAddKey() Index_str=[%s]", text);
     CMAddKey(path, "Index", text, CMPI_chars);
 }
 
 CMPIObjectPath *newPath(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop) {
     char *nameSpace = getNameSpace(cop);
     if (nameSpace == nullptr) {
-        BUILDER_FAIL("_OUT_ CMGetCharPtr() Failure!!");
+        OXT_TRACE_FAIL_AS(cls.builder, "_OUT_ CMGetCharPtr() Failure!!");
         return nullptr;
     }
-    BUILDER_TRACE("CMNewObjectPath() NameSpace=[%s]", nameSpace);
+    OXT_TRACE_AS(cls.builder, "CMNewObjectPath() NameSpace=[%s]", nameSpace);
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     CMPIObjectPath *path = CMNewObjectPath(cInfo->broker, nameSpace, cls.name, &rc);
     OXT_MEMFREE_IN(cls.builder, nameSpace);
     if (rc.rc == CMPI_RC_OK && !CMIsNullObject(path))
         return path;
-    BUILDER_FAIL("_OUT_ CMNewObjectPath() Failure!!");
+    OXT_TRACE_FAIL_AS(cls.builder, "_OUT_ CMNewObjectPath() Failure!!");
     return nullptr;
 }
 
 // An instance of the path with the client's filter, still without properties.
 CMPIInstance *newFiltered(const OxtClass &cls, const OxtCInfo *cInfo, CMPIObjectPath *path, const char **properties) {
-    BUILDER_TRACE("CMNewInstance()");
+    OXT_TRACE_AS(cls.builder, "CMNewInstance()");
     CMPIStatus rc = {CMPI_RC_OK, nullptr};
     CMPIInstance *instance = CMNewInstance(cInfo->broker, path, &rc);
     if (rc.rc != CMPI_RC_OK || CMIsNullObject(instance)) {
-        BUILDER_FAIL("_OUT_ CMNewInstance() Failure!!");
+        OXT_TRACE_FAIL_AS(cls.builder, "_OUT_ CMNewInstance() Failure!!");
         return nullptr;
     }
-    BUILDER_TRACE("CMSetPropertyFilter()");
+    OXT_TRACE_AS(cls.builder, "CMSetPropertyFilter()");
     if (CMSetPropertyFilter(instance, properties, nullptr).rc == CMPI_RC_OK)
         return instance;
-    BUILDER_FAIL("%s", cls.filterFailure);
+    OXT_TRACE_FAIL_AS(cls.builder, "%s", cls.filterFailure);
     if (strncmp(cls.filterFailure, "_OUT_", 5) != 0)
-        BUILDER_TRACE("_OUT_");
+        OXT_TRACE_AS(cls.builder, "_OUT_");
     CMRelease(instance);
     return nullptr;
 }
@@ -92,13 +92,13 @@ CMPIStatus oxtRefused(const char *function) {
 
 CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const CMPIObjectPath *cop,
                                const char **properties, const void *record) {
-    BUILDER_TRACE("_IN_");
+    OXT_TRACE_AS(cls.builder, "_IN_");
     const char *refusal = cInfo == nullptr    ? "_OUT_ param(cInfo) Failure!!"
                           : cop == nullptr    ? "_OUT_ Param(cop) Failure!!"
                           : record == nullptr ? cls.refusedRecord
                                               : nullptr;
     if (refusal != nullptr) {
-        BUILDER_FAIL("%s", refusal);
+        OXT_TRACE_FAIL_AS(cls.builder, "%s", refusal);
         return nullptr;
     }
     CMPIObjectPath *path = newPath(cls, cInfo, cop);
@@ -110,7 +110,7 @@ CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const
             addIndexKey(cls, path, record);
         for (size_t i = 0; i < cls.fieldCount; ++i)
             setProperty(cls, instance, cls.fields[i], record);
-        BUILDER_TRACE("_OUT_");
+        OXT_TRACE_AS(cls.builder, "_OUT_");
     }
     CMRelease(path);
     return instance;

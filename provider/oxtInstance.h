@@ -32,7 +32,7 @@ struct OxtClass {
             #builder "() FAILED"                                                                                       \
     }
 
-// One class's row of handlers is called with these.
+// The handlers in the table of classes (oxtFsProvider.cpp).
 typedef CMPIStatus (*OxtInstanceHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                          const char **properties);
 typedef CMPIStatus (*OxtMethodHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *ref,

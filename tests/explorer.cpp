@@ -17,15 +17,15 @@
 namespace explorer {
 namespace {
 
-constexpr long long NEVER = -1, START = 1'000'000'000'000; // nanoseconds
-constexpr std::size_t DECISIONS_MOST = 400;
-constexpr long STEPS_MOST = 1'000'000; // of a schedule; beyond it somebody waits without end
+constexpr long long kNever = -1, kStart = 1'000'000'000'000; // nanoseconds
+constexpr std::size_t kMostDecisions = 400;
+constexpr long kMostSteps = 1'000'000; // of a schedule; beyond it somebody waits without end
 
 struct Thread {
     enum State { READY, WAITS, ENDED } state = READY;
     std::string name;
     const void *on = nullptr; // what it waits for
-    long long since = 0, until = NEVER, waited = 0;
+    long long since = 0, until = kNever, waited = 0;
     bool timedOut = false, cancelled = false, cancellable = true, isWatcher = false, isJoined = false;
     pthread_t id = 0;
     std::function<void()> body;
@@ -44,7 +44,7 @@ std::mutex baton; // guards all of the following
 std::vector<std::unique_ptr<Thread>> threads;
 Thread *running;
 std::map<const void *, Thread *> owners; // of the mutexes
-long long clockNow = START;
+long long clockNow = kStart;
 long steps;
 
 std::vector<Decision> trail; // of this schedule: what it has in common with the one before, then what it adds
@@ -98,9 +98,9 @@ void passTime(long long until) {
         std::none_of(threads.begin(), threads.end(), [](const auto &t) { return t->state == Thread::READY; });
     clockNow += passed;
     for (const auto &thread : threads) {
-        if (thread->state == Thread::WAITS && thread->until == NEVER && !idle)
+        if (thread->state == Thread::WAITS && thread->until == kNever && !idle)
             thread->since += passed;
-        if (thread->state == Thread::WAITS && thread->until != NEVER && thread->until <= clockNow)
+        if (thread->state == Thread::WAITS && thread->until != kNever && thread->until <= clockNow)
             endWait(*thread, true);
     }
 }
@@ -114,7 +114,7 @@ std::vector<Thread *> findOptions(std::vector<int> *costs) {
     for (const auto &thread : threads) {
         if (thread->state == Thread::READY && thread.get() != self)
             all.push_back(thread.get());
-        if (thread->state == Thread::WAITS && thread->until != NEVER &&
+        if (thread->state == Thread::WAITS && thread->until != kNever &&
             (next == nullptr || thread->until < next->until))
             next = thread.get();
     }
@@ -131,14 +131,14 @@ std::vector<Thread *> findOptions(std::vector<int> *costs) {
 Thread *pick(const char *call) {
     std::vector<int> costs;
     const std::vector<Thread *> options = findOptions(&costs);
-    if (++steps > STEPS_MOST || options.empty())
+    if (++steps > kMostSteps || options.empty())
         giveUp(options.empty() ? "nobody can go on" : "somebody waits without end");
     if (!deciding || options.size() == 1)
         return options[0];
     const Decision *last = position > 0 ? &trail[position - 1] : nullptr;
     const int before = last != nullptr ? last->before + last->costs[last->taken] : 0;
     // The first option is the only one left; or somebody goes round in a long wait, where all options are alike.
-    if (lots == nullptr && (before + costs[1] > most || position == DECISIONS_MOST))
+    if (lots == nullptr && (before + costs[1] > most || position == kMostDecisions))
         return options[0];
     if (position == trail.size()) {
         const std::size_t taken = lots != nullptr && (*lots)() % 8 == 0 ? (*lots)() % options.size() : 0;
@@ -175,7 +175,7 @@ void waitFor(Hold &hold, const void *what, long long until, const char *call) {
 
 void take(Hold &hold, const void *mutex) {
     while (owners[mutex] != nullptr)
-        waitFor(hold, mutex, NEVER, "lock");
+        waitFor(hold, mutex, kNever, "lock");
     owners[mutex] = self;
 }
 
@@ -231,7 +231,7 @@ void runAll(const Scenario &scenario) {
     deciding = true;
     for (Thread *actor : actors)
         while (actor->state != Thread::ENDED)
-            waitFor(hold, actor, NEVER, "begin");
+            waitFor(hold, actor, kNever, "begin");
     deciding = false;
     hold.unlock();
     scenario.end();
@@ -239,7 +239,7 @@ void runAll(const Scenario &scenario) {
 
 void runOnce(const Scenario &scenario) {
     owners.clear();
-    clockNow = START;
+    clockNow = kStart;
     steps = 0;
     position = 0;
     withAtomics = scenario.atomics;

@@ -14,14 +14,14 @@
 
 namespace {
 
-constexpr char DRIVERS[] = "Character devices:\n  1 mem\n  5 /dev/tty\n\nBlock devices:\n"
-                           "  7 loop\n  8 sd\n253 device-mapper\n\n";
+constexpr char kDrivers[] = "Character devices:\n  1 mem\n  5 /dev/tty\n\nBlock devices:\n"
+                            "  7 loop\n  8 sd\n253 device-mapper\n\n";
 
 } // namespace
 
 FakeSystem::FakeSystem() {
     auto state = std::make_unique<FakeState>();
-    state->drivers = DRIVERS;
+    state->drivers = kDrivers;
     oxtmachine::use(std::move(state));
 }
 

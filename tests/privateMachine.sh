@@ -14,7 +14,7 @@ if [ -z "${OXT_PRIVATE_BASE:-}" ]; then
     export OXT_PRIVATE_BASE
     "${private[@]}" bash "$(realpath "$0")" "$@"
     result=$?
-    rmdir "$OXT_PRIVATE_BASE"
+    rm -rf --one-file-system "$OXT_PRIVATE_BASE"
     exit $result
 fi
 base=$OXT_PRIVATE_BASE

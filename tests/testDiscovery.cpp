@@ -11,11 +11,11 @@
 
 namespace {
 
-constexpr long EXT = 0xEF53, XFS = 0x58465342;
-constexpr size_t GUARD = 64;
+constexpr long kExt = 0xEF53, kXfs = 0x58465342;
+constexpr size_t kGuard = 64;
 
 // What statfs calls them.
-const std::map<std::string, long> kinds = {{"ext", EXT},          {"xfs", XFS},        {"fat", 0x4d44},
+const std::map<std::string, long> kinds = {{"ext", kExt},         {"xfs", kXfs},       {"fat", 0x4d44},
                                            {"btrfs", 0x9123683E}, {"iso9660", 0x9660}, {"udf", 0x15013346}};
 
 class Discovery : public Room {
@@ -41,12 +41,12 @@ class Discovery : public Room {
         bool inside; // nothing was written behind the buffer
     };
     List listOf(int size) {
-        std::vector<char> buffer(static_cast<size_t>(size) + GUARD, '\0');
-        std::fill(buffer.end() - GUARD, buffer.end(), '#');
+        std::vector<char> buffer(static_cast<size_t>(size) + kGuard, '\0');
+        std::fill(buffer.end() - kGuard, buffer.end(), '#');
         List list = {{}, GetMountPointStrings(size, buffer.data()), true};
         for (const char *dir = buffer.data(); *dir != '\0' && *dir != '#'; dir += strlen(dir) + 1)
             list.dirs.emplace_back(dir);
-        list.inside = std::count(buffer.end() - GUARD, buffer.end(), '#') == GUARD;
+        list.inside = std::count(buffer.end() - kGuard, buffer.end(), '#') == kGuard;
         return list;
     }
     // The snapshot's records, or nothing when it failed; the same with and without a trace.
@@ -79,7 +79,7 @@ class Discovery : public Room {
         system.addDevice("/dev/chr", S_IFCHR, 11, 0);
         system.addDevice("/dev/wide", S_IFBLK, 0x1000 + 9, 0x12345);
         system.addDevice("/dev/" + std::string(300, 'x'), S_IFBLK, 9, 0);
-        setKind(EXT);
+        setKind(kExt);
         system.setMounts(mounts);
     }
     // The next word or quoted text of a golden file's line.
@@ -196,8 +196,8 @@ TEST_F(Discovery, WhatCannotBeRead) {
     EXPECT_EQ(getDriveType("/m"), -1);
     EXPECT_EQ(getDriveType(nullptr), -1);
     char buffer[16] = "#";
-    EXPECT_EQ(GetFsName(EXT, buffer, 10, "/m"), -1);
-    EXPECT_EQ(GetFsName(XFS, buffer, 10, "/m"), 0);
+    EXPECT_EQ(GetFsName(kExt, buffer, 10, "/m"), -1);
+    EXPECT_EQ(GetFsName(kXfs, buffer, 10, "/m"), 0);
     trace.clear();
     EXPECT_EQ(GetMountPointStrings(sizeof buffer, buffer), 0);
     EXPECT_TRUE(trace.contains("_OUT_ setmntent[/etc/mtab] Failure!!"));

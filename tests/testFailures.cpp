@@ -21,7 +21,7 @@ namespace {
 
 using Texts = std::set<std::string>;
 
-constexpr long SHORT_STRIDE = 11;
+constexpr long kShortStride = 11;
 
 constexpr char kNotRead[] = "1 'fsGetInstance() FAILED'", kNoData[] = "6 'NotFound Data'",
                kNoThread[] = "1 'ServiceMode But NonThread Failure!!'";
@@ -32,7 +32,7 @@ struct State {
     const char *name;
     unsigned is;
 };
-constexpr State STATES[] = {
+constexpr State kStates[] = {
     {"off, first, no save file", 0},
     {"off, first, save file", SAVED},
     {"off, later", SAVED | BUILT},
@@ -129,7 +129,7 @@ void Failures::SetUp() {
     ProviderTest::SetUp();
     system.speedUpWaits(100'000);
     makeOperations();
-    prepare(STATES[0], false);
+    prepare(kStates[0], false);
     EXPECT_EQ(showStatus(setCycle("33")), kOk);
     EXPECT_EQ(showStatus(set("SetWarningThreshold", "1", "3000")), kOk);
     EXPECT_EQ(showStatus(set("SetFatalThreshold", "2", "2")), kOk);
@@ -335,7 +335,7 @@ void Failures::expectAsEver(const Seen &seen, const Seen &undone, const Seen &do
 void Failures::failEach(const State &state, const Change &change, const Operation &operation, long stride) {
     ++operationCount;
     for (const bool traced : {false, true}) {
-        if (stride > 1 && operation.tells && (operationCount + (&state - STATES)) % 2 == (traced ? 0 : 1))
+        if (stride > 1 && operation.tells && (operationCount + (&state - kStates)) % 2 == (traced ? 0 : 1))
             continue;
         const Seen undone = round(state, change, nullptr, {"", failing::ONCE, traced, 0}),
                    done = round(state, change, &operation, {"", failing::ONCE, traced, 0});
@@ -359,9 +359,9 @@ void Failures::failEach(const State &state, const Change &change, const Operatio
 }
 
 TEST_F(Failures, AtEveryStep) {
-    const long stride = getenv("OXT_LONG") != nullptr ? 1 : SHORT_STRIDE;
+    const long stride = getenv("OXT_LONG") != nullptr ? 1 : kShortStride;
     const Change none = {"", [] {}, [] {}};
-    for (const State &state : STATES)
+    for (const State &state : kStates)
         for (const Operation &operation : operations)
             failEach(state, none, operation, operation.name == "start" && (state.is & BUILT) != 0 ? 1 : stride);
     const Change changes[] = {
@@ -379,10 +379,10 @@ TEST_F(Failures, AtEveryStep) {
     for (const Change &change : changes) {
         for (const Operation &operation : operations)
             if (operation.name == "enumerate OXT_FileSystem" || operation.name == "SetFatalThreshold")
-                failEach(STATES[2], change, operation, stride);
-        failEach(STATES[6], change, pass, stride);
+                failEach(kStates[2], change, operation, stride);
+        failEach(kStates[6], change, pass, stride);
     }
-    failEach(STATES[6], none, pass, stride);
+    failEach(kStates[6], none, pass, stride);
 
     std::cout << injected << " failures in " << rounds << " rounds of " << operationCount << " operations\n";
     RecordProperty("failures", static_cast<int>(injected));

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr unsigned WARN = 0x800403E9;
+constexpr unsigned kWarn = 0x800403E9;
 
 class Life : public Room {
   protected:
@@ -150,7 +150,7 @@ TEST_F(Life, WithTheThreadRequestsReadSharedMemory) {
     initialise();
     system.setFree("/", 100);
     EXPECT_EQ(get<FsProv>(OXT_CID_FS_PROV).at(0).FreeSpaceStatus, 2);
-    EXPECT_THAT(trace.alertIds(), testing::Contains(WARN));
+    EXPECT_THAT(trace.alertIds(), testing::Contains(kWarn));
 }
 
 // While nobody traces, a segment is read back only when another process may have changed it.

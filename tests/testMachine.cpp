@@ -28,7 +28,7 @@ std::string replaced(std::string text, const std::string &what, const std::strin
 }
 
 // "SECONDS TEXT": the machine of a text, whose line feeds are "\\n", as it is written down at that second.
-TEST(MachineFile, readAndWritten) {
+TEST(MachineFile, ReadAndWritten) {
     expectReplay("machineFiles.txt", [](const std::string &line) {
         const std::size_t space = line.find(' ');
         try {
@@ -83,7 +83,7 @@ class MachineCommand : public testing::Test {
 const std::string machines = OXT_TEST_SOURCE_DIR "machines/";
 
 // Each is a life of its own over the machine that stands first. "!" marks the other stream.
-TEST_F(MachineCommand, commandsInARow) {
+TEST_F(MachineCommand, CommandsInARow) {
     expectReplay("machines.txt", [&](const std::string &line) {
         const std::size_t space = line.find(' ');
         const Ended ended = run("--machine " + machines + line.substr(0, space) + ".toml " + line.substr(space + 1));
@@ -101,7 +101,7 @@ TEST_F(MachineCommand, commandsInARow) {
     });
 }
 
-TEST_F(MachineCommand, aStoryIsPlayed) {
+TEST_F(MachineCommand, AStoryIsPlayed) {
     const pid_t watch = startCommand("--machine " + machines + "story.toml watch --cycle 10", out());
     EXPECT_TRUE(waitForOutput(out(), "/data (/dev/sdb1) 10G of 100G free, warning"));
     EXPECT_TRUE(waitForOutput(out(), "alert info: fileSystemCountChanged"));
@@ -122,7 +122,7 @@ TEST_F(MachineCommand, aStoryIsPlayed) {
 }
 
 // A record is the machine: of a described one, and of this one whatever it is.
-TEST_F(MachineCommand, recordsAreTheMachine) {
+TEST_F(MachineCommand, RecordsAreTheMachine) {
     const std::string described = run("--machine " + machines + "rules.toml record").out;
     const std::string again = save("again.toml", described);
     EXPECT_EQ(replaced(run("--machine " + again + " record").out, again, machines + "rules.toml"), described);

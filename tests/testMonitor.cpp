@@ -31,7 +31,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 
 // Each line of the script is a whole file; "\n" in it begins a new line.
-TEST(MonitorSettings, inARow) {
+TEST(MonitorSettings, InARow) {
     expectReplay("settings.txt", [](const std::string &line) {
         std::string text;
         for (std::size_t i = 0; i < line.size(); ++i)
@@ -78,7 +78,7 @@ struct RulesAtWork : ::testing::Test {
     RuleMemories memories;
 };
 
-TEST_F(RulesAtWork, aPercentageSurvivesAResizeAndAHandTheRule) {
+TEST_F(RulesAtWork, APercentageSurvivesAResizeAndAHandTheRule) {
     use("[[rule]]\nmount = '/d*'\nwarning = '20%'\n[[rule]]\nwarning = '5%'\nfatal = '3%'\n");
     EXPECT_THAT(apply(), ElementsAre("/data: warning threshold 100 -> 200", "/data: fatal threshold 10 -> 30"))
         << "of two rules the first that matches counts, for each setting";
@@ -113,7 +113,7 @@ TEST_F(RulesAtWork, aPercentageSurvivesAResizeAndAHandTheRule) {
     EXPECT_EQ(warningBy(), "no rule");
 }
 
-TEST_F(RulesAtWork, onlyWhatTheProviderTakes) {
+TEST_F(RulesAtWork, OnlyWhatTheProviderTakes) {
     FileSystem small = fileSystem("/small", 99, 50), removable = fileSystem("/stick", 1000, 500);
     FileSystem second = fileSystem("/again", 1000, 500), tiny = fileSystem("/tiny", 150, 50);
     removable.driveType = 1;
@@ -138,7 +138,7 @@ TEST_F(RulesAtWork, onlyWhatTheProviderTakes) {
     EXPECT_EQ(allChanges(rules, all).size(), 1u);
 }
 
-TEST(MonitorForecast, steadyTrendsAlone) {
+TEST(MonitorForecast, SteadyTrendsAlone) {
     std::mt19937 random(7);
     std::uniform_int_distribution<int> noise(-40, 40);
     const struct {
@@ -171,7 +171,7 @@ TEST(MonitorForecast, steadyTrendsAlone) {
     }
 }
 
-TEST(MonitorForecast, historyIsBoundedAndSurvivesClocksAndRestarts) {
+TEST(MonitorForecast, HistoryIsBoundedAndSurvivesClocksAndRestarts) {
     Memory memory;
     const std::string odd = "/m\xff\xc3\xa9\n\"";
     History &history = memory.histories[{"/dev/a", odd}];
@@ -196,7 +196,7 @@ TEST(MonitorForecast, historyIsBoundedAndSurvivesClocksAndRestarts) {
     EXPECT_LE(history.points()[history.points().size() - 2].time, now - 5000);
 }
 
-TEST(MonitorPasses, areTold) {
+TEST(MonitorPasses, AreTold) {
     const auto start = Passes::Clock::time_point() + seconds(1000);
     Passes passes;
     passes.next = start;
@@ -216,7 +216,7 @@ TEST(MonitorPasses, areTold) {
     EXPECT_EQ(passes.lastSuccess, 99);
 }
 
-TEST(MonitorNotify, speaksToTheServiceManager) {
+TEST(MonitorNotify, SpeaksToTheServiceManager) {
     char name[] = "/tmp/oxtnotifyXXXXXX";
     ASSERT_NE(mkdtemp(name), nullptr);
     const std::string path = std::string(name) + "/socket";
@@ -241,7 +241,7 @@ TEST(MonitorNotify, speaksToTheServiceManager) {
     std::filesystem::remove_all(name);
 }
 
-TEST(MonitorProgram, isBoundedInTimeAndNumber) {
+TEST(MonitorProgram, IsBoundedInTimeAndNumber) {
     std::vector<std::string> said;
     AlertProgram program([&](const std::string &line) { said.push_back(line); });
     char name[] = "/tmp/oxtprogramXXXXXX";

@@ -42,7 +42,7 @@ ViewPointer odd() {
     return view;
 }
 
-TEST(MonitorAnswers, hostileNamesStayNames) {
+TEST(MonitorAnswers, HostileNamesStayNames) {
     const ViewPointer view = odd();
     const std::string page = pageText(*view, false, "abc");
     EXPECT_EQ(page.find("<script>alert"), std::string::npos);
@@ -65,7 +65,7 @@ TEST(MonitorAnswers, hostileNamesStayNames) {
 }
 
 // The page as a browser has it, without the server.
-TEST(MonitorAnswers, thePageInABrowser) {
+TEST(MonitorAnswers, ThePageInABrowser) {
     if (std::system("command -v chromium >/dev/null") != 0)
         GTEST_SKIP() << "needs chromium";
     char name[] = "/tmp/oxtpageXXXXXX";
@@ -96,7 +96,7 @@ TEST(MonitorAnswers, thePageInABrowser) {
     std::filesystem::remove_all(directory);
 }
 
-TEST(MonitorAnswers, whoMayAskWhat) {
+TEST(MonitorAnswers, WhoMayAskWhat) {
     std::vector<std::string> ordered;
     Api api({[&](HttpServer::Id, ProviderWorker::MethodCall call) {
                  ordered.push_back(call.className + "." + call.method);
@@ -190,7 +190,7 @@ class MonitorServer : public ::testing::Test {
     const std::string get_ = "GET / HTTP/1.1\r\nHost: a\r\n\r\n";
 };
 
-TEST_F(MonitorServer, brokenAndOversizedRequestsAreRefused) {
+TEST_F(MonitorServer, BrokenAndOversizedRequestsAreRefused) {
     const std::string post = "POST / HTTP/1.1\r\nHost: a\r\n";
     const struct {
         std::string text;
@@ -226,7 +226,7 @@ TEST_F(MonitorServer, brokenAndOversizedRequestsAreRefused) {
     EXPECT_EQ(statusAt(slow), 200) << "byte by byte";
 }
 
-TEST_F(MonitorServer, aCrowdLeavesRoomForTheNextAndHoldsNobodyUp) {
+TEST_F(MonitorServer, ACrowdLeavesRoomForTheNextAndHoldsNobodyUp) {
     const Fd silent = client();
     poll();
     ASSERT_TRUE(server_.nextDeadline());
@@ -251,7 +251,7 @@ TEST_F(MonitorServer, aCrowdLeavesRoomForTheNextAndHoldsNobodyUp) {
     server_.answer(12345, errorResponse(404, "x"));
 }
 
-TEST_F(MonitorServer, aSocketIsMadeSafely) {
+TEST_F(MonitorServer, ASocketIsMadeSafely) {
     EXPECT_THAT(problemOf([this] { SocketFile{directory_}; }), HasSubstr("a monitor is running"));
     const std::string other = directory_ + "/" + std::string(150, 'd'); // longer than an address
     std::filesystem::create_directory(other);

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The provider over real file systems: ext4 and xfs images, mounted by loop in a private mount and IPC namespace, shown
-# by oxtfsctl with the numbers that df shows; and in service mode one of them filled and freed, with its alerts.
+# The provider over real file systems: ext4 and xfs images, mounted by loop on a private machine, shown by oxtfsctl with
+# the numbers that df shows; and in service mode one of them filled and freed, with its alerts.
 #
 # Needs root, loop devices and mkfs.ext4; mkfs.xfs is taken when it is there. Exits with 77 where it cannot run.
 set -u
@@ -8,7 +8,7 @@ PATH=$PATH:/usr/sbin:/sbin
 tool=${1:?usage: testMounts.sh OXTFSCTL AGENT_DIRECTORY}
 agent=${2:?usage: testMounts.sh OXTFSCTL AGENT_DIRECTORY}
 
-. "$(dirname "$0")/isolated.bash"
+. "$(dirname "$0")/fileSystems.sh"
 
 # Each is shown with the numbers that df shows, and with the thresholds that follow.
 index=0

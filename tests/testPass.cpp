@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr unsigned CONFIG = 0x400407D0, NORMAL = 0x400403EA, WARN = 0x800403E9, FATAL = 0xC00403E8;
+constexpr unsigned kCountChanged = 0x400407D0, kNormal = 0x400403EA, kWarn = 0x800403E9, kFatal = 0xC00403E8;
 
 class Pass : public Room {
   protected:
@@ -35,20 +35,20 @@ TEST_F(Pass, StatusAndAlertOfAKnownFileSystem) {
     } rows[] = {
         // Once per change; switched on, normal is no news; 2 is neither on nor off.
         {1, 1, 1000, 500, 1, {}},
-        {1, 1, 1000, 100, 2, {WARN}},
-        {1, 1, 1000, 10, 3, {FATAL}},
+        {1, 1, 1000, 100, 2, {kWarn}},
+        {1, 1, 1000, 10, 3, {kFatal}},
         {2, 1, 1000, 100, 2, {}},
-        {2, 1, 1000, 500, 1, {NORMAL}},
-        {3, 1, 1000, 11, 2, {WARN}},
-        {-1, 1, 1000, 500, 1, {NORMAL}},
+        {2, 1, 1000, 500, 1, {kNormal}},
+        {3, 1, 1000, 11, 2, {kWarn}},
+        {-1, 1, 1000, 500, 1, {kNormal}},
         {0, 1, 1000, 500, 1, {}},
-        {0, 1, 1000, 100, 2, {WARN}},
+        {0, 1, 1000, 100, 2, {kWarn}},
         {1, 0, 1000, 5, 0, {}},
         {3, 0, 1000, 500, 0, {}},
         {2, 2, 1000, 5, 0, {}},
         // Another size, and so that size's own thresholds.
         {1, 1, 0, 0, -1, {}},
-        {1, 1, 2000, 200, 2, {WARN}},
+        {1, 1, 2000, 200, 2, {kWarn}},
         {1, 1, 2000, 201, 1, {}},
     };
     for (const auto &row : rows) {
@@ -134,14 +134,14 @@ TEST_F(Pass, FileSystemsComeAndGo) {
     system.addFileSystem("/dev/sdd1", 8, "/low", "ext3", 1000, 100);
     system.addFileSystem("/dev/sde1", 8, "/fat", "vfat", 1000, 0);
     EXPECT_EQ(pass(), 0);
-    EXPECT_EQ(trace.alertIds(), (Ids{FATAL, WARN, CONFIG}));
+    EXPECT_EQ(trace.alertIds(), (Ids{kFatal, kWarn, kCountChanged}));
     EXPECT_EQ(shmFs[OXT_CID_FS_PROV].shmNum, 5);
     EXPECT_EQ(fileContent(savePath()).size(), 30U + 5 * 1840);
 
     for (const char *dir : {"/short", "/low", "/fat", "/"})
         system.removeFileSystem(dir);
     EXPECT_EQ(untraced(), 0);
-    EXPECT_EQ(trace.alertIds(), Ids{CONFIG});
+    EXPECT_EQ(trace.alertIds(), Ids{kCountChanged});
     EXPECT_THAT(roots(), ElementsAre("/new"));
     EXPECT_EQ(stored(0).Index, 1);
     EXPECT_EQ(fileContent(savePath()).size(), 30U + 1840);
@@ -168,12 +168,12 @@ TEST_F(Pass, WhatAnAlertSays) {
         unsigned id;
         int type;
         Strings strings;
-    } rows[] = {{NORMAL, 4, {name, root, available, size}},
-                {WARN, 2, {name, root, available, size, "4294967295"}},
-                {FATAL, 1, {name, root, available, size, "7"}},
-                {CONFIG, 4, {}}};
+    } rows[] = {{kNormal, 4, {name, root, available, size}},
+                {kWarn, 2, {name, root, available, size, "4294967295"}},
+                {kFatal, 1, {name, root, available, size, "7"}},
+                {kCountChanged, 4, {}}};
     for (const auto &row : rows) {
-        EXPECT_EQ(fsPutAlert(row.id, row.id == CONFIG ? nullptr : &record), 0);
+        EXPECT_EQ(fsPutAlert(row.id, row.id == kCountChanged ? nullptr : &record), 0);
         const SentAlert alert = trace.alerts().back();
         EXPECT_EQ(alert.id, row.id);
         EXPECT_EQ(alert.type, row.type);
@@ -185,10 +185,10 @@ TEST_F(Pass, WhatAnAlertSays) {
     trace.clear();
     EXPECT_EQ(fsPutAlert(0x400403EB, &record), -1);
     EXPECT_EQ(trace.lines().size(), 1U) << "an unknown event leaves its entry line alone";
-    EXPECT_EQ(fsPutAlert(WARN, nullptr), -1);
+    EXPECT_EQ(fsPutAlert(kWarn, nullptr), -1);
     EXPECT_THAT(trace.alertIds(), IsEmpty());
     trace.answerAlerts(1);
-    EXPECT_EQ(fsPutAlert(CONFIG, nullptr), -1);
+    EXPECT_EQ(fsPutAlert(kCountChanged, nullptr), -1);
 }
 
 TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
@@ -208,7 +208,7 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     system.setVolume("/data", volume);
     system.addFileSystem("/dev/sdb1", 8, "/new", "ext4", 1000, 500); // the area is made anew as well
     EXPECT_EQ(pass(), 0);
-    EXPECT_THAT(trace.alertIds(), Ids{CONFIG});
+    EXPECT_THAT(trace.alertIds(), Ids{kCountChanged});
     for (const char *where : {"at the end of the pass", "after the next one"}) {
         EXPECT_EQ(stored(1).WarningThreshold, 600U) << where;
         EXPECT_EQ(fsConf(fsCurrent()->areas)->MonitorCycle, 10) << where;

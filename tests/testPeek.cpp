@@ -20,6 +20,7 @@
 #include "failure.h"
 #include "oxtFile.h"
 #include "oxtFsSave.h"
+#include "oxtPaths.h"
 #include "oxtShm.h"
 #include "recordSession.h"
 #include "saveFile.h"
@@ -88,12 +89,13 @@ class Peek : public ::testing::Test {
     }
     void removeSegments() const {
         for (int digit = 0; digit < 3; ++digit)
-            if (const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), 0, 0); id > 0)
+            if (const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), OXT_SHMKEY_PROJECT), 0, 0); id > 0)
                 shmctl(id, IPC_RMID, nullptr);
     }
     int makeSegment(int digit, const std::string &bytes) const {
         std::ofstream(keyFileOf(root_, digit)).close();
-        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), 69), bytes.size(), IPC_CREAT | IPC_EXCL | 0600);
+        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), OXT_SHMKEY_PROJECT), bytes.size(),
+                              IPC_CREAT | IPC_EXCL | 0600);
         void *at = shmat(id, nullptr, 0);
         memcpy(at, bytes.data(), bytes.size());
         shmdt(at);
@@ -112,7 +114,7 @@ class Peek : public ::testing::Test {
     std::string root_;
 };
 
-TEST_F(Peek, segmentsAreJudgedTogether) {
+TEST_F(Peek, SegmentsAreJudgedTogether) {
     const struct {
         const char *what;
         std::function<void(Image &)> damage;
@@ -141,7 +143,7 @@ TEST_F(Peek, segmentsAreJudgedTogether) {
     }
 }
 
-TEST_F(Peek, recordsThatMakeNoSenseStayInsideTheirFields) {
+TEST_F(Peek, RecordsThatMakeNoSenseStayInsideTheirFields) {
     Image image(1);
     FsProv &prov = image.prov(0);
     prov.Index = 65535;
@@ -174,7 +176,7 @@ bool providerLoads(std::string bytes) {
     return loads;
 }
 
-TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
+TEST_F(Peek, SaveFilesAreToldAsTheProviderTakesThem) {
     const struct {
         std::function<void(Image &)> damage;
         std::string finding; // the one there is; empty for none
@@ -215,7 +217,7 @@ TEST_F(Peek, saveFilesAreToldAsTheProviderTakesThem) {
     EXPECT_TRUE(parseSaveFile(older).loads());
 }
 
-TEST_F(Peek, saveFilesOnTheDisk) {
+TEST_F(Peek, SaveFilesOnTheDisk) {
     const std::string path = root_ + "save";
     EXPECT_THROW(readSaveFile(path), Failure);
     std::ofstream(path) << Image(3).file();
@@ -236,7 +238,7 @@ TEST_F(Peek, saveFilesOnTheDisk) {
     writer.join();
 }
 
-TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
+TEST_F(Peek, SegmentsThatAreNotThereOrNotReady) {
     EXPECT_THAT(failure(), HasSubstr("no provider is running"));
     const Image image(2);
     makeSegment(0, image.conf);
@@ -264,7 +266,7 @@ TEST_F(Peek, segmentsThatAreNotThereOrNotReady) {
     EXPECT_EQ(about.shm_perm.mode, 0600U);
 }
 
-TEST_F(Peek, recordsThatNobodyRefreshesAreNotTakenForAWatch) {
+TEST_F(Peek, RecordsThatNobodyRefreshesAreNotTakenForAWatch) {
     const Image image(1);
     const std::string *bytes[] = {&image.conf, &image.total, &image.provs};
     for (int digit = 0; digit < 3; ++digit)
@@ -340,7 +342,7 @@ struct Writer {
     const pid_t pid;
 };
 
-TEST_F(Peek, nothingTornIsReadFromAProviderThatWritesAllTheTime) {
+TEST_F(Peek, NothingTornIsReadFromAProviderThatWritesAllTheTime) {
     constexpr int kEnough = 50;
     Image images[] = {Image(40, 'a'), Image(25, 'b')};
     int seen[2] = {};

@@ -20,7 +20,7 @@ namespace {
 using Texts = std::vector<std::string>;
 using Names = std::vector<const char *>;
 
-constexpr long long SECOND = 1'000'000'000; // nanoseconds
+constexpr long long kSecond = 1'000'000'000; // nanoseconds
 constexpr char kNotRead[] = "1 'fsGetInstance() FAILED'", kNotBuilt[] = "1 'fsInitProvider() Failure!!'",
                kNotSaved[] = "1 'fsSetInstance() Failure!!'", kNotSet[] = "1 'FileSystem-Update FAILED'",
                kNoThread[] = "1 'ServiceMode But NonThread Failure!!'", kNoData[] = "6 'NotFound Data'",
@@ -33,7 +33,7 @@ constexpr char kNotRead[] = "1 'fsGetInstance() FAILED'", kNotBuilt[] = "1 'fsIn
 struct Request {
     std::function<Reply()> ask;
     Texts answers;
-    long long patience = 32 * SECOND / 10;
+    long long patience = 32 * kSecond / 10;
 };
 
 // What meets what. Before it, these are asked alone.
@@ -75,7 +75,7 @@ class Schedules : public testing::Test {
             call(cls, (std::string("Set") + name).c_str(), {{"Index", text("2")}, {name, text(std::to_string(value))}});
         if (reply.ok())
             accepted[name] = value;
-        else if (explorer::now() - before < 3 * SECOND)
+        else if (explorer::now() - before < 3 * kSecond)
             refused.emplace(name, value);
         return reply;
     }
@@ -89,13 +89,13 @@ class Schedules : public testing::Test {
         {"set cycle", {[&] { return set(kConfig, "MonitorCycle", ++cycle); }, change}},
         {"set threshold", {[&] { return set(kFs, "WarningThreshold", ++cycle); }, change}},
         {"start", {[&] { return call(kThread, "StartMonitoringThread"); }, {kDone, kStarted, kNotStarted, kNotBuilt}}},
-        {"stop", {[&] { return call(kThread, "StopMonitoringThread"); }, {kDone, kStopped, kNotBuilt}, 34 * SECOND}},
+        {"stop", {[&] { return call(kThread, "StopMonitoringThread"); }, {kDone, kStopped, kNotBuilt}, 34 * kSecond}},
         {"clean-up", {[&] { return cleanUp([&] { return host->cleanupInstance(false); }); }, left}},
         {"method clean-up", {[&] { return cleanUp([&] { return host->cleanupMethod(false); }); }, left}},
-        {"ending", {[&] { return cleanUp([&] { return host->cleanupMethod(true); }, true); }, left, 37 * SECOND}},
+        {"ending", {[&] { return cleanUp([&] { return host->cleanupMethod(true); }, true); }, left, 37 * kSecond}},
         {"refused", {[&] { return host->enumInstanceNames(kFs); }, {"7 'NOT_SUPPORTED'"}}},
         {"factories", {[&] { return host->callFactoriesAgain(), Reply(); }, {kOk}}},
-        {"a second", {[&] { return explorer::rest(SECOND), Reply(); }, {kOk}}},
+        {"a second", {[&] { return explorer::rest(kSecond), Reply(); }, {kOk}}},
     };
     std::optional<FakeSystem> system;
     std::unique_ptr<Host> host;
@@ -151,7 +151,7 @@ Reply Schedules::cleanUp(const std::function<Reply()> &ask, bool ending) {
     std::set<const bool *> before;
     std::copy_if(inside.begin(), inside.end(), std::inserter(before, before.end()), [](const bool *is) { return *is; });
     const Reply reply = ask();
-    if (reply.ok() && !(ending && explorer::now() - begin >= 3 * SECOND))
+    if (reply.ok() && !(ending && explorer::now() - begin >= 3 * kSecond))
         for (const bool *one : before)
             promise(inside.count(one) == 0, "a clean-up that agrees leaves no request inside");
     return reply;
@@ -201,7 +201,7 @@ void Schedules::expectPasses() {
     if (explorer::watchers() == 0 || emptied)
         return;
     std::filesystem::remove(savePath());
-    explorer::rest(61 * SECOND);
+    explorer::rest(61 * kSecond);
     promise(std::filesystem::exists(savePath()), "the passes of a running thread succeed");
 }
 
@@ -209,7 +209,7 @@ void Schedules::expectPasses() {
 void Schedules::expectAlerts() {
     const long before = explored::alerts();
     space = 1;
-    explorer::rest(60 * SECOND); // the longest cycle here
+    explorer::rest(60 * kSecond); // the longest cycle here
     promise(explored::alerts() > before, "a running thread sends alerts");
     space = 500000;
 }
@@ -231,13 +231,13 @@ void Schedules::expectSaved() {
 // Everything once more, and nothing is left.
 void Schedules::end(const Meeting &meeting) {
     explored::hangAt(nullptr);
-    explorer::rest(meeting.hangs != nullptr ? 50 * SECOND : 1); // until the thread is at rest
+    explorer::rest(meeting.hangs != nullptr ? 50 * kSecond : 1); // until the thread is at rest
     expectSaved();
     if (meeting.service && meeting.hangs == nullptr)
         expectPasses();
     if (meeting.service) {
         ask("start");
-        explorer::rest(SECOND);
+        explorer::rest(kSecond);
         if (!emptied)
             askFor("files", kOk);
         if (meeting.agent)

@@ -73,7 +73,7 @@ class Schema : public ProviderTest {
     const Mof mof = readMof(packaged("OXT_FileSystem.mof"));
 };
 
-TEST_F(Schema, declaresThePropertiesThatArePublishedAndTheKeysThatAreRead) {
+TEST_F(Schema, DeclaresThePropertiesThatArePublishedAndTheKeysThatAreRead) {
     ASSERT_FALSE(mof.classes.empty());
     for (const auto &cls : mof.classes) {
         SCOPED_TRACE(cls.name);
@@ -97,7 +97,7 @@ TEST_F(Schema, declaresThePropertiesThatArePublishedAndTheKeysThatAreRead) {
     }
 }
 
-TEST_F(Schema, declaresTheParametersThatAreRead) {
+TEST_F(Schema, DeclaresTheParametersThatAreRead) {
     int read = 0;
     for (const auto &cls : mof.classes)
         for (const auto &method : cls.methods)
@@ -121,7 +121,7 @@ TEST_F(Schema, declaresTheParametersThatAreRead) {
     EXPECT_EQ(read, 4);
 }
 
-TEST_F(Schema, declaresWhatTheMethodsOfTheThreadReturn) {
+TEST_F(Schema, DeclaresWhatTheMethodsOfTheThreadReturn) {
     cleanUp(true);
     load(ServiceMode::on());
     const auto *cls = mof.findClass("OXT_FileSystemThread");
@@ -135,7 +135,7 @@ TEST_F(Schema, declaresWhatTheMethodsOfTheThreadReturn) {
     }
 }
 
-TEST_F(Schema, isWhatBothRegistrationsName) {
+TEST_F(Schema, IsWhatBothRegistrationsName) {
     std::vector<std::string> sections, instances;
     std::istringstream registration(packaged("sfcb/OXT_FileSystem.reg"));
     for (std::string line; std::getline(registration, line);)
@@ -152,7 +152,7 @@ TEST_F(Schema, isWhatBothRegistrationsName) {
 }
 
 // An object manager finds the instance by a path without keys only when its class has one.
-TEST_F(Schema, ofTheAgentAnswersForTheServiceMode) {
+TEST_F(Schema, OfTheAgentAnswersForTheServiceMode) {
     const Mof agent = readMof(packaged("OXT_GeneralInformation.mof"));
     const auto *mode = agent.findProperty("OXT_GeneralInformation", "InstalledServiceMode");
     ASSERT_TRUE(mode);

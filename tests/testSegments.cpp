@@ -28,7 +28,7 @@ class Segments : public Room {
             if (n > 0)
                 std::filesystem::rename(keyFile, agentPath("data/taken") + std::to_string(n));
             std::ofstream(keyFile).close();
-            id = shmget(ftok(keyFile.c_str(), 69), 100, IPC_CREAT | IPC_EXCL | 0600);
+            id = shmget(ftok(keyFile.c_str(), OXT_SHMKEY_PROJECT), 100, IPC_CREAT | IPC_EXCL | 0600);
         }
         return id;
     }
@@ -84,7 +84,7 @@ TEST_F(Segments, StaleKeysAreSteppedAround) {
     int status = 1;
     waitpid(child, &status, 0);
     ASSERT_EQ(status, 0);
-    const int orphan = shmget(ftok((base + "1").c_str(), 69), 0, 0);
+    const int orphan = shmget(ftok((base + "1").c_str(), OXT_SHMKEY_PROJECT), 0, 0);
     ASSERT_TRUE(exists(orphan));
     shm.shmId = create(1, 4);
     EXPECT_FALSE(exists(orphan));

@@ -39,7 +39,7 @@ class Store : public Room {
     }
 };
 
-constexpr char VERSION[] = "# Version=1.0.0.0\n";
+constexpr char kVersion[] = "# Version=1.0.0.0\n";
 
 TEST_F(Store, AFreshOneStartsWithTheDefaults) {
     mountTwo();
@@ -62,7 +62,7 @@ TEST_F(Store, TheSaveFilesBytes) {
     umask(mask);
     const std::string bytes = fileContent(savePath());
     ASSERT_EQ(bytes.size(), 7390U);
-    EXPECT_EQ(bytes.substr(0, 34), VERSION + "\x3C\0\x0A\0\x10\x0E\x3C\0"s + "\4\0\0\0"s + "\1\0\0\0"s);
+    EXPECT_EQ(bytes.substr(0, 34), kVersion + "\x3C\0\x0A\0\x10\x0E\x3C\0"s + "\4\0\0\0"s + "\1\0\0\0"s);
     const std::string third = bytes.substr(30 + 2 * 1840, 1840);
     EXPECT_EQ(third.substr(0, 2), "\3\0"s);
     EXPECT_STREQ(third.c_str() + 772, "/dev/c");
@@ -96,20 +96,20 @@ TEST_F(Store, DamagedAndForeignSaveFiles) {
         int cycle, records;
         const char *failure;
     } rows[] = {
-        {"whole", image(VERSION, 17, 3, 3), 0, 17, 3, nullptr},
+        {"whole", image(kVersion, 17, 3, 3), 0, 17, 3, nullptr},
         {"another version", image("# Version=9.9.9.9\n", 17, 2, 2), 0, 17, 2, nullptr},
         {"no version at all", image(std::string(18, '\0'), 17, 1, 1), 0, 17, 1, nullptr},
-        {"more than it claims", image(VERSION, 17, 1, 4) + "rest", 0, 17, 1, nullptr},
-        {"no file systems", image(VERSION, 0, 0, 0), 0, 0, 0, nullptr},
+        {"more than it claims", image(kVersion, 17, 1, 4) + "rest", 0, 17, 1, nullptr},
+        {"no file systems", image(kVersion, 0, 0, 0), 0, 0, 0, nullptr},
         {"empty", "", 0, 60, 2, "_OUT_ fread[OXT_DAT_FS_VERNAME] Failure!!"},
         {"10 bytes", "# Version=", 0, 60, 2, "_OUT_ fread[OXT_DAT_FS_VERNAME] Failure!!"},
-        {"the version alone", VERSION, 0, 60, 2, "_OUT_ getDatFromBinFile[CONF] Failure!!"},
-        {"29 bytes", image(VERSION, 17, 0, 0).substr(0, 29), 0, 60, 2, "_OUT_ getDatFromBinFile[TNUM] Failure!!"},
-        {"less than it claims", image(VERSION, 17, 3, 2), 0, 60, 2, "_OUT_ getDatFromBinFile[PROV] Failure!!"},
-        {"one byte short", image(VERSION, 17, 2, 2).substr(0, 30 + 3679), 0, 60, 2,
+        {"the version alone", kVersion, 0, 60, 2, "_OUT_ getDatFromBinFile[CONF] Failure!!"},
+        {"29 bytes", image(kVersion, 17, 0, 0).substr(0, 29), 0, 60, 2, "_OUT_ getDatFromBinFile[TNUM] Failure!!"},
+        {"less than it claims", image(kVersion, 17, 3, 2), 0, 60, 2, "_OUT_ getDatFromBinFile[PROV] Failure!!"},
+        {"one byte short", image(kVersion, 17, 2, 2).substr(0, 30 + 3679), 0, 60, 2,
          "_OUT_ getDatFromBinFile[PROV] Failure!!"},
-        {"claims the most", image(VERSION, 17, 65535, 1), 0, 60, 2, "_OUT_ getDatFromBinFile[PROV] Failure!!"},
-        {"not writable", image(VERSION, 17, 3, 3), EACCES, 60, 2, nullptr},
+        {"claims the most", image(kVersion, 17, 65535, 1), 0, 60, 2, "_OUT_ getDatFromBinFile[PROV] Failure!!"},
+        {"not writable", image(kVersion, 17, 3, 3), EACCES, 60, 2, nullptr},
     };
     mountTwo();
     for (const auto &row : rows) {
@@ -132,11 +132,11 @@ TEST_F(Store, DamagedAndForeignSaveFiles) {
         }
         EXPECT_EQ(fsFreeInstance(&cInfo), 0);
     }
-    EXPECT_EQ(fileContent(savePath()), image(VERSION, 17, 3, 3)) << "reading changes nothing";
+    EXPECT_EQ(fileContent(savePath()), image(kVersion, 17, 3, 3)) << "reading changes nothing";
 }
 
 TEST_F(Store, TextsWithoutEndAreEnded) {
-    std::string bytes = image(VERSION, 60, 2, 2);
+    std::string bytes = image(kVersion, 60, 2, 2);
     for (const size_t text : {4U, 260U, 516U, 772U, 1032U, 1312U, 1584U})
         bytes.replace(30 + 1840 + text, 256, 256, 'x');
     writeSave(bytes);

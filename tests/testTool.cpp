@@ -27,6 +27,7 @@
 #include "jsonSchema.h"
 #include "lineFile.h"
 #include "prometheus.h"
+#include "providerSegment.h"
 #include "screen.h"
 #include "shownText.h"
 #include "shownTraceLine.h"
@@ -66,7 +67,7 @@ template <class Function> Exit exitOf(Function function) {
 }
 
 // What users write and what they are shown, and the words for what is none of it.
-TEST(ToolValues, inARow) {
+TEST(ToolValues, InARow) {
     expectReplay("values.txt", [](const std::string &line) {
         std::istringstream words(line);
         std::string kind, text, more;
@@ -125,7 +126,7 @@ FileSystem sample() {
     return fs;
 }
 
-TEST(ToolTable, jsonKeepsEveryValueAndStaysJson) {
+TEST(ToolTable, JsonKeepsEveryValueAndStaysJson) {
     FileSystem odd = sample();
     odd.mountPoint = "/a \"b\"\\\n\x01\xff"; // the last byte is no UTF-8
     odd.monitored = 0;
@@ -155,7 +156,7 @@ bool promtoolTakes(const std::string &metrics) {
 }
 
 // The rows between the headings and what can be pressed.
-TEST(ToolShow, theScreenShowsTheWorstWhereNotAllFit) {
+TEST(ToolShow, TheScreenShowsTheWorstWhereNotAllFit) {
     View view;
     for (unsigned i = 1; i <= 9; ++i) {
         FileSystem fs;
@@ -184,7 +185,7 @@ TEST(ToolShow, theScreenShowsTheWorstWhereNotAllFit) {
     EXPECT_EQ(state.first, 5U);
 }
 
-TEST(ToolShow, metricsAreEscapedAndWellFormed) {
+TEST(ToolShow, MetricsAreEscapedAndWellFormed) {
     FileSystem odd = sample(), plain;
     odd.device = "a\\b\"c\nd\xff";
     odd.mountPoint = "/m\u00e9 {x=\"y\"}";
@@ -198,7 +199,7 @@ TEST(ToolShow, metricsAreEscapedAndWellFormed) {
 }
 
 // In the golden file: in colour (ESC begins one), and as JSON.
-TEST(ToolShow, traceLines) {
+TEST(ToolShow, TraceLines) {
     const std::string begin = "2031-01-05T07:08:09.123Z 12 34 ", point = "shmNew:56 ";
     const std::string lines[] = {begin + "0 " + point + "_IN_",
                                  begin + "3 " + point + "_OUT_ shmat Failure!! errno=[13]",
@@ -225,7 +226,7 @@ TEST(ToolShow, traceLines) {
     expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
 }
 
-TEST_F(ToolFiles, theTraceIsSwitchedAndTheOtherSettingsStay) {
+TEST_F(ToolFiles, TheTraceIsSwitchedAndTheOtherSettingsStay) {
     std::filesystem::create_directory(root_ + "log");
     const std::string name = "log/svtrace.conf", conf = root_ + name;
     writeTraceSetting(root_, "off");
@@ -238,7 +239,7 @@ TEST_F(ToolFiles, theTraceIsSwitchedAndTheOtherSettingsStay) {
     EXPECT_EQ(exitOf([this] { writeTraceSetting(root_, "off"); }), Exit::Environment) << "no link is followed";
 }
 
-TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {
+TEST_F(ToolFiles, AFileIsFollowedThroughEverything) {
     const std::string name = "a", path = root_ + name;
     std::vector<std::string> seen;
     append(name, "1\n");
@@ -284,7 +285,7 @@ TEST_F(ToolFiles, aFileIsFollowedThroughEverything) {
 }
 
 // From the end, with what follows left to the next call; what lies before the bound is not looked at.
-TEST_F(ToolFiles, theEndIsReadBackwards) {
+TEST_F(ToolFiles, TheEndIsReadBackwards) {
     const std::string longest(65536, 'l'), longer(65537, 'm');
     const struct {
         std::string content;
@@ -319,7 +320,7 @@ TEST_F(ToolFiles, theEndIsReadBackwards) {
     }
 }
 
-TEST_F(ToolFiles, agentDirectory) {
+TEST_F(ToolFiles, AgentDirectory) {
     EXPECT_EQ(exitOf([this] { checkAgentDirectory(root_); }), Exit::Environment);
     for (const char *name : {"data", "work"})
         std::filesystem::create_directory(root_ + name);
@@ -336,7 +337,7 @@ TEST_F(ToolFiles, agentDirectory) {
     EXPECT_TRUE(lockWork(root_, std::chrono::milliseconds(0)));
 }
 
-TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
+TEST_F(ToolFiles, ProviderAtWorkIsFoundByItsLivingMaker) {
     std::filesystem::create_directory(root_ + "work");
     EXPECT_FALSE(findProviderAtWork(root_)) << "no key file";
     append("work/oxtfsshm.key2", "");
@@ -345,7 +346,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
 
     const pid_t maker = fork();
     if (maker == 0) {
-        shmget(ftok(keyFile.c_str(), 69), 16, IPC_CREAT | IPC_EXCL | 0600);
+        shmget(ftok(keyFile.c_str(), kKeyProject), 16, IPC_CREAT | IPC_EXCL | 0600);
         for (;;)
             pause();
     }
@@ -358,7 +359,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     EXPECT_FALSE(findProviderAtWork(root_)) << "a link is no key file";
     std::filesystem::rename(moved, keyFile);
     shmid_ds about = {};
-    const int made = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    const int made = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     ASSERT_EQ(shmctl(made, IPC_STAT, &about), 0);
     about.shm_perm.mode = 0640;
     ASSERT_EQ(shmctl(made, IPC_SET, &about), 0);
@@ -370,7 +371,7 @@ TEST_F(ToolFiles, providerAtWorkIsFoundByItsLivingMaker) {
     EXPECT_EQ(found->keyFile, keyFile);
     EXPECT_THAT(describe(*found), HasSubstr(std::to_string(maker)));
 
-    const int id = shmget(ftok(keyFile.c_str(), 69), 0, 0);
+    const int id = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
     shmctl(id, IPC_RMID, nullptr);
 }

@@ -29,6 +29,7 @@
 #include "golden.h"
 #include "grid.h"
 #include "jsonSchema.h"
+#include "providerSegment.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ class ToolCommand : public ::testing::Test {
         isolated_ = geteuid() == 0 && unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
                     mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && mountAt("/mnt");
         for (const char *part : {"data", "work", "log"})
-            isolated_ = isolated_ && mountAt(agentPath(part));
+            isolated_ = isolated_ && mountOver(agentPath(part));
         setenv("LC_ALL", "C.UTF-8", 1);
         setenv("T", OXTFSCTL, 1);
         std::setlocale(LC_CTYPE, "");
@@ -53,6 +54,10 @@ class ToolCommand : public ::testing::Test {
             isolated_ && std::system("cd /mnt && printf 'Block devices:\\n  8 sd\\n 11 sr\\n' >devices && mkdir etc && "
                                      "cp /etc/ld.so.cache etc && : >etc/mtab && cp -L $T oxtfsctl && "
                                      "mount --bind devices /proc/devices && mount --bind etc /etc") == 0;
+    }
+    static bool mountOver(const std::string &path) { // another test may have left it away
+        filesystem::create_directories(path);
+        return mountAt(path);
     }
     static bool mountAt(const std::string &path) { return mount("none", path.c_str(), "tmpfs", 0, "mode=755") == 0; }
 
@@ -147,7 +152,7 @@ std::string told(const std::string &line, const std::function<Ended(const std::s
     return std::regex_replace(out, std::regex(oxttool::agentDirectory()), "AGENT/");
 }
 
-TEST_F(ToolCommand, commandsInARow) {
+TEST_F(ToolCommand, CommandsInARow) {
     prepare(": >/mnt/etc/mtab");
     expectReplay("commands.txt", [&](const std::string &line) -> std::string {
         if (line.rfind("sh ", 0) == 0) {
@@ -168,7 +173,7 @@ TEST_F(ToolCommand, commandsInARow) {
     });
 }
 
-TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
+TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     mountTwo();
     for (const char *command : {"monitor 1 on", "warn 1 64", "fatal 1 16M"})
         ASSERT_EQ(run(command).exit, 0) << command;
@@ -215,7 +220,7 @@ TEST_F(ToolCommand, aWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_EQ(failures.out, "");
 }
 
-TEST_F(ToolCommand, watchEndsByItselfAtAKeyAndWhenNobodyReads) {
+TEST_F(ToolCommand, WatchEndsByItselfAtAKeyAndWhenNobodyReads) {
     mountTwo();
     const Ended keyed = runOnTerminal(OXTFSCTL " watch --for 60", 80, "q ends", "sq");
     EXPECT_EQ(keyed.exit, 0) << keyed.out;
@@ -227,12 +232,12 @@ TEST_F(ToolCommand, watchEndsByItselfAtAKeyAndWhenNobodyReads) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
 }
 
-TEST_F(ToolCommand, aSegmentOfAnotherProcessStopsAChange) {
+TEST_F(ToolCommand, ASegmentOfAnotherProcessStopsAChange) {
     mountTwo();
     const std::string keyFile = agentPath("work/oxtfsshm.key0");
     std::ofstream(keyFile).close();
     const int first = shmget(IPC_PRIVATE, 1, 0600); // an identifier of 0, perhaps, which is never a provider's
-    const int id = shmget(ftok(keyFile.c_str(), 69), 8, IPC_CREAT | IPC_EXCL | 0600);
+    const int id = shmget(ftok(keyFile.c_str(), oxttool::kKeyProject), 8, IPC_CREAT | IPC_EXCL | 0600);
     shmctl(first, IPC_RMID, nullptr);
     ASSERT_GT(id, 0);
     const Ended busy = run("warn 1 5M");
@@ -242,7 +247,7 @@ TEST_F(ToolCommand, aSegmentOfAnotherProcessStopsAChange) {
     EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0) << "the other provider's memory is left alone";
 }
 
-TEST_F(ToolCommand, theLogIsShownAndFollowed) {
+TEST_F(ToolCommand, TheLogIsShownAndFollowed) {
     const std::string path = agentPath("log/oxtfs.log");
     const auto append = [](const std::string &to, const std::string &text, int level) {
         std::ofstream(to, std::ios::app) << "2031-01-05T07:08:09.123Z 1 1 " << level << " f:1 " << text << "\n";

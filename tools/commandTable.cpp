@@ -10,6 +10,7 @@
 #include "inspect.h"
 #include "log.h"
 #include "settings.h"
+#include "values.h"
 #include "watch.h"
 #include "why.h"
 
@@ -57,7 +58,7 @@ void takeThreshold(CLI::App &command, Options &options) {
 // What one command takes.
 
 void takeCycle(CLI::App &command, Options &options) {
-    command.add_option("--cycle", options.cycle, "New cycle in seconds, 10 to 3600")->type_name("SECONDS");
+    command.add_option("--cycle", options.cycle, "New cycle in seconds, " + cycleRange())->type_name("SECONDS");
 }
 
 void takeSwitch(CLI::App &command, Options &options) {
@@ -80,7 +81,8 @@ void takeLimits(CLI::App &command, Options &options) {
 }
 
 void takeWatching(CLI::App &command, Options &options) {
-    command.add_option("--cycle", options.cycle, "Set the cycle first, 10 to 3600 s; it is kept")->type_name("SECONDS");
+    command.add_option("--cycle", options.cycle, "Set the cycle first, " + cycleRange() + " s; it is kept")
+        ->type_name("SECONDS");
     command.add_option("--for", options.seconds, "Stop after so many seconds")->type_name("SECONDS");
     command.add_option("--listen", options.listen, "Serve metrics and a page for browsers there")
         ->type_name("ADDRESS:PORT");

@@ -33,10 +33,6 @@ unsigned long passesOf(const View &view) {
     return view.passes.succeeded + view.passes.failed;
 }
 
-std::string spaceOf(std::optional<std::uint64_t> mib, Unit unit) {
-    return mib ? formatSpace(*mib, unit) : "?";
-}
-
 // Puts what happens into sentences, which each way of showing them writes its own way.
 class Watch : public Audience {
   public:
@@ -70,10 +66,10 @@ void Watch::alerted(const Alert &alert, const View *) {
         say(line + alert.event);
         return;
     }
-    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " + spaceOf(alert.freeMiB, look_.unit) +
-            " of " + spaceOf(alert.sizeMiB, look_.unit) + " free, ";
+    line += printable(alert.mountPoint) + " (" + printable(alert.device) + ") " +
+            spaceOrUnknown(alert.freeMiB, look_.unit) + " of " + spaceOrUnknown(alert.sizeMiB, look_.unit) + " free, ";
     if (alert.thresholdMiB)
-        line += "threshold " + spaceOf(alert.thresholdMiB, look_.unit) + ", ";
+        line += "threshold " + spaceOrUnknown(alert.thresholdMiB, look_.unit) + ", ";
     const Identity identity(alert.device, alert.mountPoint);
     const auto known = statuses_.find(identity);
     // The status from before this watch is the provider's own; a file system that comes up later is new.

@@ -13,7 +13,7 @@ using namespace oxttool;
 
 namespace {
 
-constexpr std::size_t FIRST = 30, TEXTS[] = {4, 260, 516, 772, 1032, 1312, 1584};
+constexpr std::size_t kFirst = 30, kTexts[] = {4, 260, 516, 772, 1032, 1312, 1584};
 
 // The areas as a start has them before it loads.
 struct Areas {
@@ -55,11 +55,11 @@ void checkRecord(const FsProv &prov, const FileSystem &told) {
 }
 
 void checkWrittenBack(std::string bytes, const DatInfo areas[], std::size_t count) {
-    bytes.resize(FIRST + count * sizeof(FsProv));
+    bytes.resize(kFirst + count * sizeof(FsProv));
     bytes.replace(0, OXT_DAT_FS_VERSIZE, OXT_DAT_FS_VERNAME);
     for (std::size_t i = 0; i < count; ++i)
-        for (const std::size_t text : TEXTS)
-            bytes[FIRST + i * sizeof(FsProv) + text + OXT_FS_TEXT - 1] = '\0';
+        for (const std::size_t text : kTexts)
+            bytes[kFirst + i * sizeof(FsProv) + text + OXT_FS_TEXT - 1] = '\0';
     char *written = nullptr;
     std::size_t length = 0;
     OxtFile fp(open_memstream(&written, &length));
@@ -74,7 +74,7 @@ void checkWrittenBack(std::string bytes, const DatInfo areas[], std::size_t coun
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     const std::string bytes(reinterpret_cast<const char *>(data), size);
     const SaveFile told = parseSaveFile(bytes);
-    if (told.total.value_or(0) > size && (*told.total != 65535 || size != FIRST))
+    if (told.total.value_or(0) > size && (*told.total != 65535 || size != kFirst))
         return 0; // rejected like the seed of most records; large areas take their time
     Areas loaded;
     const OxtFile fp(fmemopen(const_cast<unsigned char *>(data), size, "r"));

@@ -1,39 +1,20 @@
-# Sourced by tests over real file systems, as SCRIPT OXTFSCTL AGENT_DIRECTORY with $tool and $agent set: makes ext4 and xfs
-# images, mounted by loop in a private mount and IPC namespace in which the rest of the script then runs. It finds them
-# in $base, their number in $number, and "/etc/mtab" with a line for each.
+# Sourced by tests over real file systems, as SCRIPT OXTFSCTL AGENT_DIRECTORY with $tool and $agent set: on a private
+# machine it makes ext4 and xfs images, mounted by loop. The rest of the script finds them in $base, their number in
+# $number, and "/etc/mtab" with a line for each.
 #
-# Needs root, loop devices and mkfs.ext4; mkfs.xfs is taken when it is there. Exits with 77 where it cannot run.
+# Needs loop devices and mkfs.ext4; mkfs.xfs is taken when it is there. Exits with 77 where it cannot run.
+. "$(dirname "$0")/privateMachine.sh"
 
-skip() {
-    echo "SKIP: $1"
-    exit 77
-}
-failures=0
-fail() {
-    echo "FAIL: $1"
-    failures=$((failures + 1))
-}
+for program in mkfs.ext4 losetup df; do
+    command -v $program >/dev/null || skip "needs $program"
+done
 equal() { # what, is, expected
     [ "$2" = "$3" ] || fail "$1: is '$2', expected '$3'"
 }
 
-if [ "${3:-}" != inside ]; then
-    [ "$(id -u)" = 0 ] || skip "needs root"
-    for program in unshare mkfs.ext4 losetup df; do
-        command -v $program >/dev/null || skip "needs $program"
-    done
-    unshare --mount --ipc --propagation private true 2>/dev/null || skip "no right to make namespaces"
-    base=$(mktemp -d) || skip "no temporary directory"
-    unshare --mount --ipc --propagation private bash "$0" "$tool" "$agent" inside "$base"
-    result=$?
-    rm -rf --one-file-system "$base"
-    exit $result
-fi
-
-base=$4
-mount -t tmpfs -o mode=755 none "$base" || skip "cannot mount"
 for part in data work log; do
-    mount -t tmpfs -o mode=750 none "$agent/$part" || skip "cannot mount over $agent/$part"
+    # Another test may have left the directory away.
+    { mkdir -p "$agent/$part" && mount -t tmpfs -o mode=750 none "$agent/$part"; } || skip "cannot mount over $agent/$part"
 done
 
 # A block driver of this machine that serves fixed disks, or one that we say it has.

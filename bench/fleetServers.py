@@ -3,13 +3,16 @@
 One HTTP server on loopback has a path for each server. The faults begin together, when `begin_faults` says so. Python's
 standard library alone.
 """
+import functools
 import http.server
+import multiprocessing
 import threading
 import time
 from collections import namedtuple
 
 GIB = 1 << 30
 FILE_SYSTEMS = 20
+PHASES = 5  # cycles after which the free space of a healthy file system is the same again
 HOSTILE = "/srv/</td><script>document.title='taken'</script>\"'\\"
 
 # What the monitor's metrics are, as it prints them: name, type, help.
@@ -75,15 +78,21 @@ def place_of(server, number):
 
 
 class Fleet:
-    """`spread`: the servers between two faulty ones. Times are in seconds of the run, so `scale` times as fast."""
+    """Every `spread`th server has a fault, each kind in turn. `cycle`: seconds between two looks of a monitor."""
 
     def __init__(self, servers, cycle, spread=11):
-        self.servers, self.cycle, self.began, self.faults_began = servers, cycle, time.time(), None
+        self.servers, self.cycle, self.began = servers, cycle, time.time()
+        self._faults_began = multiprocessing.Value("d", 0)
+        self._known = {}  # what has been said of the file systems of servers without a fault
         places = range(1, servers, spread)
         self.faults = {server: FAULTS[at % len(FAULTS)] for at, server in enumerate(places)}
 
+    @property
+    def faults_began(self):
+        return self._faults_began.value
+
     def begin_faults(self):
-        self.faults_began = time.time()
+        self._faults_began.value = time.time()
 
     def fault_of(self, server):
         return self.faults.get(server) if self.faults_began else None
@@ -93,7 +102,7 @@ class Fleet:
         fault = self.fault_of(server) if number == FAULTY else None
         size = (20 + 13 * (number % 7)) * GIB
         share = 0.30 + 0.6 * ((server * 31 + number * 17) % 100) / 100
-        share += 0.01 * ((int(now / self.cycle) * 7 + server + number) % 5)  # some come and go
+        share += 0.01 * ((int(now / self.cycle) * 7 + server + number) % PHASES)  # some come and go
         monitored, status, shrink, full = 1, 1, None, None
         if number == 19:
             return None, None, None, None, 0, -1, None, None
@@ -128,23 +137,31 @@ class Fleet:
         if fault_name.startswith("text file"):
             now = self.faults_began
         numbers = [n for n in range(FILE_SYSTEMS) if not (fault_name == "unmounted" and n == FAULTY)]
+        key = None if fault else (server, int(now / self.cycle) % PHASES)
+        text = self._known.get(key) or self.file_systems(server, numbers, now)
+        if key:
+            self._known[key] = text
+        passes = int((now - self.began) / self.cycle) + 1
+        values = (len(numbers), self.cycle, f"{now:.3f}", 1, f"{now:.3f}", passes, 0, "0.012000")
+        return text + "".join(head(name, kind, about) + f"{name} {value}\n"
+                              for (name, kind, about), value in zip(MONITOR_FAMILIES, values))
+
+    def file_systems(self, server, numbers, now):
         rows = [(labels_of(server, n), self.values(server, n, now)) for n in numbers]
         text = []
         for at, (name, about) in enumerate(FILE_SYSTEM_FAMILIES):
             text.append(head(name, "gauge", about))
             text.extend(f"{name}{labels} {row[at]:.0f}\n" for labels, row in rows if row[at] is not None)
-        passes = int((now - self.began) / self.cycle) + 1
-        values = (len(numbers), self.cycle, f"{now:.3f}", 1, f"{now:.3f}", passes, 0, "0.012000")
-        for (name, kind, about), value in zip(MONITOR_FAMILIES, values):
-            text.append(head(name, kind, about) + f"{name} {value}\n")
         return "".join(text)
 
 
+@functools.lru_cache(None)
 def labels_of(server, number):
     mount, device, kind = place_of(server, number)
     return f'{{mountpoint="{escaped(mount)}",device="{escaped(device)}",fstype="{kind}"}}'
 
 
+@functools.lru_cache(None)
 def head(name, kind, about):
     return f"# HELP {name} {about}\n# TYPE {name} {kind}\n"
 
@@ -168,10 +185,15 @@ class Handler(http.server.BaseHTTPRequestHandler):
         pass
 
 
+class HttpServer(http.server.ThreadingHTTPServer):
+    daemon_threads, request_queue_size = True, 1024
+
+    def handle_error(self, *_):  # Prometheus has ended
+        pass
+
+
 def serve(fleet):
-    """An HTTP server on a free port of loopback, in a thread."""
-    handler = type("FleetHandler", (Handler,), {"fleet": fleet})
-    server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler)
-    server.daemon_threads = True
+    """Serves the fleet on a free port of loopback, in a thread. Returns the port."""
+    server = HttpServer(("127.0.0.1", 0), type("FleetHandler", (Handler,), {"fleet": fleet}))
     threading.Thread(target=server.serve_forever, daemon=True).start()
-    return server
+    return server.server_address[1]

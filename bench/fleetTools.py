@@ -103,32 +103,36 @@ class Service:
         return samples[0][1] if samples else 0.0
 
 
-def prometheus(generator_port, names, interval, rules, alertmanager_port=None, lookback=None):
-    """`names`: instance of each server, by its number."""
+def prometheus(generator_port, names, interval, rules, alertmanager_port=None):
+    """`names`: instance of each server, by its number. `interval`: seconds, what a minute is in reality; Prometheus looks
+    back 5 of them for a value, as it does in reality."""
+    every = f"{interval * 1000:.0f}ms"
     service = Service([find("prometheus"), "--config.file={dir}/prometheus.yml", "--storage.tsdb.path={dir}/data",
                        "--web.listen-address=127.0.0.1:{port}", f"--web.console.templates={PACKAGED}",
-                       "--web.console.libraries={dir}", f"--query.lookback-delta={lookback or 5 * interval}s",
+                       "--web.console.libraries={dir}", f"--query.lookback-delta={5000 * interval:.0f}ms",
                        "--log.level=error"], "/-/ready")
-    at = service.directory
-    with open(os.path.join(at, "servers.json"), "w") as file:
+    with open(os.path.join(service.directory, "servers.json"), "w") as file:
         json.dump([{"targets": [f"127.0.0.1:{generator_port}"],
                     "labels": {"instance": name, "__metrics_path__": f"/{number}/metrics"}}
                    for number, name in enumerate(names)], file)
-    with open(os.path.join(at, "oxtfs.rules.yml"), "w") as file:
+    with open(os.path.join(service.directory, "oxtfs.rules.yml"), "w") as file:
         file.write(rules)
     alerting = f"alerting: {{alertmanagers: [{{static_configs: [{{targets: ['127.0.0.1:{alertmanager_port}']}}]}}]}}\n"
-    with open(os.path.join(at, "prometheus.yml"), "w") as file:
-        file.write(f"global: {{scrape_interval: {interval}s, evaluation_interval: {interval}s, "
-                   f"scrape_timeout: {interval}s}}\nrule_files: [oxtfs.rules.yml]\n"
-                   f"scrape_configs:\n- {{job_name: oxtfs, file_sd_configs: [{{files: [servers.json]}}]}}\n"
+    with open(os.path.join(service.directory, "prometheus.yml"), "w") as file:
+        file.write(f"global: {{scrape_interval: {every}, scrape_timeout: {every}, evaluation_interval: {every}}}\n"
+                   "rule_files: [oxtfs.rules.yml]\n"
+                   "scrape_configs:\n- {job_name: oxtfs, file_sd_configs: [{files: [servers.json]}]}\n"
                    f"- {{job_name: prometheus, static_configs: [{{targets: ['127.0.0.1:{service.port}']}}]}}\n"
                    + (alerting if alertmanager_port else ""))
     return service
 
 
 def alertmanager():
-    service = Service([find("prometheus-alertmanager") or find("alertmanager"),
-                       f"--config.file={PACKAGED}/alertmanager.yml", "--storage.path={dir}/data",
-                       "--web.listen-address=127.0.0.1:{port}", "--cluster.listen-address=", "--log.level=error"],
-                      "/-/ready")
-    return service
+    program = find("prometheus-alertmanager")
+    command = [program, f"--config.file={PACKAGED}/alertmanager.yml", "--storage.path={dir}/data",
+               "--web.listen-address=127.0.0.1:{port}", "--cluster.listen-address=", "--log.level=error"]
+    share = os.path.join(os.path.dirname(os.path.dirname(program)), "share")
+    if share != "/usr/share":  # it looks for its templates there alone: lend it a /usr/share of its own
+        command = ["unshare", "-m" if os.geteuid() == 0 else "-Urm", "sh", "-c",
+                   'mount --bind "$0" /usr/share && exec "$@"', share] + command
+    return Service(command, "/-/ready")

@@ -13,6 +13,7 @@ import unittest
 from os import path
 
 ROOT = path.dirname(path.dirname(path.abspath(__file__)))
+sys.dont_write_bytecode = True
 sys.path.insert(0, path.join(ROOT, "bench"))
 import fleetServers
 import fleetTools
@@ -42,10 +43,9 @@ class Pages(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.fleet = fleetServers.Fleet(SERVERS, CYCLE, 2)
-        generator = fleetServers.serve(cls.fleet)
         names = [fleetServers.name_of(server) for server in range(SERVERS)]
         rules = fleetTools.scaled(read("packaging", "prometheus", "oxtfs.rules.yml"), 60)
-        cls.prometheus = fleetTools.prometheus(generator.server_address[1], names, CYCLE, rules)
+        cls.prometheus = fleetTools.prometheus(fleetServers.serve(cls.fleet), names, CYCLE, rules)
         cls.addClassCleanup(cls.prometheus.stop)
         cls.prometheus.start()
         until(lambda: cls.prometheus.number("count(oxtfs_monitor_up)") == SERVERS)

@@ -101,7 +101,7 @@ class Pages(unittest.TestCase):
         self.assertEqual({status for status, _, _ in low}, {"2", "3"})
         self.assertEqual(len(self.rows(self.page(show="filling"))), self.planted("full", "fast"))
         self.assertEqual(len(self.rows(self.page(rows="200"))), 200)
-        for odd in ('"}', "(", "\\", "' or 1", "</script>", "[", "`"):
+        for odd in ('"}', "(", "\\", "' or 1", "</script>", "[", "`", "\u00e9", "a-b]", "\n"):
             self.assertEqual(self.rows(self.page(instance=odd, mountpoint=odd, hours=odd, show=odd)), [], odd)
 
     def test_hostile_mount_point(self):

@@ -1,7 +1,8 @@
 #include "prometheus.h"
 
 #include <cstdio>
-#include <set>
+#include <map>
+#include <utility>
 
 #include "shownText.h"
 #include "values.h"
@@ -14,23 +15,46 @@ double bytesOf(std::uint64_t mib) {
     return static_cast<double>(mib) * 1048576;
 }
 
+double statusOf(const FileSystem &fs) {
+    return fs.status >= 0 && fs.status <= 3 ? static_cast<double>(fs.status) : -1.0;
+}
+
+using Value = std::optional<double>; // none: the file system has no such sample
 struct Family {
     const char *name, *help;
-    double (*value)(const FileSystem &);
+    Value (*value)(const FileSystem &);
 };
+
+Value ifMeasured(const FileSystem &fs, std::uint64_t mib) {
+    return fs.isMeasured() ? Value(bytesOf(mib)) : std::nullopt;
+}
+Value ifForeseen(const FileSystem &fs, double (*value)(const Forecast &)) {
+    return fs.outlook && fs.outlook->forecast ? Value(value(*fs.outlook->forecast)) : std::nullopt;
+}
+
 constexpr Family kFamilies[] = {
-    {"oxtfs_filesystem_size_bytes", "Size of the file system, 0 when it could not be measured.",
-     [](const FileSystem &fs) { return bytesOf(fs.sizeMiB); }},
-    {"oxtfs_filesystem_avail_bytes", "Space that unprivileged users can still write, 0 when it could not be measured.",
-     [](const FileSystem &fs) { return bytesOf(fs.freeMiB); }},
+    {"oxtfs_filesystem_size_bytes", "Size of the file system; missing when it could not be measured.",
+     [](const FileSystem &fs) { return ifMeasured(fs, fs.sizeMiB); }},
+    {"oxtfs_filesystem_avail_bytes",
+     "Space that unprivileged users can still write; missing when it could not be measured.",
+     [](const FileSystem &fs) { return ifMeasured(fs, fs.freeMiB); }},
     {"oxtfs_filesystem_warning_threshold_bytes", "Free space at or below which the status is warning.",
-     [](const FileSystem &fs) { return bytesOf(fs.warningMiB); }},
+     [](const FileSystem &fs) { return ifMeasured(fs, fs.warningMiB); }},
     {"oxtfs_filesystem_fatal_threshold_bytes", "Free space at or below which the status is fatal.",
-     [](const FileSystem &fs) { return bytesOf(fs.fatalMiB); }},
+     [](const FileSystem &fs) { return ifMeasured(fs, fs.fatalMiB); }},
     {"oxtfs_filesystem_monitored", "Whether the file system is monitored.",
-     [](const FileSystem &fs) { return fs.monitored == 1 ? 1.0 : 0.0; }},
+     [](const FileSystem &fs) { return Value(fs.monitored == 1 ? 1 : 0); }},
     {"oxtfs_filesystem_status", "Free-space status: 1 normal, 2 warning, 3 fatal, 0 not monitored, -1 unknown.",
-     [](const FileSystem &fs) { return fs.status >= 0 && fs.status <= 3 ? static_cast<double>(fs.status) : -1.0; }},
+     [](const FileSystem &fs) { return Value(statusOf(fs)); }},
+    {"oxtfs_filesystem_shrink_bytes_per_second",
+     "Rate at which the available space shrinks, while it does so steadily.",
+     [](const FileSystem &fs) {
+         return ifForeseen(fs, [](const Forecast &forecast) { return forecast.mibPerHour * 1048576 / 3600; });
+     }},
+    {"oxtfs_filesystem_full_seconds", "Time until the file system is full at that rate.",
+     [](const FileSystem &fs) {
+         return ifForeseen(fs, [](const Forecast &forecast) { return forecast.secondsToFull; });
+     }},
 };
 
 std::string escaped(const std::string &value) {
@@ -43,9 +67,30 @@ std::string escaped(const std::string &value) {
     return text;
 }
 
+// What stays the same while others are mounted and unmounted: not the index.
 std::string labelsOf(const FileSystem &fs) {
-    return "{device=\"" + escaped(fs.device) + "\",mountpoint=\"" + escaped(fs.mountPoint) + "\",fstype=\"" +
-           escaped(fs.type) + "\",index=\"" + escaped(fs.index) + "\",drive=\"" + driveName(fs.driveType) + "\"}";
+    return "{mountpoint=\"" + escaped(fs.mountPoint) + "\",device=\"" + escaped(fs.device) + "\",fstype=\"" +
+           escaped(fs.type) + "\"}";
+}
+
+struct Labelled {
+    std::string labels;
+    const FileSystem *fs;
+};
+
+// One for each set of labels, in the order of their first: the worst, so that no healthy twin hides it.
+std::vector<Labelled> labelled(const std::vector<FileSystem> &fileSystems) {
+    const auto badness = [](const FileSystem &fs) { return std::pair(statusOf(fs), -bytesOf(fs.freeMiB)); };
+    std::vector<Labelled> all;
+    std::map<std::string, std::size_t> places;
+    for (const FileSystem &fs : fileSystems) {
+        const auto [place, isNew] = places.emplace(labelsOf(fs), all.size());
+        if (isNew)
+            all.push_back({place->first, &fs});
+        else if (const FileSystem *&shown = all[place->second].fs; badness(fs) > badness(*shown))
+            shown = &fs;
+    }
+    return all;
 }
 
 std::string head(const std::string &name, const std::string &help, const std::string &type = "gauge") {
@@ -63,74 +108,50 @@ std::string single(const std::string &name, const std::string &help, const std::
     return head(name, help, type) + name + " " + value + "\n";
 }
 
-struct ForecastFamily {
-    const char *name, *help;
-    double (*value)(const Forecast &);
-};
-constexpr ForecastFamily kForecasts[] = {
-    {"oxtfs_filesystem_shrink_bytes_per_second",
-     "Rate at which the available space shrinks, while it does so steadily.",
-     [](const Forecast &forecast) { return forecast.mibPerHour * 1048576 / 3600; }},
-    {"oxtfs_filesystem_full_seconds", "Time until the file system is full at that rate.",
-     [](const Forecast &forecast) { return forecast.secondsToFull; }},
-};
-
-std::string forecastsText(const Metrics &metrics) {
-    std::string text;
-    for (const ForecastFamily &family : kForecasts) {
-        std::string samples;
-        std::set<std::string> shown;
-        for (const FileSystem &fs : metrics.fileSystems) {
-            const std::string labels = labelsOf(fs);
-            if (shown.insert(labels).second && fs.outlook && fs.outlook->forecast)
-                samples += family.name + labels + " " + number(family.value(*fs.outlook->forecast)) + "\n";
-        }
-        if (!samples.empty())
-            text += head(family.name, family.help) + samples;
-    }
-    return text;
-}
-
 std::string upText(bool up) {
-    return single("oxtfs_monitor_up", "Whether the monitor's last pass succeeded and none is missing.", up ? "1" : "0");
+    return single(
+        "oxtfs_monitor_up",
+        "1 while a monitor looks at the file systems with success, 0 when none does: then nobody sends alerts.",
+        up ? "1" : "0");
 }
 
-std::string monitorText(const MonitorMetrics &monitor) {
-    return upText(monitor.up) +
-           single("oxtfs_monitor_passes_total", "Passes of the monitor, failed ones included.",
-                  std::to_string(monitor.passes), "counter") +
+std::string passesText(const PassMetrics &passes) {
+    return single("oxtfs_monitor_passes_total", "Passes of the monitor, failed ones included.",
+                  std::to_string(passes.passes), "counter") +
            single("oxtfs_monitor_failed_passes_total", "Passes that failed or never ended.",
-                  std::to_string(monitor.failedPasses), "counter") +
+                  std::to_string(passes.failed), "counter") +
            single("oxtfs_monitor_last_pass_duration_seconds", "How long the last pass took.",
-                  number(monitor.lastPassSeconds, 6)) +
-           single("oxtfs_monitor_last_success_timestamp_seconds", "When the last pass succeeded, 0 when none has.",
-                  number(monitor.lastSuccess));
+                  number(passes.lastSeconds, 6));
 }
 
 } // namespace
 
 std::string prometheusText(const Metrics &metrics) {
+    const std::vector<Labelled> all = labelled(metrics.fileSystems);
     std::string text;
     for (const Family &family : kFamilies) {
-        if (!metrics.fileSystems.empty())
-            text += head(family.name, family.help);
-        std::set<std::string> shown;
-        for (const FileSystem &fs : metrics.fileSystems) {
-            const std::string labels = labelsOf(fs);
-            if (shown.insert(labels).second)
-                text += family.name + labels + " " + number(family.value(fs)) + "\n";
-        }
+        std::string samples;
+        for (const Labelled &one : all)
+            if (const Value value = family.value(*one.fs))
+                samples += family.name + one.labels + " " + number(*value) + "\n";
+        if (!samples.empty())
+            text += head(family.name, family.help) + samples;
     }
-    text += forecastsText(metrics);
     text += single("oxtfs_filesystems", "Number of file systems that the monitor keeps.",
                    std::to_string(metrics.fileSystems.size()));
     text += single("oxtfs_monitor_cycle_seconds", "Time between two looks at the file systems in service mode.",
                    std::to_string(metrics.cycleSeconds));
-    text += single("oxtfs_last_update_timestamp_seconds", "When the file systems were last looked at.",
+    text += single("oxtfs_last_update_timestamp_seconds", "When the file systems were last looked at, by whomever.",
                    number(metrics.updated, 3));
-    if (metrics.up)
-        text += upText(*metrics.up);
-    return metrics.monitor ? text + monitorText(*metrics.monitor) : text;
+    text += upText(metrics.up);
+    if (metrics.lastSuccess)
+        text += single("oxtfs_monitor_last_success_timestamp_seconds",
+                       "When a look of the monitor last succeeded, 0 when none has.", number(*metrics.lastSuccess));
+    return metrics.passes ? text + passesText(*metrics.passes) : text;
+}
+
+std::string prometheusTextOfNobody() {
+    return upText(false);
 }
 
 } // namespace oxttool

@@ -11,24 +11,27 @@
 
 namespace oxttool {
 
-// Of a monitor that runs.
-struct MonitorMetrics {
-    bool up = false;
-    unsigned long passes = 0, failedPasses = 0;
-    double lastPassSeconds = 0;
-    double lastSuccess = 0; // seconds since the epoch; 0: none
+// What only a running monitor knows of its passes.
+struct PassMetrics {
+    unsigned long passes = 0, failed = 0;
+    double lastSeconds = 0;
 };
 
 struct Metrics {
     std::vector<FileSystem> fileSystems;
     unsigned cycleSeconds = 0;
-    double updated = 0; // seconds since the epoch
-    std::optional<MonitorMetrics> monitor = {};
-    std::optional<bool> up = {}; // of a provider in another process, of which the rest is not known
+    double updated = 0;                     // seconds since the epoch
+    bool up = false;                        // a monitor is at work; false for a look on the spot
+    std::optional<double> lastSuccess = {}; // of the monitor, seconds since the epoch, 0: none yet; a look has none
+    std::optional<PassMetrics> passes = {};
 };
 
-// Sizes in bytes. Of file systems with equal labels, which a collector would refuse altogether, only the first shows.
+// Sizes in bytes. A file system is known by mount point, device and type. Where several have the same three, which a
+// collector would refuse altogether, the worst one stands for all.
 std::string prometheusText(const Metrics &metrics);
+
+// Where nobody can be asked: that no monitor is up, and nothing else.
+std::string prometheusTextOfNobody();
 
 } // namespace oxttool
 

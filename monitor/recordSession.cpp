@@ -68,7 +68,7 @@ std::string doubtOf(const LiveRecords &records) {
 
 std::string metricsOf(const LiveRecords &records) {
     return prometheusText(
-        {records.fileSystems, records.cycle.seconds, records.measured, {}, !isOverdue(records, now())});
+        {records.fileSystems, records.cycle.seconds, records.measured, !isOverdue(records, now()), records.measured});
 }
 
 } // namespace oxttool

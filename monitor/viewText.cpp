@@ -10,8 +10,10 @@ std::string metricsText(const View &view, bool well) {
     metrics.fileSystems = view.fileSystems;
     metrics.cycleSeconds = view.cycle.seconds;
     metrics.updated = view.updated;
-    metrics.monitor = MonitorMetrics{well, view.passes.succeeded + view.passes.failed, view.passes.failed,
-                                     view.passes.lastDuration.count(), static_cast<double>(view.passes.lastSuccess)};
+    metrics.up = well;
+    metrics.lastSuccess = static_cast<double>(view.passes.lastSuccess);
+    metrics.passes =
+        PassMetrics{view.passes.succeeded + view.passes.failed, view.passes.failed, view.passes.lastDuration.count()};
     return prometheusText(metrics);
 }
 

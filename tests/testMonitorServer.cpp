@@ -53,7 +53,7 @@ TEST(MonitorAnswers, HostileNamesStayNames) {
     EXPECT_THAT(page, HasSubstr("role=\"alert\">The monitor's looks"));
     EXPECT_LT(page.find("25 %"), page.find("/plain")) << "the worst first";
     EXPECT_THAT(metricsText(*view, false), HasSubstr("oxtfs_monitor_up 0\n"));
-    EXPECT_THAT(metricsText(*view, true), HasSubstr("oxtfs_filesystem_full_seconds{device=\"/dev/<script>"));
+    EXPECT_THAT(metricsText(*view, true), HasSubstr("oxtfs_filesystem_full_seconds{mountpoint=\"/<script>"));
     EXPECT_THAT(alertsText(*view), HasSubstr("</td><b>"));
     const MonitorState told = parseState(stateText(*view, true));
     EXPECT_EQ(told.fileSystems[0].mountPoint, view->fileSystems[0].mountPoint) << "every byte of it";

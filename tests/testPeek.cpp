@@ -277,7 +277,8 @@ TEST_F(Peek, RecordsThatNobodyRefreshesAreNotTakenForAWatch) {
     EXPECT_TRUE(isOverdue(live, live.measured + 151));
     EXPECT_EQ(doubtOf(live), "");
     EXPECT_THAT(sourceOf(live), EndsWith("cycle 60 s."));
-    EXPECT_THAT(metricsOf(live), HasSubstr("\noxtfs_monitor_up 1\n"));
+    EXPECT_THAT(metricsOf(live), ::testing::AllOf(HasSubstr("\noxtfs_monitor_up 1\n"), HasSubstr("last_success"),
+                                                  ::testing::Not(HasSubstr("passes"))));
     LiveRecords old = live;
     old.measured -= 400;
     EXPECT_THAT(doubtOf(old), HasSubstr("Nothing monitors there: the last look was 40"));

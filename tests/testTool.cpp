@@ -186,15 +186,22 @@ TEST(ToolShow, TheScreenShowsTheWorstWhereNotAllFit) {
 }
 
 TEST(ToolShow, MetricsAreEscapedAndWellFormed) {
-    FileSystem odd = sample(), plain;
+    FileSystem odd = sample(), plain, twin;
     odd.device = "a\\b\"c\nd\xff";
     odd.mountPoint = "/m\u00e9 {x=\"y\"}";
-    odd.status = 7;
     plain.index = "1";
     plain.status = 3;
-    const std::string text = prometheusText({{odd, plain, odd}, 60, 1893456000.25});
+    odd.outlook = Outlook{Forecast{3600, 9000}, "", "", ""};
+    twin = odd; // of the same names: the worse one shows, however it stands
+    twin.status = 7; // unknown
+    twin.freeMiB = 1;
+    odd.status = 2;
+    const std::string text =
+        prometheusText({{twin, plain, odd, twin}, 60, 1893456000.25, true, 1893456000, {{5, 2, .5}}});
     expectGolden("metrics.txt", text);
     EXPECT_EQ(prometheusText({}).find('{'), std::string::npos);
+    EXPECT_THAT(prometheusText({}), HasSubstr("\noxtfs_monitor_up 0\n")) << "a look on the spot is no monitor";
+    EXPECT_EQ(prometheusText({}).find("success_"), std::string::npos);
     EXPECT_TRUE(promtoolTakes(text));
 }
 

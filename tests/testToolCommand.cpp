@@ -194,6 +194,9 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
         EXPECT_EQ(peeked.at("config").at("cycle"), 10);
     }
     EXPECT_THAT(run("peek --format prometheus").out, HasSubstr("oxtfs_monitor_cycle_seconds 10\n"));
+    const std::string metrics = "--format prometheus --output-file /mnt/metrics";
+    EXPECT_EQ(run("list " + metrics).exit, 0);
+    EXPECT_THAT(fileContent("/mnt/metrics"), HasSubstr("\noxtfs_monitor_up 1\n"));
     EXPECT_EQ(run("list --direct").exit, 3) << "one provider at a time";
     const Ended seen = run("list");
     EXPECT_THAT(seen.out, HasSubstr("48M"));
@@ -213,7 +216,12 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_EQ(kill(watch, SIGTERM), 0);
     const Ended ended = finish(watch, "watch");
     EXPECT_EQ(ended.exit, 0) << ended.out << ended.err;
-    EXPECT_EQ(run("peek").exit, 3) << "it has ended";
+    EXPECT_EQ(run("peek " + metrics).exit, 3) << "it has ended";
+    EXPECT_THAT(fileContent("/mnt/metrics"), ::testing::EndsWith("\noxtfs_monitor_up 0\n")) << "and the file knows it";
+    EXPECT_THAT(fileContent("/mnt/metrics"), ::testing::Not(HasSubstr("filesystem_")));
+    EXPECT_EQ(run("list " + metrics).exit, 0) << "a look on the spot";
+    EXPECT_THAT(fileContent("/mnt/metrics"), HasSubstr("\noxtfs_monitor_up 0\n"));
+    EXPECT_THAT(fileContent("/mnt/metrics"), HasSubstr("mountpoint=\"/mnt/big\""));
     EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10) << "the cycle stays set";
     const Ended failures = run("log --failures -n 1000");
     EXPECT_EQ(failures.exit, 0) << failures.err;

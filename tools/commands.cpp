@@ -38,23 +38,41 @@ std::string metricsOf(Session &session, const std::vector<std::string> &targets)
     metrics.fileSystems = chosen(fileSystemsOf(session), targets);
     metrics.cycleSeconds = cycleOf(session.get(kConfigClass)).seconds;
     metrics.updated = session.measured();
-    if (session.isAnothers())
+    if (session.isAnothers()) {
         metrics.up = session.doubt().empty();
+        if (metrics.up)
+            metrics.lastSuccess = metrics.updated;
+    }
     return prometheusText(metrics);
 }
 
 } // namespace
 
+void deliverMetrics(const Options &options, const std::function<std::string()> &text) {
+    std::string metrics;
+    try {
+        metrics = text();
+    } catch (const Failure &) {
+        if (options.targets.empty() && !options.outputFile.empty())
+            deliver(prometheusTextOfNobody(), options.outputFile);
+        throw;
+    }
+    deliver(metrics, options.outputFile);
+}
+
 Exit listCommand(const Options &options) {
     for (const std::string &target : options.targets)
         checkTarget(target);
-    const auto session = openSession(options.hosting, ServiceMode::off());
     if (options.wantsMetrics()) {
-        const std::string text = metricsOf(*session, options.targets);
-        session->close();
-        deliver(text, options.outputFile);
+        deliverMetrics(options, [&options] {
+            const auto session = openSession(options.hosting, ServiceMode::off());
+            std::string text = metricsOf(*session, options.targets);
+            session->close();
+            return text;
+        });
         return Exit::Ok;
     }
+    const auto session = openSession(options.hosting, ServiceMode::off());
     std::vector<FileSystem> all = fileSystemsOf(*session);
     session->close();
     printFileSystems(chosen(std::move(all), options.targets), options.look);

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "agentDir.h"
+#include "commands.h"
 #include "json.h"
-#include "outputFile.h"
 #include "recordSession.h"
 #include "saveFile.h"
 #include "segments.h"
@@ -57,10 +57,12 @@ void printSave(const std::string &path, const SaveFile &save, const Look &look) 
 } // namespace
 
 Exit peekCommand(const Options &options) {
-    const LiveRecords live = readSegments(agentDirectory());
     if (options.wantsMetrics()) {
-        deliver(metricsOf(live), options.outputFile);
-    } else if (options.look.json) {
+        deliverMetrics(options, [] { return metricsOf(readSegments(agentDirectory())); });
+        return Exit::Ok;
+    }
+    const LiveRecords live = readSegments(agentDirectory());
+    if (options.look.json) {
         Json all = {{"provider",
                      {{"pid", live.pid},
                       {"process", live.process},

@@ -134,6 +134,7 @@ fewRights() {
     "${stranger[@]}" test -x "$tool" || { echo "the services without their rights: other accounts do not reach $tool"; return; }
     "${account[@]}" "$tool" list --format prometheus --output-file "$file" >"$base/out" 2>&1 && fail "metrics of no provider"
     grep -q "cannot be written: Permission denied" "$base/out" || fail "the metrics' account is told $(cat "$base/out")"
+    grep -qx 'oxtfs_monitor_up 0' "$file" || fail "the metrics of no provider: $(cat "$file")"
     "${stranger[@]}" "$tool" peek >"$base/out" 2>&1 && fail "peek by a stranger"
     grep -q "cannot be told" "$base/out" || fail "a stranger is told $(cat "$base/out")"
     through=(setpriv "--bounding-set=-all,+dac_read_search" --inh-caps=-all)

@@ -50,8 +50,8 @@ int getThreadSts(OxtThreadId *thid) {
 }
 
 int oxtThreadCancel(OxtThreadId *thid) {
-    pthread_mutex_lock(
-        &threadMutex); // a thread that is joined meanwhile must not be cancelled: its id may be a new one's
+    // Locked: a thread that is joined meanwhile must not be cancelled, its id may be a new one's.
+    pthread_mutex_lock(&threadMutex);
     const pthread_t id = thid->load();
     const int rc = id != 0 ? pthread_cancel(id) : ESRCH;
     pthread_mutex_unlock(&threadMutex);

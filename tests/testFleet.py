@@ -193,6 +193,6 @@ def until(condition):
 
 if __name__ == "__main__":
     if not fleetTools.find("prometheus"):
-        print("skipped: no prometheus here (Debian package prometheus, unpacked into build/promtool)")
+        print("SKIP: needs prometheus")
         sys.exit(77)
     unittest.main(verbosity=1)

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "agentDirectory.h"
+#include "columns.h"
 #include "failure.h"
 #include "instances.h"
 #include "json.h"
@@ -25,6 +26,7 @@ namespace {
 
 using namespace oxttool;
 using ::testing::ContainerEq;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -113,6 +115,21 @@ TEST(Pages, TheTypesOfTheFormatsAreKnownToSave) {
             EXPECT_THAT(doubt, Not(HasSubstr("_FileSystemType"))) << type->str(1);
     }
     EXPECT_EQ(count, 5);
+}
+
+TEST(Pages, TheCompletionOffersEachColumn) {
+    const std::string completion = page("packaging/completion/oxtfsctl");
+    std::smatch list;
+    ASSERT_TRUE(std::regex_search(completion, list, std::regex("columns=\\(([^)]*)\\)")));
+    Look look;
+    look.columns = {"none"};
+    try {
+        columnsOf(look, {});
+        ADD_FAILURE() << "no column is called so";
+    } catch (const Failure &failure) {
+        EXPECT_THAT(failure.what(),
+                    EndsWith("The columns are " + std::regex_replace(list.str(1), std::regex(" "), ", ") + "."));
+    }
 }
 
 TEST(Pages, TheyTellTheProvidersNumbers) {

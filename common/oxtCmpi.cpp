@@ -66,6 +66,7 @@ int cloneAll(const char *function, CMPIEnumeration *enumeration, CMPIArray **out
         OXT_TRACE_FAIL_AS(function, "_OUT_ CMToArray() Failure!! status=[%d]", static_cast<int>(rc.rc));
         return -1;
     }
+    // The clone is the caller's to release; the array is the object manager's.
     *out = CMClone(array, &rc);
     CMRelease(array);
     if (rc.rc != CMPI_RC_OK || CMIsNullObject(*out)) {

@@ -71,6 +71,7 @@ const char *nextText(const char *text) {
 bool readMounts(FsSystem *system) {
     size_t count = 0;
     char *texts = readMountTexts(&count);
+    // The texts first: their block moves while it grows, so nothing may point into it before.
     FsMount *mounts = texts != nullptr ? static_cast<FsMount *>(calloc(count + 1, sizeof(FsMount))) : nullptr;
     if (mounts == nullptr) {
         free(texts);
@@ -96,7 +97,7 @@ void readDrivers(FsSystem *system) {
     if (file == nullptr || !openCollector(&text))
         return;
     char piece[1024];
-    for (size_t got = 1; got > 0;) {
+    for (size_t got = 1; got > 0;) { // the kernel tells no size beforehand
         got = fread(piece, 1, sizeof piece, file.get());
         fwrite(piece, 1, got, text.stream);
     }

@@ -156,7 +156,8 @@ struct Host::Impl {
         methods = callFactory<CMPIMethodMI>("Method");
     }
 
-    // Calls one slot of one interface and gathers the reply.
+    // Calls one slot of one interface and gathers the reply. Arguments that callers build in place, as a property list,
+    // live until it returns.
     template <class Table, class Slot, class... Args>
     Reply invoke(Call &call, const Table *table, Slot slot, Args... args) {
         if (table->*slot == nullptr) {

@@ -22,7 +22,7 @@ constexpr char kAgentProperty[] = "InstalledServiceMode";
 // What one thread has to do with each broker. Its objects end with it.
 struct ThreadState {
     struct Own {
-        std::weak_ptr<Broker> broker;
+        std::weak_ptr<Broker> broker; // a thread may outlive it
         ScopeId scope = kOwnedByProvider;
         bool attached = false;
     };
@@ -59,6 +59,7 @@ thread_local ThreadState threadState;
 void checkContext(Broker &broker, const CMPIContext *ctx, const char *slot) {
     const auto context = broker.use<ContextBody>(ctx, slot);
     const std::string name = slot;
+    // SFCB's process would end, so there is no answer; the other two are noted and go on.
     if (context->use == Use::CleanUp && broker.sfcb()) {
         broker.registry.misuse(name + ": up-call with the context of a clean-up ends the object manager's process");
         throw Refusal{CMPI_RC_ERR_FAILED};
@@ -226,6 +227,7 @@ bool threadMayMake(const Broker &broker) {
 
 void setThreadAttached(Broker &broker, bool attached) {
     bool &now = threadState.of(broker).attached;
+    // Counted once per thread, however often it attaches: at 0 the library may be closed.
     broker.attachedThreads += static_cast<int>(attached) - static_cast<int>(now);
     now = attached;
 }

@@ -10,7 +10,7 @@
 namespace oxthost {
 namespace {
 
-constexpr CMPICount kLargestArray = 1000000;
+constexpr CMPICount kLargestArray = 1000000; // a provider's wrong count must not use up the host's memory
 
 std::shared_ptr<DateTimeBody> dateTime(CMPIUint64 microseconds, bool interval) {
     auto date = std::make_shared<DateTimeBody>();

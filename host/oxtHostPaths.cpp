@@ -15,6 +15,7 @@ template <std::string PathBody::*Member>
 CMPIString *getText(const char *slot, const CMPIObjectPath *self, CMPIStatus *rc) {
     return onObject<PathBody>(slot, self, rc, [](Broker &broker, PathBody &path) {
         const std::string &text = path.*Member;
+        // SFCB keeps an empty text as none, and gives a string without characters.
         return text.empty() && broker.sfcb() ? broker.makeNullString() : broker.makeString(text);
     });
 }
@@ -26,7 +27,7 @@ CMPIData keyData(Broker &broker, const NamedDatum &key) {
     return data;
 }
 
-// Takes over the namespace and, as the flavour has it, the class name; the host name too when asked.
+// Takes over the namespace, and the host name when asked. By the standard the class name, too; SFCB leaves it.
 CMPIStatus copyNames(const char *slot, CMPIObjectPath *self, const CMPIObjectPath *src, bool withHost) {
     return onObject<PathBody>(slot, self, nullptr, [=](Broker &broker, PathBody &path) {
         const auto source = broker.use<PathBody>(src, slot);

@@ -57,7 +57,7 @@ std::shared_ptr<Body> Registry::use(const void *object, Kind kind, const char *s
 void Registry::release(const void *object, Kind kind, const char *slot) {
     const std::lock_guard<std::mutex> guard(lock_);
     const Entry &entry = find(object, kind, slot);
-    if (entry.lent) {
+    if (entry.lent) { // the caller's: it would be gone while the call still uses it
         misuseLocked(std::string(slot) + ": ended " + nameOf(kind) + " that was an argument of the call");
         throw Refusal{CMPI_RC_ERR_INVALID_HANDLE};
     }
@@ -67,6 +67,8 @@ void Registry::release(const void *object, Kind kind, const char *slot) {
     bury(object);
 }
 
+// The shell stays in quarantine for a while: as long as its memory is not given out again, a stale pointer is told as
+// one and not taken for the next object.
 void Registry::bury(const void *object) {
     const auto entry = live_.find(object);
     --counts_[static_cast<int>(entry->second.body->kind)];
@@ -106,7 +108,7 @@ LiveObjects Registry::live() const {
 }
 
 void Registry::misuseLocked(const std::string &sentence) {
-    if (misuses_.size() < kMisusesKept)
+    if (misuses_.size() < kMisusesKept) // a provider that repeats one for ever must not fill the memory
         misuses_.push_back(sentence);
 }
 
@@ -134,6 +136,7 @@ void FailPlan::count(const char *slot) {
     if (!armed_)
         return;
     const std::lock_guard<std::mutex> guard(lock_);
+    // "*" leaves releases out: a provider can do nothing about one that fails.
     if (service_ != slot && (service_ != "*" || std::strcmp(slot, "release") == 0))
         return;
     if (++counted_ == failing_)

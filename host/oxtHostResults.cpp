@@ -13,7 +13,7 @@ void refuse(Broker &broker, const char *slot, const char *what, CMPIrc rc = CMPI
     throw Refusal{rc};
 }
 
-// Answers only while data of that sort may come.
+// Refuses data after the end, and data of another sort than the operation returns.
 void admit(Broker &broker, const ResultBody &result, const char *slot, bool expected) {
     if (result.done)
         refuse(broker, slot, "data after done");
@@ -26,7 +26,7 @@ void returnData(Broker &broker, ResultBody &result, const CMPIValue *value, CMPI
     admit(broker, result, slot, result.expects == Expects::Value);
     if (broker.sfcb() && type == CMPI_ref)
         refuse(broker, slot, "a reference ends the object manager's process", CMPI_RC_ERR_INVALID_DATA_TYPE);
-    if (broker.sfcb() && (type & CMPI_ARRAY) != 0)
+    if (broker.sfcb() && (type & CMPI_ARRAY) != 0) // that host answers a failure
         throw Refusal{CMPI_RC_ERR_FAILED};
     Datum datum = toDatum(broker, value, type, slot);
     if (value == nullptr && broker.sfcb() && (type & CMPI_ENC) == 0)

@@ -121,6 +121,7 @@ std::string Reader::scalar() {
         Lexer::fail(now_, "expected a value");
     const Token first = advance();
     std::string text = first.text;
+    // Texts that stand side by side are one, as in C.
     while (first.kind == Token::Text && now_.kind == Token::Text)
         text += advance().text;
     return first.kind == Token::Word && sameName(text, "null") ? std::string() : text;
@@ -131,6 +132,7 @@ MofTexts Reader::qualifierList() {
     if (!accept('['))
         return list;
     do {
+        // A text that declares no qualifier relies on those of the object manager, which are not known here.
         if (!mof_.qualifiers.empty() && now_.kind == Token::Word && !contains(mof_.qualifiers, now_.text))
             Lexer::fail(now_, "qualifier " + now_.text + " is not declared");
         const std::string qualifier = name("a qualifier");

@@ -82,6 +82,8 @@ CMPIStatus change(const char *function, const OxtCInfo *cInfo, const char *metho
     const int position = oxtFindIndex(function, cInfo, records, index, &status);
     if (position < 0 || !isEligible(function, cInfo, &fsProv(records)[position], &status))
         return status;
+    // The entry point lets known methods through only. For any other name the records are published and saved as they
+    // are.
     const ThresholdMethod *method = findMethod(methodName);
     return method != nullptr ? setField(function, cInfo, *method, in, records, position)
                              : oxtCommitSetting(function, cInfo, nullptr);

@@ -15,7 +15,8 @@
 
 namespace {
 
-std::atomic<const CMPIBroker *> _broker{nullptr}; // written by the factories
+// Written by the factories, which a host calls again while requests read it.
+std::atomic<const CMPIBroker *> _broker{nullptr};
 
 struct MethodRow {
     const char *name;
@@ -151,6 +152,7 @@ CMPIStatus callMethod(const char *function, const OxtCInfo *cInfo, const CMPIRes
     CMPIStatus status = {CMPI_RC_OK, nullptr};
     if (!isThread && !isServed(function, cInfo, &status))
         return status;
+    // After the service mode: in service mode without its thread even an unknown class is refused for that.
     if (row == nullptr || row->methodCount == 0)
         return refuseName(function, cInfo, "ClassName", className);
     const MethodRow *method = findMethod(*row, methodName);

@@ -39,6 +39,7 @@ CMPIStatus refuseStop(const char *function, const OxtCInfo *cInfo, const char *t
 CMPIStatus OXT_FSThreadGetInstance(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
                                    const char **properties) {
     OXT_ENTER_HANDLER();
+    // In service mode without the thread, too: clients ask this to know whether the other classes will answer.
     const uint16_t running = static_cast<uint16_t>(getThreadSts(fsGetThreadID()));
     return oxtFinish(__func__, rslt, oxtReturnInstance(__func__, THREAD, cInfo, rslt, cop, properties, &running));
 }

@@ -101,6 +101,7 @@ CMPIInstance *oxtBuildInstance(const OxtClass &cls, const OxtCInfo *cInfo, const
         OXT_TRACE_FAIL_AS(cls.builder, "%s", refusal);
         return nullptr;
     }
+    // The instance has a path of its own with its own key: an enumeration's path has none.
     CMPIObjectPath *path = newPath(cls, cInfo, cop);
     if (path == nullptr)
         return nullptr;

@@ -8,9 +8,11 @@
 #include <sstream>
 
 #include "agentDirectory.h"
+#include "columns.h"
 #include "failure.h"
 #include "instances.h"
 #include "json.h"
+#include "monitorState.h"
 #include "oxtFsField.h"
 #include "oxtMof.h"
 #include "oxtPaths.h"
@@ -18,11 +20,13 @@
 #include "records.h"
 #include "session.h"
 #include "values.h"
+#include "view.h"
 
 namespace {
 
 using namespace oxttool;
 using ::testing::ContainerEq;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -79,8 +83,22 @@ TEST(Pages, TheFormatsHaveEachFieldWithItsUnit) {
             if (property.typeCode != CMPI_string)
                 ones.properties.emplace_back(property.name, oxthost::Value::unsignedNumber(property.typeCode, 1));
         }
-    const nlohmann::json shown = jsonOf(fileSystemOf(ones), Unit::Bytes);
-    EXPECT_EQ(std::count(shown.begin(), shown.end(), nlohmann::json(1048576)), spaces) << shown;
+    ones.properties.emplace_back("Index", oxthost::Value::string("1"));
+    const Json shown = jsonOf(fileSystemOf(ones), Unit::Bytes);
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), Json(1048576)), spaces) << shown;
+
+    // The same out of a record, and by way of a running monitor: none of the three forgets a field.
+    FsProv prov = {};
+    for (const FsField &field : FS_PROV_FIELDS)
+        if (field.kind != FS_FIELD_TEXT)
+            reinterpret_cast<char *>(&prov)[field.offset] = 1;
+    EXPECT_EQ(jsonOf(fileSystemOf({reinterpret_cast<const char *>(&prov), sizeof prov}), Unit::Bytes), shown);
+    View view;
+    view.fileSystems = {fileSystemOf(ones)};
+    view.curves.resize(1);
+    FileSystem told = parseState(stateText(view, true)).fileSystems.at(0);
+    told.outlook.reset();
+    EXPECT_EQ(jsonOf(told, Unit::Bytes), shown);
 }
 
 TEST(Pages, TheTypesOfTheFormatsAreKnownToSave) {
@@ -97,6 +115,21 @@ TEST(Pages, TheTypesOfTheFormatsAreKnownToSave) {
             EXPECT_THAT(doubt, Not(HasSubstr("_FileSystemType"))) << type->str(1);
     }
     EXPECT_EQ(count, 5);
+}
+
+TEST(Pages, TheCompletionOffersEachColumn) {
+    const std::string completion = page("packaging/completion/oxtfsctl");
+    std::smatch list;
+    ASSERT_TRUE(std::regex_search(completion, list, std::regex("columns=\\(([^)]*)\\)")));
+    Look look;
+    look.columns = {"none"};
+    try {
+        columnsOf(look, {});
+        ADD_FAILURE() << "no column is called so";
+    } catch (const Failure &failure) {
+        EXPECT_THAT(failure.what(),
+                    EndsWith("The columns are " + std::regex_replace(list.str(1), std::regex(" "), ", ") + "."));
+    }
 }
 
 TEST(Pages, TheyTellTheProvidersNumbers) {

@@ -370,4 +370,22 @@ TEST_F(Peek, NothingTornIsReadFromAProviderThatWritesAllTheTime) {
     EXPECT_THAT(failure(), HasSubstr("no provider is running")) << "its maker is dead";
 }
 
+TEST(KnownRecords, AnswerAsAProviderWould) {
+    std::vector<FileSystem> all(2);
+    all[0].index = "1";
+    all[1].index = "2";
+    const Cycle cycle;
+    const KnownRecords known = {all, cycle, std::nullopt};
+    const oxthost::Reply second = instanceFrom(known, kFileSystemClass, {{"Index", oxthost::Value::string("2")}});
+    ASSERT_EQ(second.instances.size(), 1u);
+    EXPECT_EQ(fileSystemOf(second.instances[0]).index, "2");
+    for (const std::string index : {"3", ""})
+        EXPECT_EQ(instanceFrom(known, kFileSystemClass, {{"Index", oxthost::Value::string(index)}}).message,
+                  "NotFound Index");
+    EXPECT_EQ(instanceFrom(known, kFileSystemClass, {}).message, "NotFound Index");
+    EXPECT_EQ(totalOf(instanceFrom(known, kTotalClass, {}).instances.at(0)), 2u);
+    EXPECT_FALSE(threadRunsOf(instancesFrom(known, kThreadClass).instances.at(0)));
+    EXPECT_EQ(instancesFrom(known, "OXT_Other").message, "Generic Failure!!");
+}
+
 } // namespace

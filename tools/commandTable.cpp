@@ -83,7 +83,7 @@ void takeLimits(CLI::App &command, Options &options) {
 void takeWatching(CLI::App &command, Options &options) {
     command.add_option("--cycle", options.cycle, "Set the cycle first, " + cycleRange() + " s; it is kept")
         ->type_name("SECONDS");
-    command.add_option("--for", options.seconds, "Stop after so many seconds")->type_name("SECONDS");
+    command.add_option("--for", options.seconds, "Stop after this many seconds")->type_name("SECONDS");
     command.add_option("--listen", options.listen, "Serve metrics and a page for browsers there")
         ->type_name("ADDRESS:PORT");
     command.add_option("--settings", options.settingsFile, "Settings file (default: " + settingsPath() + ")")

@@ -1,6 +1,7 @@
 #include "api.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -54,7 +55,9 @@ bool isOwnHost(const std::string &host) {
     if (name.size() > 2 && name.front() == '[' && name.back() == ']')
         name = name.substr(1, name.size() - 2);
     unsigned char bytes[sizeof(in6_addr)];
-    return name.empty() || name == "localhost" || inet_pton(AF_INET, name.c_str(), bytes) == 1 ||
+    char machine[256] = "";
+    (void)gethostname(machine, sizeof machine - 1);
+    return name.empty() || name == machine || name == "localhost" || inet_pton(AF_INET, name.c_str(), bytes) == 1 ||
            inet_pton(AF_INET6, name.c_str(), bytes) == 1;
 }
 

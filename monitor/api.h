@@ -36,8 +36,8 @@ class Api {
     bool renderedWell_ = false;                    // whether all was well when they were
 };
 
-// Whether a name in a request's "Host" may be this machine's: at an address that only this machine reaches, a web page
-// of somebody else could ask under a name of its own that leads here.
+// Whether a name in a request's "Host" may be this machine's: over loopback, a web page of somebody else could
+// ask under a name of its own that leads here.
 bool isOwnHost(const std::string &host);
 
 } // namespace oxttool

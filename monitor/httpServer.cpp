@@ -47,6 +47,22 @@ socklen_t resolve(const std::string &text, std::uint16_t port, sockaddr_storage 
     return sizeof six;
 }
 
+// Whether the connection came to an address that only this machine reaches, also as one of IPv6.
+bool isOverLoopback(int fd) {
+    union {
+        sockaddr any;
+        sockaddr_in four;
+        sockaddr_in6 six;
+    } here = {};
+    socklen_t size = sizeof here;
+    if (getsockname(fd, &here.any, &size) != 0)
+        return true; // the stricter one
+    if (here.any.sa_family != AF_INET6)
+        return ntohl(here.four.sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+    const in6_addr &address = here.six.sin6_addr;
+    return IN6_IS_ADDR_LOOPBACK(&address) || (IN6_IS_ADDR_V4MAPPED(&address) && address.s6_addr[12] == IN_LOOPBACKNET);
+}
+
 bool wouldBlock() {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
@@ -54,12 +70,12 @@ bool wouldBlock() {
 } // namespace
 
 void HttpServer::listenOn(int unixListener) {
-    listeners_.push_back({unixListener, Fd(), false, false});
+    listeners_.push_back({unixListener, Fd(), false});
 }
 
-void HttpServer::listenOnTcp(Fd listener, bool loopback) {
+void HttpServer::listenOnTcp(Fd listener) {
     const int fd = listener.get();
-    listeners_.push_back({fd, std::move(listener), true, loopback});
+    listeners_.push_back({fd, std::move(listener), true});
 }
 
 void HttpServer::stopListening(int unixListener) {
@@ -119,7 +135,7 @@ void HttpServer::accept(const Listener &listener) {
             return;
         Connection connection;
         connection.client.overTcp = listener.tcp;
-        connection.client.overLoopback = listener.loopback;
+        connection.client.overLoopback = listener.tcp && isOverLoopback(fd.get());
         const auto user = listener.tcp ? std::nullopt : peerOf(fd.get());
         connection.client.mayChange = user && (*user == 0 || *user == geteuid());
         connection.fd = std::move(fd);
@@ -228,10 +244,6 @@ Fd listenTcp(const std::string &address, std::uint16_t port) {
         throw Failure(Exit::Environment, "cannot listen at " + address + ", port " + std::to_string(port) + ": " +
                                              std::strerror(errno) + ".");
     return listener;
-}
-
-bool isLoopback(const std::string &address) {
-    return address.rfind("127.", 0) == 0 || address == "::1";
 }
 
 } // namespace oxttool

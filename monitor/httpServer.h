@@ -25,7 +25,7 @@ namespace oxttool {
 struct Client {
     bool mayChange = false; // root, or this monitor's own user, on a Unix socket
     bool overTcp = false;
-    bool overLoopback = false; // to a TCP address that only this machine reaches
+    bool overLoopback = false; // to a TCP address that only this machine reaches, wherever it listens
     bool operator==(const Client &other) const { return mayChange == other.mayChange && overTcp == other.overTcp; }
 };
 
@@ -40,7 +40,7 @@ class HttpServer {
 
     // The listener stays the caller's.
     void listenOn(int unixListener);
-    void listenOnTcp(Fd listener, bool loopback);
+    void listenOnTcp(Fd listener);
     void stopListening(int unixListener);
     void closeTcp();
 
@@ -57,7 +57,7 @@ class HttpServer {
     struct Listener {
         int fd;
         Fd owned;
-        bool tcp, loopback;
+        bool tcp;
     };
     struct Connection {
         enum State { Reading, Waiting, Writing, Draining };
@@ -87,7 +87,6 @@ class HttpServer {
 
 // A listening TCP socket at a numeric address; throws an environment failure.
 Fd listenTcp(const std::string &address, std::uint16_t port);
-bool isLoopback(const std::string &address);
 
 } // namespace oxttool
 

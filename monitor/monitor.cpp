@@ -222,7 +222,7 @@ void Monitor::openTcp() {
     tcp_.clear();
     for (const ListenAddress &address : all)
         try {
-            server_.listenOnTcp(listenTcp(address.address, address.port), isLoopback(address.address));
+            server_.listenOnTcp(listenTcp(address.address, address.port));
             tcp_.push_back(address);
         } catch (const Failure &failure) {
             say(failure.what());

@@ -79,7 +79,8 @@ bool isSaveWhole(const std::string &root) {
     return static_cast<std::uint64_t>(state.st_size) >= sizeof head + std::uint64_t{count} * kFileSystemBytes;
 }
 
-TraceSigns::TraceSigns(const std::string &root) : lines_(root + "log/" + kTraceFileName, LineFile::End) {}
+TraceSigns::TraceSigns(const std::string &root)
+    : lines_(root + "log/" + kTraceFileName, LineFile::End, LineFile::Ours) {}
 
 std::optional<std::string> TraceSigns::failedPass(std::time_t since) {
     const std::string earliest = utcTime(since).substr(0, 19); // the lines' times have milliseconds behind it

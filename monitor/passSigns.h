@@ -32,7 +32,8 @@ class SaveSigns {
 // Whether the save file has all the records that it announces: a full disk cuts it short.
 bool isSaveWhole(const std::string &root);
 
-// The failures of this process in the trace log of the agent's stand-in.
+// The failures of this process in the trace log of the agent's stand-in. The log's directory may be another account's:
+// only a log that root or this process wrote is believed.
 class TraceSigns {
   public:
     explicit TraceSigns(const std::string &root);

@@ -247,14 +247,17 @@ TEST(MonitorProgram, IsBoundedInTimeAndNumber) {
     char name[] = "/tmp/oxtprogramXXXXXX";
     ASSERT_NE(mkdtemp(name), nullptr);
     const std::string out = std::string(name) + "/out";
+    setenv("CREDENTIALS_DIRECTORY", "/run/credentials/oxtfs", 1); // what systemd gives the monitor is not for others
     program.use(
-        {"/bin/sh", "-c", "printf '%s.' \"$OXTFS_MOUNTPOINT\" $(readlink /proc/self/fd/0) >>" + out + "; exit 3"});
+        {"/bin/sh", "-c",
+         "printf '%s.' \"$OXTFS_MOUNTPOINT$CREDENTIALS_DIRECTORY\" $(readlink /proc/self/fd/0) >>" + out + "; exit 3"});
     for (int i = 0; i < 100; ++i)
         program.run({{"OXTFS_MOUNTPOINT", "/$(id)\n\xff"}});
     EXPECT_EQ(said.size(), 100u - 4 - 64) << "the oldest of too many are left out";
     said.clear();
     for (int i = 0; i < 2000 && program.isBusy(); ++i, std::this_thread::sleep_for(milliseconds(10)))
         program.look();
+    unsetenv("CREDENTIALS_DIRECTORY");
     EXPECT_FALSE(program.isBusy());
     EXPECT_THAT(said, ::testing::Each(HasSubstr("ended with 3.")));
     EXPECT_EQ(said.size(), 68u);

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,6 +13,7 @@
 #include <fstream>
 
 #include "api.h"
+#include "failure.h"
 #include "golden.h"
 #include "monitorSamples.h"
 #include "monitorState.h"
@@ -122,7 +126,10 @@ TEST(MonitorAnswers, WhoMayAskWhat) {
     EXPECT_EQ(status(tcp, "GET", "/api/v1/state"), 404);
     EXPECT_EQ(status(tcp, "GET", "/nothing"), 404);
     EXPECT_EQ(status(local, "GET", "/", "", "evil.example:9633"), 421) << "a name that was made to lead here";
-    EXPECT_EQ(status(local, "GET", "/", "", "[::1]:9633"), 200);
+    char machine[256] = "";
+    ASSERT_EQ(gethostname(machine, sizeof machine - 1), 0);
+    for (const std::string &own : {std::string("[::1]:9633"), std::string(machine) + ":9633"})
+        EXPECT_EQ(status(local, "GET", "/", "", own), 200) << own;
     EXPECT_EQ(status(tcp, "GET", "/", "", "server.example:9633"), 200);
     for (const Client &client : {tcp, local})
         EXPECT_EQ(status(client, "POST", "/api/v1/call", call), 404);
@@ -178,7 +185,9 @@ class MonitorServer : public ::testing::Test {
     }
     std::string directory_;
     std::string lastTarget_;
-    HttpServer server_{[this](const HttpRequest &request, const Client &, HttpServer::Id id) {
+    Client lastClient_;
+    HttpServer server_{[this](const HttpRequest &request, const Client &client, HttpServer::Id id) {
+        lastClient_ = client;
         lastTarget_ = request.target;
         lastId_ = id;
         HttpResponse response;
@@ -249,6 +258,54 @@ TEST_F(MonitorServer, ACrowdLeavesRoomForTheNextAndHoldsNobodyUp) {
     EXPECT_EQ(statusAt(later), 404) << "whoever waits for the provider does not give way";
     server_.answer(id, errorResponse(404, "x"));
     server_.answer(12345, errorResponse(404, "x"));
+}
+
+// The host's name is looked at where a connection arrives over loopback, whatever address is listened at.
+TEST_F(MonitorServer, WhoComesOverLoopbackIsKnown) {
+    ifaddrs *all = nullptr;
+    ASSERT_EQ(getifaddrs(&all), 0);
+    const std::unique_ptr<ifaddrs, void (*)(ifaddrs *)> owned(all, freeifaddrs);
+    in_addr outer = {}; // an address of this machine that others reach, too; none in a network namespace
+    for (; all != nullptr; all = all->ifa_next)
+        if (all->ifa_addr != nullptr && all->ifa_addr->sa_family == AF_INET && !(all->ifa_flags & IFF_LOOPBACK)) {
+            sockaddr_in four = {};
+            std::memcpy(&four, all->ifa_addr, sizeof four);
+            outer = four.sin_addr;
+        }
+    const struct {
+        const char *listening, *asked; // no address: the outer one
+        bool loopback;
+    } rows[] = {{"127.0.0.1", "127.0.0.1", true},        {"0.0.0.0", "127.0.0.1", true}, {"0.0.0.0", nullptr, false},
+                {"::ffff:127.0.0.1", "127.0.0.1", true}, {"::", "127.8.0.1", true},      {"::", nullptr, false}};
+    for (const auto &row : rows) {
+        if (row.asked == nullptr && outer.s_addr == 0)
+            continue;
+        Fd listener;
+        try {
+            listener = listenTcp(row.listening, 0);
+        } catch (const Failure &) {
+            ASSERT_EQ(row.listening[0], ':') << "only IPv6 may be missing";
+            continue;
+        }
+        sockaddr_in6 bound = {}; // the port stands where IPv4 has it
+        socklen_t size = sizeof bound;
+        ASSERT_EQ(getsockname(listener.get(), static_cast<sockaddr *>(static_cast<void *>(&bound)), &size), 0);
+        server_.listenOnTcp(std::move(listener));
+        sockaddr_in four = {};
+        four.sin_family = AF_INET;
+        four.sin_port = bound.sin6_port;
+        four.sin_addr = outer;
+        if (row.asked != nullptr)
+            inet_pton(AF_INET, row.asked, &four.sin_addr);
+        const Fd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ASSERT_EQ(connect(socket.get(), static_cast<sockaddr *>(static_cast<void *>(&four)), sizeof four), 0);
+        send(socket.get(), get_.data(), get_.size(), 0);
+        lastClient_ = {};
+        poll(4);
+        EXPECT_TRUE(lastClient_.overTcp);
+        EXPECT_EQ(lastClient_.overLoopback, row.loopback) << row.listening << (row.asked ? row.asked : " from outside");
+        server_.closeTcp();
+    }
 }
 
 TEST_F(MonitorServer, ASocketIsMadeSafely) {

@@ -78,6 +78,7 @@ LISTENER
 port=$((20000 + RANDOM % 10000))
 listeners=()
 listens() { # listens ADDRESS [USER]: fails where that address cannot be had
+    rm -f "$base/listens"
     perl "$base/listen" "$1" $port "${2:-}" >"$base/listens" 2>&1 &
     listeners+=($!)
     within 20 grep -q . "$base/listens"
@@ -143,7 +144,7 @@ if [ "$(id -u)" = 0 ]; then
 localhost 3 127.0.0.1=65534
 localhost 3 ::1=65534 127.0.0.1=0
 localhost 3 ::=65534 127.0.0.1=0
-127.0.0.1 0 ::=65534 127.0.0.1=0
+127.0.0.1 0 ::=65534 0.0.0.0=0
 127.0.0.1 0 ::1=65534 0.0.0.0=0
 [::1] 0 0.0.0.0=65534 ::1=0
 TABLE

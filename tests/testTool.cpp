@@ -26,6 +26,7 @@
 #include "json.h"
 #include "jsonSchema.h"
 #include "lineFile.h"
+#include "passSigns.h"
 #include "prometheus.h"
 #include "providerSegment.h"
 #include "screen.h"
@@ -289,6 +290,24 @@ TEST_F(ToolFiles, AFileIsFollowedThroughEverything) {
     AlertFile alerts(root_ + "alerts");
     append("alerts", line + "rubbish\n" + line);
     EXPECT_EQ(alerts.read().size(), 2u);
+}
+
+// A failed pass is told by the log that root or this process writes; the log's directory may be somebody else's.
+TEST_F(ToolFiles, AStrangersTraceIsNotBelieved) {
+    std::filesystem::create_directory(root_ + "log");
+    for (const uid_t owner : {getuid(), uid_t{65534}}) {
+        const std::string name = std::string("log/") + kTraceFileName;
+        std::filesystem::remove(root_ + name);
+        append(name, "");
+        if (chown((root_ + name).c_str(), owner, static_cast<gid_t>(-1)) != 0)
+            GTEST_SKIP() << "needs root to make a stranger's file";
+        TraceSigns signs(root_);
+        for (const char *line :
+             {" 1 3 fsSaveData:9 fopen Failure!! err=[30]\n", " 1 3 fsWatchThread:9 fsCheckConfigChange() Failure!!\n"})
+            append(name, "2026-11-25T00:00:00.000Z " + std::to_string(getpid()) + line);
+        EXPECT_EQ(signs.failedPass(0).value_or("none"),
+                  owner == getuid() ? "fopen Failure!! err=[30] (Read-only file system)" : "none");
+    }
 }
 
 // From the end, with what follows left to the next call; what lies before the bound is not looked at.

@@ -98,6 +98,9 @@ completesTo() { # completesTo TYPED NAME
         script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >"$base/terminal" 2>&1
     [ ! -e "$base/names/pwned" ] || fail "Tab ran $2"
     rm -f "$base/names/pwned"
+    # What is no text stands there as list shows it.
+    perl -i -pe 's/\\x([0-9a-f]{2})/chr hex $1/ge' "$base/arguments"
+    harmless "Tab" <(tr -d '\r\a' <"$base/terminal")
     printf '%s\0' get "$2" >"$base/expected"
     # A directory may be given with its slash.
     printf '%s\0' get "$2/" >"$base/slash"
@@ -122,6 +125,17 @@ BASH
         done
         umount "$name"
     done
+    # All of them at once: Tab shows them.
+    for name in "${hostile[@]}"; do
+        mount -t tmpfs /dev/none "$base/names/${name//PWNED/pwned}" || fail "cannot mount on $name"
+    done
+    (sleep 0.2; printf 'oxtfsctl get %s\t\t' "$base/names/"; sleep 0.5; printf '\ny\nexit\n') | TERM=dumb timeout 60 \
+        script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >"$base/terminal" 2>&1
+    for shown in '\x1b[31mred\x1b]0;title\x07' 'bidi \xe2\x80\xaegnp' 'Latin-1 \xe9' 'two\x0alines' 'back\slash\x5cx41' 'ü → 語'; do
+        grep -qF "$shown" "$base/terminal" || fail "Tab does not show $shown: $(cat -v "$base/terminal")"
+    done
+    harmless "a list of Tab's" <(tr -d '\r\a' <"$base/terminal")
+    umount "$base"/names/*
     unset LC_ALL
     # The word breaks of bash are no end of a name.
     mkdir -p "$base/a=b:c d" && mount -t tmpfs /dev/none "$base/a=b:c d"

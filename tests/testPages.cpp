@@ -86,6 +86,7 @@ TEST(Pages, TheFormatsHaveEachFieldWithItsUnit) {
     ones.properties.emplace_back("Index", oxthost::Value::string("1"));
     const Json shown = jsonOf(fileSystemOf(ones), Unit::Bytes);
     EXPECT_EQ(std::count(shown.begin(), shown.end(), Json(1048576)), spaces) << shown;
+    EXPECT_EQ(std::count(shown.begin(), shown.end(), Json(0)), 0) << "a member that no property fills: " << shown;
 
     // The same out of a record, and by way of a running monitor: none of the three forgets a field.
     FsProv prov = {};

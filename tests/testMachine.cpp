@@ -59,8 +59,13 @@ class MachineCommand : public testing::Test {
             ASSERT_GE(inotify_add_watch(events_, agentPath(part).c_str(), IN_ALL_EVENTS), 0) << part;
     }
     void TearDown() override {
-        char event[4096];
-        EXPECT_EQ(read(events_, event, sizeof event), -1) << "the agent's directory was touched";
+        alignas(inotify_event) char events[4096] = {};
+        const ssize_t size = read(events_, events, sizeof events);
+        for (ssize_t at = 0; at < size;) {
+            const auto *event = static_cast<const inotify_event *>(static_cast<void *>(events + at));
+            ADD_FAILURE() << "the agent's directory was touched: " << event->name << ", mask " << event->mask;
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
         EXPECT_TRUE(filesystem::is_empty(base_ + "/tmp")) << "a machine's directory was left behind";
         close(events_);
         unsetenv("TMPDIR");

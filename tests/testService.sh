@@ -133,6 +133,7 @@ expect "to the service manager's probe, too" says /healthz "503"
 sleep 11
 mv "${agent}away" "${agent}data"
 expect "all is well again" says /metrics "oxtfs_monitor_up 1"
+expect "the line of it" grep -q 'succeed again' "$base/err"
 equal "lines of it" "$(grep -c 'passes fail: fopen.*No such file' "$base/err"),$(grep -c 'succeed again' "$base/err")" 1,1
 
 # What was set outlives a kill, the socket of the dead one is replaced, and the last failed save is an exit code.

@@ -33,7 +33,7 @@ MONITOR_FAMILIES = (
     ("oxtfs_monitor_cycle_seconds", "gauge", "Time between two looks at the file systems in service mode."),
     ("oxtfs_last_update_timestamp_seconds", "gauge", "When the file systems were last looked at, by whomever."),
     ("oxtfs_monitor_up", "gauge",
-     "1 while a monitor looks at the file systems with success, 0 when none does: then nobody sends alerts."),
+     "Whether a monitor looks at the file systems, with success; when 0, nobody sends alerts."),
     ("oxtfs_monitor_last_success_timestamp_seconds", "gauge",
      "When a look of the monitor last succeeded, 0 when none has."),
     ("oxtfs_monitor_passes_total", "counter", "Passes of the monitor, failed ones included."),

@@ -109,10 +109,9 @@ std::string single(const std::string &name, const std::string &help, const std::
 }
 
 std::string upText(bool up) {
-    return single(
-        "oxtfs_monitor_up",
-        "1 while a monitor looks at the file systems with success, 0 when none does: then nobody sends alerts.",
-        up ? "1" : "0");
+    return single("oxtfs_monitor_up",
+                  "Whether a monitor looks at the file systems, with success; when 0, nobody sends alerts.",
+                  up ? "1" : "0");
 }
 
 std::string passesText(const PassMetrics &passes) {

@@ -128,7 +128,7 @@ TEST(MonitorAnswers, whoMayAskWhat) {
     EXPECT_EQ(status(local, "GET", "/", "", "evil.example:9633"), 421) << "a name that was made to lead here";
     char machine[256] = "";
     ASSERT_EQ(gethostname(machine, sizeof machine - 1), 0);
-    for (const std::string own : {std::string("[::1]:9633"), std::string(machine) + ":9633"})
+    for (const std::string &own : {std::string("[::1]:9633"), std::string(machine) + ":9633"})
         EXPECT_EQ(status(local, "GET", "/", "", own), 200) << own;
     EXPECT_EQ(status(tcp, "GET", "/", "", "server.example:9633"), 200);
     for (const Client &client : {tcp, local})

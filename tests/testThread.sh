@@ -4,7 +4,7 @@ set -u
 PATH=$PATH:/usr/sbin:/sbin
 base=$(mktemp -d)
 chmod 711 "$base"
-trap 'end_managers; end_listeners; rm -rf "$base"' EXIT
+trap 'end_listeners; rm -rf "$base"' EXIT
 PATH=$base:$PATH
 export base CREDENTIALS_DIRECTORY=$base
 failures=0
@@ -45,17 +45,6 @@ esac
 [ $question$answer != start0 ] || echo 1 >"$base/thread"
 CLIENT
 chmod +x "$base/wbemcli"
-cp "$(command -v sleep)" "$base/sfcbd"
-managers=()
-start_manager() {
-    setsid "$base/sfcbd" 600 &
-    managers+=($!)
-}
-end_managers() {
-    [ ${#managers[@]} = 0 ] || kill "${managers[@]}" 2>/dev/null
-    wait "${managers[@]}" 2>/dev/null
-    managers=()
-}
 # A socket that listens, as the root of the tests or as a stranger: what comes there is in the file "heard", with its user.
 cat >"$base/listen" <<'LISTENER'
 use Socket qw(:DEFAULT inet_pton IPPROTO_IPV6 IPV6_V6ONLY);
@@ -189,7 +178,6 @@ ends 0 "Started the monitoring thread." --once
 
 # It follows: a new object manager gets a new thread, an object manager that is away for a moment is waited for, and a
 # thread that ends while the object manager stays has been stopped.
-start_manager
 answers 0 0 mode
 timeout 60 sh "$base/oxtfs-thread" >"$base/said" 2>&1 &
 follower=$!
@@ -201,8 +189,8 @@ started() { [ "$(grep -c Started "$base/said")" = "$1" ]; }
 within 20 started 1 || fail "not started: $(cat "$base/said")"
 echo down >"$base/thread"
 asks # while the old one is there
-end_managers
-start_manager
+end_listeners
+listens 127.0.0.1
 echo 0 >"$base/thread"
 within 20 started 2 || fail "not started again: $(cat "$base/said")"
 asks && asks # it knows the new one

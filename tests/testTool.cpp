@@ -191,7 +191,7 @@ TEST(ToolShow, metricsAreEscapedAndWellFormed) {
     plain.index = "1";
     plain.status = 3;
     odd.outlook = Outlook{Forecast{3600, 9000}, "", "", ""};
-    twin = odd; // of the same names: the worse one shows, however it stands
+    twin = odd;      // of the same names: the worse one shows, however it stands
     twin.status = 7; // unknown
     twin.freeMiB = 1;
     odd.status = 2;

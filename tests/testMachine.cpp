@@ -55,7 +55,7 @@ class MachineCommand : public testing::Test {
         setenv("LC_ALL", "C", 1);
         setenv("TMPDIR", (base_ + "/tmp").c_str(), 1);
         events_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-        for (const char *part : {"", "data", "work", "log"}) // tests beside this one read lib/
+        for (const char *part : {"", "data", "work", "log"})
             ASSERT_GE(inotify_add_watch(events_, agentPath(part).c_str(), IN_ALL_EVENTS), 0) << part;
     }
     void TearDown() override {
@@ -63,7 +63,8 @@ class MachineCommand : public testing::Test {
         const ssize_t size = read(events_, events, sizeof events);
         for (ssize_t at = 0; at < size;) {
             const auto *event = static_cast<const inotify_event *>(static_cast<void *>(events + at));
-            ADD_FAILURE() << "the agent's directory was touched: " << event->name << ", mask " << event->mask;
+            if ((event->mask & IN_ISDIR) == 0 || std::string(event->name) != "lib") // which tests beside this one read
+                ADD_FAILURE() << "the agent's directory was touched: " << event->name << ", mask " << event->mask;
             at += static_cast<ssize_t>(sizeof *event + event->len);
         }
         EXPECT_TRUE(filesystem::is_empty(base_ + "/tmp")) << "a machine's directory was left behind";

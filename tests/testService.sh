@@ -37,6 +37,7 @@ expect() { # what command...
     within 15 "$@" || fail "$what"
 }
 user=(setpriv --reuid=65534 --regid=65534 --clear-groups "$base/oxtfsctl")
+"${user[@]:0:4}" test -x "$agent" || skip "needs an agent directory that other accounts reach"
 status() { # expected text command...: its exit code and the beginning of what it says
     local code=$1 text=$2
     shift 2

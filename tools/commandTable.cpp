@@ -93,7 +93,7 @@ void takeWatching(CLI::App &command, Options &options) {
 void takeCall(CLI::App &command, Options &options) {
     command.add_option("CLASS", options.className, "CIM class, for example OXT_FileSystem")->required()->type_name("");
     command.add_option("METHOD", options.method, "Its method; upper and lower case matter")->required()->type_name("");
-    command.add_option("NAME=VALUE", options.arguments, "Arguments of the method")->type_name("");
+    command.add_option("ARGUMENT", options.arguments, "Of the method, NAME=VALUE each")->type_name("");
 }
 
 void takeFile(CLI::App &command, Options &options) {

@@ -106,7 +106,7 @@ writeMetrics() { "$tool" list --format prometheus --output-file "$1"; }
 
 lockedDirectory() {
     chmod 755 "$agent/work"
-    (cd "$agent/work" && exec "${stranger[@]}" flock . sleep 1000) &
+    (cd "$agent/work" && exec "${stranger[@]}" flock --no-fork . sleep 1000) &
     sleep 0.5
     works "beside a lock on work/"
 }

@@ -85,7 +85,7 @@ HttpResponse Api::rendered(const std::string &path) {
             response.body = std::make_shared<std::string>(resource.text(*view_, well));
         }
     if (!response.body)
-        return errorResponse(404, "There is no " + path + " here.");
+        return errorResponse(404, "There is no " + printableUtf8(path) + " here.");
     response.status = path == "/healthz" && !well ? 503 : 200;
     return rendered_[path] = response;
 }

@@ -43,12 +43,30 @@ show, or the output cannot be written; 4 no mounted file system qualifies;
 5 the system has no shared memory for the provider. Those of check differ.)";
 
 // Help as readers of man pages know it: "-b, --bytes", and the values of an option only where they are its own words.
+// Versions of the library differ in how they fill lines and what they call the parts; ours is the same with each.
 class HelpFormat : public CLI::Formatter {
   public:
-    HelpFormat() {
-        column_width(kHelpColumn);
-        label("SUBCOMMAND", "COMMAND");
-        label("Positionals", "Arguments");
+    HelpFormat() { label("SUBCOMMAND", "COMMAND"); }
+
+    std::string make_help(const CLI::App *app, std::string name, CLI::AppFormatMode mode) const override {
+        std::string usage = make_usage(app, name);
+        usage.erase(usage.find_last_not_of('\n') + 1);
+        usage.replace(0, usage.find(name), "Usage: ");
+        const std::string footer = app->get_footer();
+        return app->get_description() + "\n" + usage + "\n" + make_positionals(app) + make_groups(app, mode) +
+               make_subcommands(app, mode) + "\n" + (footer.empty() ? "" : footer + "\n");
+    }
+    std::string make_group(std::string, bool isPositional, std::vector<const CLI::Option *> options) const override {
+        std::string text = isPositional ? "\nArguments:\n" : "\nOptions:\n";
+        for (const CLI::Option *option : options)
+            text += make_option(option, isPositional);
+        return text;
+    }
+    std::string make_option(const CLI::Option *option, bool isPositional) const override {
+        return inColumns(make_option_name(option, isPositional) + make_option_opts(option), option->get_description());
+    }
+    std::string make_subcommand(const CLI::App *command) const override {
+        return inColumns(command->get_name(), command->get_description());
     }
     std::string make_option_name(const CLI::Option *option, bool isPositional) const override {
         if (isPositional)
@@ -62,6 +80,13 @@ class HelpFormat : public CLI::Formatter {
         const std::string type = option->get_type_name().substr(0, option->get_type_name().find(':'));
         const bool needsBlank = !type.empty() && type.front() != '[';
         return option->get_positional() ? "" : (needsBlank ? " " : "") + type;
+    }
+
+  private:
+    static std::string inColumns(const std::string &name, const std::string &about) {
+        const std::string left = "  " + name;
+        const bool fits = left.size() < kHelpColumn;
+        return left + (fits ? "" : "\n") + std::string(kHelpColumn - (fits ? left.size() : 0), ' ') + about + "\n";
     }
 };
 

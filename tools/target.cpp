@@ -102,6 +102,17 @@ std::vector<FileSystem> byFile(const std::vector<FileSystem> &all, const std::st
     return found;
 }
 
+std::vector<FileSystem> byDeviceNodeOrFile(const std::vector<FileSystem> &all, const std::string &target) {
+    const auto found = byDeviceNode(all, target);
+    return found.empty() ? byFile(all, target) : found;
+}
+
+// Those whose mount point, else whose device has the name.
+std::vector<FileSystem> named(const std::vector<FileSystem> &all, const std::string &name) {
+    const auto found = byName(all, withoutSlashes(name), &FileSystem::mountPoint);
+    return found.empty() ? byName(all, withoutSlashes(name), &FileSystem::device) : found;
+}
+
 } // namespace
 
 void checkTarget(const std::string &target) {
@@ -118,15 +129,24 @@ std::vector<FileSystem> findAll(const std::vector<FileSystem> &all, const std::s
             throw Failure(Exit::Refused, "no file system has the index " + target + "." + kHint);
         return found;
     }
-    for (const std::string &name : {target, unprintable(target)})
-        for (const auto which : {&FileSystem::mountPoint, &FileSystem::device})
-            if (const auto found = byName(all, withoutSlashes(name), which); !found.empty())
-                return found;
-    if (const auto found = byDeviceNode(all, target); !found.empty())
-        return found;
-    struct stat state = {};
     const std::string copied = unprintable(target);
-    return byFile(all, stat(target.c_str(), &state) != 0 && stat(copied.c_str(), &state) == 0 ? copied : target);
+    const auto found = named(all, copied);
+    if (copied == target)
+        return found.empty() ? byDeviceNodeOrFile(all, target) : found;
+    // A stranger may have named a directory the way another's name is shown. What we print means the other, a name
+    // from elsewhere this one: it is not for us to choose.
+    struct stat state = {};
+    const auto literal = named(all, target);
+    const bool isName = !literal.empty() || stat(target.c_str(), &state) == 0;
+    const bool isShown = !found.empty() || stat(copied.c_str(), &state) == 0;
+    if (isName && isShown)
+        throw Failure(Exit::Refused, "two things can be meant by '" + printableLine(target) +
+                                         "': one has that name, and the name of one "
+                                         "shows like that.\nGive the file system's index or its device." +
+                                         kHint);
+    if (!isShown)
+        return literal.empty() ? byDeviceNodeOrFile(all, target) : literal;
+    return found.empty() ? byDeviceNodeOrFile(all, copied) : found;
 }
 
 FileSystem findOne(const std::vector<FileSystem> &all, const std::string &target) {

@@ -19,7 +19,7 @@ std::vector<std::string> namesOf(const char **list) {
     return names;
 }
 
-bool passesFilter(const InstanceBody &instance, const std::string &name) {
+bool passesFilter(const InstanceBody &instance, std::string_view name) {
     return !instance.filter || contains(*instance.filter, name) || contains(instance.listedKeys, name);
 }
 
@@ -39,20 +39,26 @@ void checkType(Broker &broker, const InstanceBody &instance, const std::string &
 void setProperty(Broker &broker, InstanceBody &instance, const char *given, const CMPIValue *value, CMPIType type) {
     if (given == nullptr)
         throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
-    std::string name = given;
-    if (!passesFilter(instance, name))
+    if (!passesFilter(instance, given))
         return;
     Datum datum = toDatum(broker, value, type, "setProperty");
-    checkType(broker, instance, name, datum);
-    NamedDatum *present = find(instance.properties, name);
+    NamedDatum *present = find(instance.properties, given);
+    if (present == nullptr || present->datum.type != datum.type) // else the type was admitted before
+        checkType(broker, instance, given, datum);
     if (present != nullptr && present->set) {
         present->datum = std::move(datum);
         return;
     }
     // One that the host put there as a default moves to the end: the answer has the provider's own order.
-    if (present != nullptr)
+    NamedDatum item;
+    if (present != nullptr) {
+        item = std::move(*present);
         instance.properties.erase(instance.properties.begin() + (present - instance.properties.data()));
-    instance.properties.push_back({std::move(name), std::move(datum)});
+    }
+    item.name = given;
+    item.datum = std::move(datum);
+    item.set = true;
+    instance.properties.push_back(std::move(item));
 }
 
 void addKeyProperties(InstanceBody &instance, const PathBody &path) {

@@ -126,8 +126,8 @@ struct ResultBody : BodyOf<ResultBody, CMPIResult, CMPIResultFT, Kind::Result> {
 
 // Names in CMPI are compared without case.
 bool sameName(std::string_view a, std::string_view b);
-bool contains(const std::vector<std::string> &names, const std::string &name);
-NamedDatum *find(std::vector<NamedDatum> &items, const std::string &name); // nullptr when it is not there
+bool contains(const std::vector<std::string> &names, std::string_view name);
+NamedDatum *find(std::vector<NamedDatum> &items, std::string_view name); // nullptr when it is not there
 // Adds the item or replaces the one of that name.
 void put(std::vector<NamedDatum> &items, const std::string &name, Datum datum);
 

@@ -51,7 +51,12 @@ Registry::Entry &Registry::find(const void *object, Kind kind, const char *slot)
 
 std::shared_ptr<Body> Registry::use(const void *object, Kind kind, const char *slot) {
     const std::lock_guard<std::mutex> guard(lock_);
-    return find(object, kind, slot).body;
+    if (object == nullptr || object != lastUsed_ ||
+        lastBody_->kind != kind) { // a provider fills one object after another
+        lastBody_ = find(object, kind, slot).body;
+        lastUsed_ = object;
+    }
+    return lastBody_;
 }
 
 void Registry::release(const void *object, Kind kind, const char *slot) {
@@ -71,6 +76,8 @@ void Registry::release(const void *object, Kind kind, const char *slot) {
 // one and not taken for the next object.
 void Registry::bury(const void *object) {
     const auto entry = live_.find(object);
+    lastUsed_ = nullptr;
+    lastBody_.reset();
     --counts_[static_cast<int>(entry->second.body->kind)];
     dead_.insert(object);
     quarantine_.push_back(std::move(entry->second.shell));

@@ -59,6 +59,8 @@ class Registry {
     mutable std::mutex lock_;
     ScopeId lastScope_ = kOwnedByProvider;
     std::unordered_map<const void *, Entry> live_;
+    const void *lastUsed_ = nullptr; // by use(), if it is live still
+    std::shared_ptr<Body> lastBody_;
     std::unordered_map<ScopeId, std::unordered_set<const void *>> scopes_;
     std::unordered_set<const void *> dead_; // in quarantine
     std::deque<std::shared_ptr<void>> quarantine_;

@@ -89,11 +89,11 @@ bool sameName(std::string_view a, std::string_view b) {
            });
 }
 
-bool contains(const std::vector<std::string> &names, const std::string &name) {
+bool contains(const std::vector<std::string> &names, std::string_view name) {
     return std::any_of(names.begin(), names.end(), [&](const std::string &n) { return sameName(n, name); });
 }
 
-NamedDatum *find(std::vector<NamedDatum> &items, const std::string &name) {
+NamedDatum *find(std::vector<NamedDatum> &items, std::string_view name) {
     const auto item = std::find_if(items.begin(), items.end(), [&](auto &i) { return sameName(i.name, name); });
     return item != items.end() ? &*item : nullptr;
 }

@@ -9,8 +9,10 @@
 namespace oxttool {
 
 std::vector<FileSystem> fileSystemsOf(Session &session) {
+    const std::vector<oxthost::Instance> instances = session.enumerate(kFileSystemClass);
     std::vector<FileSystem> all;
-    for (const oxthost::Instance &instance : session.enumerate(kFileSystemClass))
+    all.reserve(instances.size());
+    for (const oxthost::Instance &instance : instances)
         all.push_back(fileSystemOf(instance));
     return all;
 }

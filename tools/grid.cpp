@@ -70,17 +70,16 @@ void fit(std::size_t room, std::vector<GridColumn> &columns, std::vector<Row> &r
     }
 }
 
-void append(std::string &line, const Cell &cell, std::size_t cells, std::size_t width, bool right, bool last,
-            const char *colourEnd) {
-    const std::string pad(width > cells ? width - cells : 0, ' ');
+void append(std::string &line, const Cell &cell, std::size_t width, bool right, bool last, const char *colourEnd) {
+    const std::size_t pad = width > cell.cells ? width - cell.cells : 0;
     if (right)
-        line += pad;
+        line.append(pad, ' ');
     line += cell.colour;
     line += cell.text;
     if (*cell.colour != '\0')
         line += colourEnd;
     if (!right && !last)
-        line += pad;
+        line.append(pad, ' ');
     line += last ? '\n' : ' ';
 }
 
@@ -124,7 +123,8 @@ std::string alignedGrid(std::vector<GridColumn> columns, std::vector<Row> rows, 
         std::size_t widest = look.headings ? columns[i].heading.size() : 0;
         for (Row &row : rows) {
             row[i].text = printable(row[i].text);
-            widest = std::max(widest, cellsOf(row[i].text));
+            row[i].cells = cellsOf(row[i].text);
+            widest = std::max(widest, row[i].cells);
         }
         widths.push_back(widest);
     }
@@ -133,18 +133,19 @@ std::string alignedGrid(std::vector<GridColumn> columns, std::vector<Row> rows, 
     std::string text;
     const auto add = [&](const Row &row) {
         for (std::size_t i = 0; i < columns.size(); ++i) {
-            std::size_t cells = cellsOf(row[i].text);
-            const bool tooWide = cells > widths[i];
-            const Cell shown = tooWide ? Cell{shortened(row[i].text, widths[i]), row[i].colour} : Cell{};
-            cells = tooWide ? cellsOf(shown.text) : cells;
-            append(text, tooWide ? shown : row[i], cells, widths[i], columns[i].right, i + 1 == columns.size(),
-                   look.colourEnd);
+            Cell shorter;
+            if (row[i].cells > widths[i]) {
+                const std::string kept = shortened(row[i].text, widths[i]);
+                shorter = {kept, row[i].colour, cellsOf(kept)};
+            }
+            append(text, row[i].cells > widths[i] ? shorter : row[i], widths[i], columns[i].right,
+                   i + 1 == columns.size(), look.colourEnd);
         }
     };
     if (look.headings) {
         Row headings;
         for (const GridColumn &column : columns)
-            headings.push_back({column.heading});
+            headings.push_back({column.heading, "", cellsOf(column.heading)});
         add(headings);
     }
     for (const Row &row : rows)

@@ -21,6 +21,7 @@ struct GridColumn {
 struct Cell {
     std::string text;
     const char *colour = ""; // a sequence for the terminal that is written before the text
+    std::size_t cells = 0;   // of a terminal; filled in where columns are aligned
 };
 
 using Row = std::vector<Cell>;

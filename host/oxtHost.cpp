@@ -199,7 +199,7 @@ Value Value::nullOf(CMPIType type) {
     return value;
 }
 
-const Value *Instance::find(const std::string &property) const {
+const Value *Instance::find(std::string_view property) const {
     for (const auto &[name, value] : properties)
         if (sameName(name, property))
             return &value;

@@ -39,7 +39,7 @@ struct Instance {
     std::string className;
     std::vector<NamedValue> keys;                         // of the instance's object path
     std::vector<NamedValue> properties;                   // in the order in which the provider set them
-    const Value *find(const std::string &property) const; // nullptr when the instance does not carry it
+    const Value *find(std::string_view property) const; // nullptr when the instance does not carry it
 };
 
 // The answer to one request. Nothing in it refers to CMPI objects any more.

@@ -1,5 +1,7 @@
 #include "shownText.h"
 
+#include <langinfo.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -27,21 +29,12 @@ bool steersText(std::uint32_t code) {
            (code >= 0x2060 && code <= 0x206F) || code == 0xFEFF;
 }
 
-Character inLocale(std::string_view rest) {
-    std::mbstate_t state = {};
-    wchar_t wide = 0;
-    const std::size_t bytes = std::mbrtowc(&wide, rest.data(), rest.size(), &state);
-    if (bytes == 0 || bytes > rest.size())
-        return {};
-    return {bytes, std::iswprint(static_cast<wint_t>(wide)) != 0 && !steersText(static_cast<std::uint32_t>(wide))};
-}
-
 // Overlong forms, surrogates and what lies beyond U+10FFFF are no UTF-8.
-Character inUtf8(std::string_view rest) {
+Decoded decodedUtf8(std::string_view rest) {
     const auto byte = [rest](std::size_t i) { return static_cast<unsigned char>(rest[i]); };
     const unsigned char lead = byte(0);
     if (lead < 0x80)
-        return {1, lead >= 0x20 && lead != 0x7F};
+        return {1, lead};
     const std::size_t bytes = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
     if (lead < 0xC2 || lead > 0xF4 || bytes > rest.size())
         return {};
@@ -54,7 +47,18 @@ Character inUtf8(std::string_view rest) {
     constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
     if (code < least[bytes] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
         return {};
-    return {bytes, code >= 0xA0 && !steersText(code)};
+    return {bytes, code};
+}
+
+Character inLocale(std::string_view rest) {
+    const Decoded next = decoded(rest);
+    return {next.bytes, next.bytes != 0 && std::iswprint(next.code) != 0 && !steersText(next.code)};
+}
+
+Character inUtf8(std::string_view rest) {
+    const Decoded next = decodedUtf8(rest);
+    const bool controls = next.code < 0x20 || (next.code >= 0x7F && next.code < 0xA0);
+    return {next.bytes, next.bytes != 0 && !controls && !steersText(next.code)};
 }
 
 std::string escaped(char c) {
@@ -89,6 +93,15 @@ bool always(std::string_view) {
 }
 
 } // namespace
+
+Decoded decoded(std::string_view rest) {
+    if (std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0)
+        return decodedUtf8(rest); // a bar is nothing else: the library's way takes several times as long
+    std::mbstate_t state = {};
+    wchar_t wide = 0;
+    const std::size_t bytes = std::mbrtowc(&wide, rest.data(), rest.size(), &state);
+    return bytes == 0 || bytes > rest.size() ? Decoded() : Decoded{bytes, static_cast<std::uint32_t>(wide)};
+}
 
 std::string printable(const std::string &text, std::string_view also) {
     const auto isPlain = [also](char c) { return c >= 0x20 && c < 0x7F && c != '\\' && also.find(c) == also.npos; };

@@ -4,10 +4,18 @@
 #ifndef OXT_MONITOR_SHOWNTEXT_H
 #define OXT_MONITOR_SHOWNTEXT_H
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace oxttool {
+
+// The first character of a text that is not empty, as the locale has it.
+struct Decoded {
+    std::size_t bytes = 0;  // 0: none begins here
+    std::uint32_t code = 0; // of Unicode, as the C library's wchar_t
+};
+Decoded decoded(std::string_view rest);
 
 // A name as the locale's terminals can show it: each byte that is no part of a printable character, or that is one of
 // `also`, as \xHH, and so is the backslash of what would read as such a byte: unprintable() gives the name back.

@@ -20,12 +20,10 @@ struct Character {
 };
 
 Character characterAt(std::string_view rest) {
-    std::mbstate_t state = {};
-    wchar_t wide = 0;
-    const std::size_t bytes = std::mbrtowc(&wide, rest.data(), rest.size(), &state);
-    if (bytes == 0 || bytes > rest.size())
+    const Decoded next = decoded(rest);
+    if (next.bytes == 0)
         return {1, 1};
-    return {bytes, static_cast<std::size_t>(std::max(wcwidth(wide), 0))};
+    return {next.bytes, static_cast<std::size_t>(std::max(wcwidth(static_cast<wchar_t>(next.code)), 0))};
 }
 
 std::size_t sum(const std::vector<std::size_t> &widths) {

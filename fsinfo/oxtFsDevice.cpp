@@ -214,12 +214,12 @@ int getDevName(char *devName, char *fsType, const char *RootPNm, const FsSystem 
     return ret;
 }
 
-int getMajorNumber(const char *devName, int *isBlock) {
+int getMajorNumber(const char *devName, int *isBlock, const FsSystem *system) {
     OXT_TRACE("_IN_ devName=[%s]", devName != nullptr ? devName : "NULL");
     OXT_REQUIRE(devName != nullptr, -1, "_OUT_ param(devName) Failure!!");
     OXT_REQUIRE(isBlock != nullptr, -1, "_OUT_ param(isBlock) Failure!!");
     struct stat st = {};
-    OXT_REQUIRE(stat(devName, &st) == 0, -1, "_OUT_ stat() Failure!! errno=[%d]", errno);
+    OXT_REQUIRE(fsStat(system, devName, &st) == 0, -1, "_OUT_ stat() Failure!! errno=[%d]", errno);
     *isBlock = S_ISBLK(st.st_mode) ? 1 : 0;
     // The driver list is searched by the twelve bits of the traditional encoding alone.
     const int major = static_cast<int>((st.st_rdev & 0xFFF00) >> 8);
@@ -259,7 +259,7 @@ int getDriveType(const char *RootPNm, const FsSystem *system) {
     }
     OXT_TRACE("getMajorNumber[%s]", devName);
     int isBlock = 0;
-    const int major = getMajorNumber(devName, &isBlock);
+    const int major = getMajorNumber(devName, &isBlock, system);
     OXT_REQUIRE(major > 0, OXT_DRIVE_UNKNOWN, "_OUT_ getMajorNumber() UNKNOWN");
     const int type = getDevType(major, RootPNm, isBlock, devName, system);
     OXT_TRACE("_OUT_ getDevType(%d,%s,%s)=[%d]", major, RootPNm, devName, type);

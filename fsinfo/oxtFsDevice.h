@@ -27,7 +27,7 @@ int getDevName(char *devName, char *fsType, const char *RootPNm, const FsSystem 
 
 // The traditional 12-bit major number of a device node, and whether it is a block device. -1 when stat(2) fails,
 // *isBlock untouched; 0 for what is no device node.
-int getMajorNumber(const char *devName, int *isBlock);
+int getMajorNumber(const char *devName, int *isBlock, const FsSystem *system = nullptr);
 
 // The drive type (OXT_DRIVE_...) of a device by its major number, and of what is mounted on RootPNm.
 int getDevType(int major, const char *RootPNm, int isBlock, const char *devName, const FsSystem *system = nullptr);

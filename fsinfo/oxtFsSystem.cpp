@@ -49,11 +49,12 @@ char *closeCollector(Collector *collector) {
 // The mount table as texts one after the other, three an entry; null when it cannot be opened or kept.
 char *readMountTexts(size_t *count) {
     const std::unique_ptr<char, Free> line(static_cast<char *>(malloc(LINE_SIZE)));
+    char piece[READ_SIZE]; // longer than the table is open
     const std::unique_ptr<FILE, CloseMounts> table(setmntent(OXT_PATH_MTAB, "r"));
     Collector texts;
     if (line == nullptr || table == nullptr || !openCollector(&texts))
         return nullptr;
-    setvbuf(table.get(), nullptr, _IOFBF, READ_SIZE);
+    setvbuf(table.get(), piece, _IOFBF, sizeof piece); // without a buffer it would not take the size
     struct mntent entry = {};
     while (getmntent_r(table.get(), &entry, line.get(), LINE_SIZE) != nullptr) {
         const char *const fields[] = {entry.mnt_fsname, entry.mnt_dir, entry.mnt_type};
@@ -105,6 +106,21 @@ void readDrivers(FsSystem *system) {
     system->driversLength = text.length;
 }
 
+template <class Status>
+int askOnce(int (*ask)(const char *, Status *), const char *path, Status *st, FsLast<Status> *last) {
+    const bool kept = last != nullptr && path[0] != '\0' && strlen(path) < sizeof last->path;
+    if (kept && strcmp(path, last->path) == 0) {
+        *st = last->st;
+        return 0;
+    }
+    const int ret = ask(path, st); // a failure is not kept: the next step asks again
+    if (kept && ret == 0) {
+        oxtCopyText(last->path, sizeof last->path, path);
+        last->st = *st;
+    }
+    return ret;
+}
+
 } // namespace
 
 int fsNextMountOn(const FsSystem *system, const char *dir, int after) {
@@ -115,17 +131,11 @@ int fsNextMountOn(const FsSystem *system, const char *dir, int after) {
 }
 
 int fsStatfs(const FsSystem *system, const char *path, struct statfs *st) {
-    const bool shared = system != nullptr && strlen(path) < sizeof system->lastSpace.path;
-    if (shared && path[0] != '\0' && strcmp(path, system->lastSpace.path) == 0) {
-        *st = system->lastSpace.st;
-        return 0;
-    }
-    const int ret = statfs(path, st); // a failure is not kept: the next step asks again
-    if (shared && ret == 0) {
-        oxtCopyText(system->lastSpace.path, sizeof system->lastSpace.path, path);
-        system->lastSpace.st = *st;
-    }
-    return ret;
+    return askOnce(statfs, path, st, system != nullptr ? &system->lastSpace : nullptr);
+}
+
+int fsStat(const FsSystem *system, const char *path, struct stat *st) {
+    return askOnce(stat, path, st, system != nullptr ? &system->lastDevice : nullptr);
 }
 
 void fsSystemRead(FsSystem *system) {

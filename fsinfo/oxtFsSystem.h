@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 
 #include "oxtIndex.h"
@@ -18,10 +19,10 @@ struct FsMount {
 
 struct DeviceInfo;
 
-// What statfs(2) said of a mount point.
-struct FsSpace {
+// What the kernel said last of a path.
+template <class Status> struct FsLast {
     char path[4096]; // empty: of none
-    struct statfs st;
+    Status st;
 };
 
 struct FsSystem {
@@ -34,7 +35,8 @@ struct FsSystem {
     size_t driversLength;
     mutable DeviceInfo *driverLists[2]; // by kind, parsed at the first look while nobody traces
     mutable bool driversParsed[2];
-    mutable FsSpace lastSpace; // of the mount point that was asked about last
+    mutable FsLast<struct statfs> lastSpace; // of mount points
+    mutable FsLast<struct stat> lastDevice;
 };
 
 // The next entry mounted on a directory behind position `after` (-1 for the first), or -1: in file order.
@@ -43,6 +45,8 @@ int fsNextMountOn(const FsSystem *system, const char *dir, int after);
 // statfs(2) of a mount point; system may be null. The steps that ask about the same one in a row share one answer, so
 // that type and amounts belong together. -1 with errno on a failure.
 int fsStatfs(const FsSystem *system, const char *path, struct statfs *st);
+// stat(2) of a device, in the same way: mounts of one device mostly follow each other.
+int fsStat(const FsSystem *system, const char *path, struct stat *st);
 
 // Reads both files. What cannot be read is marked so, and whoever needs it reports it. Freed with fsSystemFree.
 void fsSystemRead(FsSystem *system);

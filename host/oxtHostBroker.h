@@ -114,7 +114,7 @@ template <class B> typename B::Face *Broker::make(std::shared_ptr<B> body) {
 }
 
 template <class B> typename B::Face *Broker::make(std::shared_ptr<B> body, ScopeId scope, bool lent) {
-    auto shell = std::make_shared<Shell<typename B::Face>>();
+    auto shell = registry.newShell<Shell<typename B::Face>>();
     shell->face.hdl = shell.get(); // only its being NULL or not means anything
     if constexpr (B::ownKind == Kind::String)
         shell->face.hdl = body->null ? nullptr : sfcb() ? body->text.data() : shell->face.hdl;

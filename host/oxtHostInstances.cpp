@@ -39,26 +39,33 @@ void checkType(Broker &broker, const InstanceBody &instance, const std::string &
 void setProperty(Broker &broker, InstanceBody &instance, const char *given, const CMPIValue *value, CMPIType type) {
     if (given == nullptr)
         throw Refusal{CMPI_RC_ERR_INVALID_PARAMETER};
-    if (!passesFilter(instance, given))
+    const std::string_view name = given;
+    if (!passesFilter(instance, name))
         return;
     Datum datum = toDatum(broker, value, type, "setProperty");
-    NamedDatum *present = find(instance.properties, given);
+    NamedDatum *present = find(instance.properties, name);
     if (present == nullptr || present->datum.type != datum.type) // else the type was admitted before
         checkType(broker, instance, given, datum);
-    if (present != nullptr && present->set) {
-        present->datum = std::move(datum);
-        return;
+    if (present == nullptr)
+        present = &instance.properties.emplace_back();
+    if (present->place == 0) {
+        if (present->name != name)
+            present->name = name;
+        present->place = ++instance.placesTaken;
     }
-    // One that the host put there as a default moves to the end: the answer has the provider's own order.
-    NamedDatum item;
-    if (present != nullptr) {
-        item = std::move(*present);
-        instance.properties.erase(instance.properties.begin() + (present - instance.properties.data()));
-    }
-    item.name = given;
-    item.datum = std::move(datum);
-    item.set = true;
-    instance.properties.push_back(std::move(item));
+    present->datum = std::move(datum);
+}
+
+// The answer has the provider's own order, behind what the host put there and nobody set.
+std::vector<const NamedDatum *> inPlaces(const InstanceBody &instance) {
+    std::vector<const NamedDatum *> items;
+    items.reserve(instance.properties.size());
+    for (const NamedDatum &item : instance.properties)
+        items.push_back(&item);
+    const auto before = [](const NamedDatum *a, const NamedDatum *b) { return a->place < b->place; };
+    if (!std::is_sorted(items.begin(), items.end(), before))
+        std::stable_sort(items.begin(), items.end(), before);
+    return items;
 }
 
 void addKeyProperties(InstanceBody &instance, const PathBody &path) {
@@ -70,7 +77,7 @@ void addKeyProperties(InstanceBody &instance, const PathBody &path) {
         if (NamedDatum *present = find(instance.properties, key.name))
             present->datum = key.datum;
         else
-            instance.properties.push_back({key.name, key.datum, false});
+            instance.properties.push_back({key.name, key.datum});
     }
 }
 
@@ -99,9 +106,9 @@ PathBody pathOf(const Broker &broker, const InstanceBody &instance) {
     if (!broker.sfcb())
         return path;
     path.keys.clear();
-    for (const NamedDatum &item : instance.properties)
-        if (isOwnKey(instance, item))
-            path.keys.push_back({item.name, item.datum});
+    for (const NamedDatum *item : inPlaces(instance))
+        if (isOwnKey(instance, *item))
+            path.keys.push_back({item->name, item->datum});
     return path;
 }
 
@@ -125,7 +132,7 @@ void fillProperties(CMPIInstanceFT &ft) {
         return onObject<InstanceBody>("getPropertyAt", self, rc, [=](Broker &broker, InstanceBody &instance) {
             if (index >= instance.properties.size())
                 throw broker.missingItem();
-            const NamedDatum &item = instance.properties[index];
+            const NamedDatum &item = *inPlaces(instance)[index];
             if (name != nullptr)
                 *name = broker.makeString(item.name);
             return propertyData(broker, instance, item);
@@ -156,7 +163,7 @@ std::shared_ptr<InstanceBody> newInstanceBody(Broker &broker, const PathBody &pa
             if (declared->isKey && !contains(instance->keyNames, declared->name))
                 instance->keyNames.push_back(declared->name);
             if (broker.sfcb())
-                instance->properties.push_back({declared->name, nullDatum(declared->typeCode), false});
+                instance->properties.push_back({declared->name, nullDatum(declared->typeCode)});
         }
     }
     if (broker.sfcb())
@@ -168,14 +175,19 @@ Instance toInstance(const Broker &broker, const InstanceBody &body) {
     Instance plain;
     plain.nameSpace = body.path.nameSpace;
     plain.className = body.path.className;
-    for (const NamedDatum &key : broker.sfcb() ? body.properties : body.path.keys)
-        if (!broker.sfcb() || isOwnKey(body, key))
+    const std::vector<const NamedDatum *> items = inPlaces(body);
+    if (!broker.sfcb())
+        for (const NamedDatum &key : body.path.keys)
             plain.keys.emplace_back(key.name, toValue(key.datum));
-    plain.properties.reserve(body.properties.size());
-    for (const NamedDatum &item : body.properties) {
-        const bool presetOnly = !item.set && item.datum.isNull();
-        if (!presetOnly && (!body.filter || contains(*body.filter, item.name)))
-            plain.properties.emplace_back(item.name, toValue(item.datum));
+    else
+        for (const NamedDatum *item : items)
+            if (isOwnKey(body, *item))
+                plain.keys.emplace_back(item->name, toValue(item->datum));
+    plain.properties.reserve(items.size());
+    for (const NamedDatum *item : items) {
+        const bool presetOnly = item->place == 0 && item->datum.isNull();
+        if (!presetOnly && (!body.filter || contains(*body.filter, item->name)))
+            plain.properties.emplace_back(item->name, toValue(item->datum));
     }
     return plain;
 }

@@ -61,7 +61,7 @@ struct Datum {
 struct NamedDatum {
     std::string name;
     Datum datum;
-    bool set = true; // false: put there by the host, not by the provider
+    unsigned place = 0; // of a property among those that the provider has set; 0: put there by the host
 };
 
 struct StringBody : BodyOf<StringBody, CMPIString, CMPIStringFT, Kind::String> {
@@ -99,7 +99,8 @@ struct PathBody : BodyOf<PathBody, CMPIObjectPath, CMPIObjectPathFT, Kind::Path>
 
 struct InstanceBody : BodyOf<InstanceBody, CMPIInstance, CMPIInstanceFT, Kind::Instance> {
     PathBody path;
-    std::vector<NamedDatum> properties;
+    std::vector<NamedDatum> properties; // as the class declares them; inPlaces() has them as clients see them
+    unsigned placesTaken = 0;
     std::optional<std::vector<std::string>> filter; // what clients asked for
     std::vector<std::string> keyNames;              // of the path and of the class
     std::vector<std::string> listedKeys;            // the filter's own key list

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <memory_resource>
 #include <mutex>
 #include <string>
 #include <unordered_map>
@@ -32,6 +33,12 @@ constexpr ScopeId kOwnedByProvider = 0;
 
 class Registry {
   public:
+    // Shells outlive what stands beside them by far. They have memory of their own: among the rest they would keep a
+    // provider's larger blocks from being used again.
+    template <class S> std::shared_ptr<S> newShell() {
+        return std::allocate_shared<S>(std::pmr::polymorphic_allocator<S>(&shells_));
+    }
+
     ScopeId newScope();
     void endScope(ScopeId scope); // frees what is left in it
 
@@ -57,12 +64,13 @@ class Registry {
     void bury(const void *object); // lock held
 
     mutable std::mutex lock_;
+    std::pmr::synchronized_pool_resource shells_; // before what holds them
     ScopeId lastScope_ = kOwnedByProvider;
     std::unordered_map<const void *, Entry> live_;
     const void *lastUsed_ = nullptr; // by use(), if it is live still
     std::shared_ptr<Body> lastBody_;
     std::unordered_map<ScopeId, std::unordered_set<const void *>> scopes_;
-    std::unordered_set<const void *> dead_; // in quarantine
+    std::pmr::unordered_set<const void *> dead_{&shells_}; // in quarantine
     std::deque<std::shared_ptr<void>> quarantine_;
     long counts_[kKindCount] = {};
     std::vector<std::string> misuses_;

@@ -10,8 +10,9 @@ namespace oxttool {
 
 namespace {
 
+// Of characters that are a cell each and show as themselves, a backslash perhaps not.
 bool isPlain(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F; });
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7F && c != '\\'; });
 }
 
 // The bytes of the next character, and its cells.
@@ -120,9 +121,11 @@ std::string alignedGrid(std::vector<GridColumn> columns, std::vector<Row> rows, 
     for (std::size_t i = 0; i < columns.size(); ++i) {
         std::size_t widest = look.headings ? columns[i].heading.size() : 0;
         for (Row &row : rows) {
-            row[i].text = printable(row[i].text);
-            row[i].cells = cellsOf(row[i].text);
-            widest = std::max(widest, row[i].cells);
+            Cell &cell = row[i];
+            if (!isPlain(cell.text))
+                cell.text = printable(cell.text);
+            cell.cells = cellsOf(cell.text);
+            widest = std::max(widest, cell.cells);
         }
         widths.push_back(widest);
     }

@@ -25,10 +25,10 @@ bool passesFilter(const InstanceBody &instance, std::string_view name) {
 
 // Refuses a value of another type than the schema declares. SFCB compares only arrays and objects: a number of another
 // width is stored as it came.
-void checkType(Broker &broker, const InstanceBody &instance, const std::string &name, const Datum &datum) {
+void checkType(Broker &broker, const InstanceBody &instance, std::string_view name, const Datum &datum) {
     if (!broker.schema || datum.isNull())
         return;
-    const MofProperty *declared = broker.schema->findProperty(instance.path.className, name);
+    const MofProperty *declared = broker.schema->findProperty(instance.path.className, std::string(name));
     if (declared == nullptr)
         return;
     const bool exact = !broker.sfcb() || (declared->typeCode & (CMPI_ARRAY | CMPI_ENC)) != 0;
@@ -45,9 +45,11 @@ void setProperty(Broker &broker, InstanceBody &instance, const char *given, cons
     Datum datum = toDatum(broker, value, type, "setProperty");
     NamedDatum *present = find(instance.properties, name);
     if (present == nullptr || present->datum.type != datum.type) // else the type was admitted before
-        checkType(broker, instance, given, datum);
-    if (present == nullptr)
-        present = &instance.properties.emplace_back();
+        checkType(broker, instance, name, datum);
+    if (present == nullptr) {
+        instance.properties.push_back({std::string(name), std::move(datum), ++instance.placesTaken});
+        return;
+    }
     if (present->place == 0) {
         if (present->name != name)
             present->name = name;

@@ -8,10 +8,7 @@ agent=${2:?usage: testService.sh OXTFSCTL AGENT_DIRECTORY}
 [ -n "${OXT_PRIVATE_BASE:-}" ] || exec 9</proc/self/ns/mnt # a way back, for the browser
 . "$(dirname "$0")/fileSystems.sh"
 
-# An ordinary user has to get to the socket and to the command, whatever lies above them.
-lib=$base/lib
-{ cp -r "${agent}lib" "$lib" && mount -t tmpfs -o mode=755 none "$agent"; } || skip "cannot mount over $agent"
-mkdir "${agent}data" "${agent}work" "${agent}log" && chmod 750 "${agent}"/*/ && mv "$lib" "${agent}lib"
+# An ordinary user has to get to the command, whatever lies above it.
 cp "$tool" "$base/oxtfsctl"
 port=$((20000 + RANDOM % 20000))
 read -r device directory _ </etc/mtab

@@ -36,6 +36,7 @@ class Registry {
     // Shells outlive what stands beside them by far. They have memory of their own: among the rest they would keep a
     // provider's larger blocks from being used again.
     template <class S> std::shared_ptr<S> newShell() {
+        const std::lock_guard<std::mutex> guard(lock_);
         return std::allocate_shared<S>(std::pmr::polymorphic_allocator<S>(&shells_));
     }
 
@@ -64,7 +65,9 @@ class Registry {
     void bury(const void *object); // lock held
 
     mutable std::mutex lock_;
-    std::pmr::synchronized_pool_resource shells_; // before what holds them
+    // Before what holds them. The synchronized kind would keep a part for each thread, which an ending one gives back
+    // when the registry may be gone.
+    std::pmr::unsynchronized_pool_resource shells_;
     ScopeId lastScope_ = kOwnedByProvider;
     std::unordered_map<const void *, Entry> live_;
     const void *lastUsed_ = nullptr; // by use(), if it is live still

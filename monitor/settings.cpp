@@ -13,6 +13,7 @@
 #include "fd.h"
 #include "shownText.h"
 #include "tomlFile.h"
+#include "values.h"
 
 namespace oxttool {
 
@@ -91,7 +92,7 @@ ListenAddress Reader::address(const toml::node &node, const std::string &key) co
 unsigned Reader::cycle(const toml::node &node) const {
     const auto *value = node.as_integer();
     if (!value || value->get() < kLeastCycle || value->get() > kGreatestCycle)
-        refuse(node, "cycle has to be a whole number of seconds from 10 to 3600.");
+        refuse(node, "cycle has to be a whole number of seconds from " + cycleRange() + ".");
     return static_cast<unsigned>(value->get());
 }
 

@@ -77,6 +77,7 @@ reusedNumber() {
     echo $((watching - 1)) >/proc/sys/kernel/ns_last_pid
     "${stranger[@]}" "$odd" 1000 &
     [ $! = "$watching" ] || fail "process $! instead of $watching"
+    until grep -q '^Uid:.*\b65534$' "/proc/$!/status"; do sleep 0.1; done # before, it is root's
     says 3 "no provider is running" peek
     works "beside a process with the dead monitor's number"
     # A process of root's with that number began after the segments all the same.

@@ -20,7 +20,8 @@ libtomlplusplus-dev | header toml++/toml.h                  | toml++, a library 
 e2fsprogs          | program mkfs.ext4                      | e2fsprogs: mkfs.ext4
 xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs
 clang              | program clang++                        | clang 13 or newer
-libclang-rt-dev    | sanitizers                             | the sanitizer libraries of clang (compiler-rt)
+libclang-rt-dev    | sanitizers clang++                     | the sanitizer libraries of clang (compiler-rt)
+libclang-rt-19-dev | sanitizers clang++-19                  | the same of clang 19
 dpkg-dev           | program dpkg-shlibdeps                 | dpkg-dev: tools that make Debian packages
 libbenchmark-dev   | header benchmark/benchmark.h           | the library benchmark
 gnuplot-nox        | program gnuplot                        | gnuplot
@@ -33,7 +34,7 @@ BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev l
 
 program() { command -v "$1" >/dev/null || [ -x "/usr/sbin/$1" ] || [ -x "/sbin/$1" ]; }
 header() { printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | c++ -E -x c++ - >/dev/null 2>&1; }
-sanitizers() { echo 'int main() {}' | clang++ -fsanitize=address,fuzzer-no-link -x c++ - -o /dev/null 2>/dev/null; }
+sanitizers() { echo 'int main() {}' | "$1" -fsanitize=address,fuzzer-no-link -x c++ - -o /dev/null 2>/dev/null; }
 cmake_version() {
     local version
     version=$(cmake --version 2>/dev/null | sed -n 's/^cmake version //p')

@@ -21,7 +21,8 @@ e2fsprogs          | program mkfs.ext4                      | e2fsprogs: mkfs.ex
 xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs
 clang              | program clang++                        | clang 13 or newer
 libclang-rt-dev    | sanitizers                             | the sanitizer libraries of clang (compiler-rt)
-dpkg-dev           | program dpkg-shlibdeps                 | dpkg-dev: tools that make Debian packages
+dpkg-dev           | program dpkg-buildpackage              | dpkg-dev: tools that make Debian packages
+debhelper          | program dh                             | debhelper 13, which makes Debian packages
 libbenchmark-dev   | header benchmark/benchmark.h           | the library benchmark
 gnuplot-nox        | program gnuplot                        | gnuplot
 clang-format-14    | program clang-format-14                | clang-format 14: other versions format differently

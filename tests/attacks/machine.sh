@@ -46,7 +46,7 @@ fakeDaemon() {
 
 removal() {
     mount -t tmpfs none /var/lib && mkdir -p /var/lib/prometheus/node-exporter/oxtfs.prom
-    sh -e "$here/../packaging/debian/tools.postrm.in" remove >"$base/out" 2>&1 || fail "apt remove would fail: $(cat "$base/out")"
+    sh -e "$here/../debian/oxtfs-tools.postrm" remove >"$base/out" 2>&1 || fail "apt remove would fail: $(cat "$base/out")"
     umount /var/lib
 }
 

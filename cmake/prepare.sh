@@ -21,7 +21,7 @@ e2fsprogs          | program mkfs.ext4                      | e2fsprogs: mkfs.ex
 xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs
 clang              | program clang++                        | clang 13 or newer
 libclang-rt-dev    | sanitizers                             | the sanitizer libraries of clang (compiler-rt)
-dpkg-dev           | program dpkg-buildpackage              | dpkg-dev: tools that make Debian packages
+build-essential    | installed build-essential              | build-essential: what Debian packages are built with
 debhelper          | program dh                             | debhelper 13, which makes Debian packages
 libbenchmark-dev   | header benchmark/benchmark.h           | the library benchmark
 gnuplot-nox        | program gnuplot                        | gnuplot
@@ -34,6 +34,7 @@ BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev l
 
 program() { command -v "$1" >/dev/null || [ -x "/usr/sbin/$1" ] || [ -x "/sbin/$1" ]; }
 header() { printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | c++ -E -x c++ - >/dev/null 2>&1; }
+installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
 sanitizers() { echo 'int main() {}' | clang++ -fsanitize=address,fuzzer-no-link -x c++ - -o /dev/null 2>/dev/null; }
 cmake_version() {
     local version

@@ -25,6 +25,9 @@ endif()
 target_compile_options(oxt_warnings INTERFACE -fstack-protector-strong)
 target_link_options(oxt_warnings INTERFACE -Wl,-z,relro,-z,now)
 
+# A build for installation is the same from any directory. dpkg's own flags leave out a directory with a blank in its name.
+target_compile_options(oxt_warnings INTERFACE "$<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+
 add_library(oxt_instruments INTERFACE)
 if(OXT_SANITIZE)
   target_compile_options(oxt_instruments INTERFACE -fsanitize=${OXT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

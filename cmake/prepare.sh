@@ -22,7 +22,8 @@ xfsprogs           | program mkfs.xfs                       | xfsprogs: mkfs.xfs
 clang              | program clang++                        | clang 13 or newer
 libclang-rt-dev    | sanitizers clang++                     | the sanitizer libraries of clang (compiler-rt)
 libclang-rt-19-dev | sanitizers clang++-19                  | the same of clang 19
-dpkg-dev           | program dpkg-shlibdeps                 | dpkg-dev: tools that make Debian packages
+build-essential    | installed build-essential              | build-essential: what Debian packages are built with
+debhelper          | program dh                             | debhelper 13, which makes Debian packages
 libbenchmark-dev   | header benchmark/benchmark.h           | the library benchmark
 gnuplot-nox        | program gnuplot                        | gnuplot
 clang-format-14    | program clang-format-14                | clang-format 14: other versions format differently
@@ -34,6 +35,7 @@ BUILD_PACKAGES=(cmake ninja-build g++ pkg-config libcli11-dev libsmartcols-dev l
 
 program() { command -v "$1" >/dev/null || [ -x "/usr/sbin/$1" ] || [ -x "/sbin/$1" ]; }
 header() { printf '#if !__has_include(<%s>)\n#error\n#endif\n' "$1" | c++ -E -x c++ - >/dev/null 2>&1; }
+installed() { dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null | grep -qx installed; }
 sanitizers() { echo 'int main() {}' | "$1" -fsanitize=address,fuzzer-no-link -x c++ - -o /dev/null 2>/dev/null; }
 cmake_version() {
     local version

@@ -71,6 +71,7 @@ attack "log's writer" "links, devices and endless files for log" logFiles
 attack "log's writer" "the same for watch" watchedFiles
 attack "metrics' reader" "links and directories in the way of the metrics" metrics
 attack "metrics' reader" "a directory in the place of oxtfs.prom, and apt remove" removal
+attack "administrator" "apt purge beside the agent's files" purge
 attack "administrator" "directories that others can write" openDirectories
 attack "administrator" "the services without their rights" fewRights
 

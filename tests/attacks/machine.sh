@@ -46,8 +46,38 @@ fakeDaemon() {
 
 removal() {
     mount -t tmpfs none /var/lib && mkdir -p /var/lib/prometheus/node-exporter/oxtfs.prom
-    sh -e "$here/../packaging/debian/tools.postrm.in" remove >"$base/out" 2>&1 || fail "apt remove would fail: $(cat "$base/out")"
+    sh -e "$here/../debian/oxtfs-tools.postrm" remove >"$base/out" 2>&1 || fail "apt remove would fail: $(cat "$base/out")"
     umount /var/lib
+}
+
+# A purge takes files of our names, and directories that the package made and that are empty then. A removal takes none.
+purge() {
+    local ours=(data/oxtfs{save.dat,monitor.json} work/oxtfs{.sock,ctl.lock,shm.key{0,2,2.bak.1}} log/{oxtfs.log{,.3},svalert.json{,.1}})
+    mount -t tmpfs none /var/lib
+    purged oxtfs-tools oxtfs-agent-standin oxtfs-provider
+    purged oxtfs-provider # which the others need: what they left goes with it
+    umount /var/lib
+}
+purged() { # PACKAGE...
+    local package left keys="work/oxtfsshm.key0 work/oxtfsshm.key2 work/oxtfsshm.key2.bak.1 "
+    mkdir -p /var/lib/oxtfs-provider "$agent"/{data,work,log,lib}
+    printf "$agent/%s\n" data work log lib >/var/lib/oxtfs-provider/made
+    (cd "$agent" && touch "${ours[@]}" data/agent.db data/oxtfssave.dat.mine log/svtrace.conf)
+    for package; do
+        sed "s,#AGENT_DIR#,$agent/," "$here/../debian/$package.postrm" >"$base/postrm"
+        [ "$package" != "$1" ] || sh -e "$base/postrm" remove
+        [ "$package" != "$1" ] || (cd "$agent" && ls "${ours[@]}" >/dev/null) || fail "a removal takes files"
+        sh -e "$base/postrm" purge || fail "$package cannot be purged"
+        if [ "$package" = oxtfs-agent-standin ]; then # the settings may be those of the library that is there
+            left=$(cd "$agent" && printf "%s " [dwl]*/[aos]*)
+            [ "$left" = "data/agent.db data/oxtfssave.dat data/oxtfssave.dat.mine log/svtrace.conf $keys" ] ||
+                fail "purges of the other two leave $left"
+            rm "$agent"/lib/libsv{trace,alert}.so
+        fi
+    done
+    [ "$(cd "$agent" && printf "%s " * : */*)" = "data : data/agent.db data/oxtfssave.dat.mine " ] ||
+        fail "a purge of $* leaves $(cd "$agent" && find . | tr '\n' ' ')"
+    [ ! -e /var/lib/oxtfs-provider ] || fail "a purge leaves its state"
 }
 
 # Whoever has taken the object manager's port answers root's registration.

@@ -114,6 +114,8 @@ void ProviderWorker::run() {
         failure = Failure(Exit::Environment, problem.what());
     }
     session_.reset();
+    rememberedRules_ = memory_.rules;
+    rememberedCycle_ = memory_.cycleSeconds;
     tell([&](News &news) {
         news.failure = failure;
         news.ended = true;
@@ -305,7 +307,10 @@ std::vector<Alert> ProviderWorker::readAlerts() {
 }
 
 void ProviderWorker::remember() {
-    (void)writeMemory(root_ + "data/" + kMemoryFileName, memory_); // a failing disk shows itself by its passes
+    if (writeMemory(root_ + "data/" + kMemoryFileName, memory_)) { // a failing disk shows itself by its passes
+        rememberedRules_ = memory_.rules;
+        rememberedCycle_ = memory_.cycleSeconds;
+    }
     nextRemember_ = Clock::now() + kRemember;
 }
 
@@ -315,10 +320,11 @@ void ProviderWorker::publish(bool afterPass) {
     const std::vector<FileSystem> before = fileSystems_;
     try {
         measure(*session_);
-        if (applyRules(*session_)) {
-            remember();
+        if (applyRules(*session_))
             measure(*session_);
-        }
+        // At once: after a kill, what a client has set by hand would else be taken for what a rule has yet to change.
+        if (!isRemembered())
+            remember();
     } catch (const Failure &failure) {
         sayOnce(failure.what());
     }

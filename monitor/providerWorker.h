@@ -89,6 +89,7 @@ class ProviderWorker {
     std::vector<Alert> readAlerts();
     void remember();
     void publish(bool afterPass);
+    bool isRemembered() const { return memory_.rules == rememberedRules_ && memory_.cycleSeconds == rememberedCycle_; }
     void doCall(HttpServer::Id id, const MethodCall &call);
     void doReload(std::optional<HttpServer::Id> answerTo);
 
@@ -109,6 +110,8 @@ class ProviderWorker {
     bool rulesKnown_ = false; // not before the settings file was read without a mistake
     Memory memory_;
     std::unique_ptr<Session> session_;
+    RuleMemories rememberedRules_; // as the file has them
+    std::optional<unsigned> rememberedCycle_;
     std::unique_ptr<SaveSigns> saves_;
     std::unique_ptr<TraceSigns> trace_;
     std::unique_ptr<LineFile> alertFile_;

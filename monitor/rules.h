@@ -64,6 +64,10 @@ void forgetChange(RuleMemories &memories, const Change &change);
 // The changes that make everything what the rules say, whoever set it.
 std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector<FileSystem> &fileSystems);
 
+// What has changed meanwhile, with the rule that names the setting.
+std::vector<Change> changesBetween(const std::vector<FileSystem> &before, const std::vector<FileSystem> &after,
+                                   const std::vector<Rule> &rules);
+
 // "the rule in line 12", "by hand" or "no rule": what a setting's value comes from.
 inline constexpr const char *kNoRule = "no rule";
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting);

@@ -199,7 +199,7 @@ TEST(MonitorForecast, HistoryIsBoundedAndSurvivesClocksAndRestarts) {
 TEST(MonitorPasses, AreTold) {
     const auto start = Passes::Clock::time_point() + seconds(1000);
     Passes passes;
-    passes.next = start;
+    passBegins(passes, start);
     passSucceeded(passes, start + milliseconds(40), 77, seconds(60));
     EXPECT_NEAR(passes.lastDuration.count(), 0.04, 1e-9);
     EXPECT_EQ(statusLine(passes, 12, 1, 0, start + seconds(20)), "12 file systems, 1 warning, next look in 41 s");
@@ -214,6 +214,7 @@ TEST(MonitorPasses, AreTold) {
     passSucceeded(passes, start + seconds(200), 99, seconds(60));
     EXPECT_TRUE(passes.failing.empty());
     EXPECT_EQ(passes.lastSuccess, 99);
+    EXPECT_EQ(passes.lastDuration, seconds(79)) << "of one that hung and then went on";
 }
 
 TEST(MonitorNotify, SpeaksToTheServiceManager) {

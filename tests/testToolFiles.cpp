@@ -121,7 +121,7 @@ TEST_F(ToolFiles, AStrangersTraceIsNotBelieved) {
         for (const char *line :
              {" 1 3 fsSaveData:9 fopen Failure!! err=[30]\n", " 1 3 fsWatchThread:9 fsCheckConfigChange() Failure!!\n"})
             append(name, "2026-11-25T00:00:00.000Z " + std::to_string(getpid()) + line);
-        EXPECT_EQ(signs.failedPass(0).value_or("none"),
+        EXPECT_EQ(signs.failure(0).value_or(TracedFailure{"none", {}}).reason,
                   owner == getuid() ? "fopen Failure!! err=[30] (Read-only file system)" : "none");
     }
 }

@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::size_t kAtOnce = 4;
 constexpr std::size_t kMostWaiting = 64;
-constexpr auto kLongest = std::chrono::seconds(60);
 
 // What the program gets of this process's environment beside the alert.
 constexpr const char *kKept[] = {"PATH", "LANG", "LC_ALL", "TZ"};
@@ -118,7 +117,7 @@ void AlertProgram::start(const Variables &variables) {
     if (error != 0)
         say_("cannot run " + command_.front() + ": " + std::strerror(error) + ".");
     else
-        running_.push_back({pid, Clock::now() + kLongest});
+        running_.push_back({pid, Clock::now() + longest_});
 }
 
 } // namespace oxttool

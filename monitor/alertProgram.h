@@ -21,7 +21,9 @@ class AlertProgram {
   public:
     using Clock = std::chrono::steady_clock;
     // `say` gets a sentence for each run that failed or was left out.
-    explicit AlertProgram(std::function<void(const std::string &)> say) : say_(std::move(say)) {}
+    explicit AlertProgram(std::function<void(const std::string &)> say,
+                          Clock::duration longest = std::chrono::seconds(60))
+        : say_(std::move(say)), longest_(longest) {}
     ~AlertProgram(); // kills what still runs
 
     void use(std::vector<std::string> command); // from the next run on; empty: nothing is run
@@ -38,6 +40,7 @@ class AlertProgram {
     void start(const Variables &variables);
 
     std::function<void(const std::string &)> say_;
+    const Clock::duration longest_; // of one run
     std::vector<std::string> command_;
     std::deque<Variables> waiting_;
     std::vector<Run> running_;

@@ -134,9 +134,10 @@ double MonitorSession::measured() const {
 std::string MonitorSession::source() const {
     if (!state_ || state_->failing.empty())
         return {};
-    return "From the monitor, process " + std::to_string(state_->process) +
-           ", whose passes fail: " + printableLine(state_->failing) + ". Measured at " +
-           utcTime(static_cast<std::time_t>(state_->updated)) + ".";
+    const std::string reason = printableLine(state_->failing); // a sentence, or a line of the trace
+    return "From the monitor, process " + std::to_string(state_->process) + ", whose passes fail: " + reason +
+           (reason.back() == '.' ? "" : ".") + " Measured at " + utcTime(static_cast<std::time_t>(state_->updated)) +
+           ".";
 }
 
 void MonitorSession::reload() {

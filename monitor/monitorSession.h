@@ -24,6 +24,7 @@ class MonitorSession : public Session {
     oxthost::Reply enumInstances(const std::string &className) override;
     oxthost::Reply call(const std::string &className, const std::string &method, const Arguments &arguments) override;
 
+    void reload() override;
     std::optional<std::string> metrics() override;
     double measured() const override;
     std::string source() const override; // when its passes fail
@@ -32,8 +33,6 @@ class MonitorSession : public Session {
 
     const MonitorState &state(); // asked for when it is not known, or a change may have changed it
     void askAnew() { state_.reset(); }
-    // Lets the monitor read its settings anew and apply them. Throws its refusal.
-    void reload();
 
   private:
     explicit MonitorSession(std::string directory) : directory_(std::move(directory)) {}

@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <map>
 
 #include "agentDir.h"
@@ -25,9 +27,29 @@ namespace {
 constexpr std::size_t kVersionBytes = 30; // in front of the records
 constexpr std::uint32_t kSaveEvents = IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// The watch thread's line behind a failed pass.
-constexpr const char *kThreadFunction = "fsWatchThread";
-constexpr const char *kFailedPass = "fsCheckConfigChange() Failure!!";
+// The provider's lines behind a pass that failed, and behind the last save.
+struct FailureLine {
+    const char *function, *text;
+};
+constexpr FailureLine kFailureLines[] = {
+    {"fsWatchThread", "fsCheckConfigChange() Failure!!"},
+    {"fsExitThread", "fsSetInstance() Failure!!"},
+};
+
+// Of a trace line's time, which has the right form; now where it names no such day.
+std::chrono::system_clock::time_point momentOf(const std::string &time) {
+    using std::chrono::system_clock;
+    std::tm parts = {};
+    const char *rest = strptime(time.c_str(), "%Y-%m-%dT%H:%M:%S.", &parts);
+    return rest == nullptr
+               ? system_clock::now()
+               : system_clock::from_time_t(timegm(&parts)) + std::chrono::milliseconds(std::strtol(rest, nullptr, 10));
+}
+
+bool endsInFailure(const TraceLine &line) {
+    return std::any_of(std::begin(kFailureLines), std::end(kFailureLines),
+                       [&](const FailureLine &end) { return line.function == end.function && line.text == end.text; });
+}
 
 } // namespace
 
@@ -82,23 +104,40 @@ bool isSaveWhole(const std::string &root) {
 TraceSigns::TraceSigns(const std::string &root)
     : lines_(root + "log/" + kTraceFileName, LineFile::End, LineFile::Ours) {}
 
-std::optional<std::string> TraceSigns::failedPass(std::time_t since) {
+std::optional<TracedFailure> TraceSigns::failure(std::time_t since) {
     const std::string earliest = utcTime(since).substr(0, 19); // the lines' times have milliseconds behind it
     std::map<int, std::string> first;                          // failure of each thread
-    std::optional<std::string> reason;
+    std::optional<TracedFailure> failure;
     lines_.read([&](const std::string &text) {
         const TraceLine line = parseTraceLine(text);
         if (!line.parsed || line.process != getpid() || !line.isFailure() || line.time.compare(0, 19, earliest) < 0)
             return;
-        if (line.function == kThreadFunction && line.text == kFailedPass) {
+        if (endsInFailure(line)) {
             const auto cause = first.find(line.thread);
-            reason = cause != first.end() ? cause->second : line.text;
+            failure = {cause != first.end() ? cause->second : line.text, momentOf(line.time)};
             first.clear();
         } else {
             first.emplace(line.thread, explainedFailure(line.text));
         }
     });
-    return reason;
+    return failure;
+}
+
+std::string directoryProblem(const std::string &root) {
+    try {
+        checkAgentDirectory(root);
+    } catch (const Failure &failure) {
+        const std::string what = failure.what();
+        return what.substr(0, what.find('\n'));
+    }
+    return "";
+}
+
+std::string withDirectoryProblem(const std::string &reason, const std::string &root) {
+    const std::string problem = directoryProblem(root);
+    if (reason.empty())
+        return problem.empty() ? "the save file was not written as a whole" : problem;
+    return problem.empty() || problem == reason ? reason : reason + "; " + problem;
 }
 
 std::string explainedFailure(const std::string &text) {

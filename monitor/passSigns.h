@@ -2,6 +2,7 @@
 #ifndef OXT_MONITOR_PASSSIGNS_H
 #define OXT_MONITOR_PASSSIGNS_H
 
+#include <chrono>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -32,17 +33,28 @@ class SaveSigns {
 // Whether the save file has all the records that it announces: a full disk cuts it short.
 bool isSaveWhole(const std::string &root);
 
+struct TracedFailure {
+    std::string reason;
+    std::chrono::system_clock::time_point time;
+};
+
 // The failures of this process in the trace log of the agent's stand-in. The log's directory may be another account's:
 // only a log that root or this process wrote is believed.
 class TraceSigns {
   public:
     explicit TraceSigns(const std::string &root);
-    // The reason of a pass that failed after `since`, if one did: its first failure. Each is told once.
-    std::optional<std::string> failedPass(std::time_t since);
+    // The reason of a pass, or of the save at the end, that failed after `since`, if one did: its first failure. Each
+    // is told once.
+    std::optional<TracedFailure> failure(std::time_t since);
 
   private:
     LineFile lines_;
 };
+
+// What is wrong with the agent's directory; empty when nothing is.
+std::string directoryProblem(const std::string &root);
+// The reason of a failure, with that behind it; where neither is known, that the save file is not whole.
+std::string withDirectoryProblem(const std::string &reason, const std::string &root);
 
 // "fopen Failure!! err=[2]" with the error's own words.
 std::string explainedFailure(const std::string &text);

@@ -9,8 +9,8 @@ namespace {
 constexpr std::chrono::seconds kLeastPatience(10), kMostPatience(30);
 
 void end(Passes &passes, Passes::Clock::time_point now, std::chrono::seconds cycle) {
-    passes.lastDuration = std::max<Passes::Seconds>(now - passes.next, Passes::Seconds(0));
-    passes.next = now + cycle;
+    passes.lastDuration = std::max<Passes::Seconds>(now - passes.begin, Passes::Seconds(0));
+    passBegins(passes, now + cycle);
 }
 
 std::string counted(std::size_t count, const std::string &one, const std::string &many) {
@@ -26,6 +26,10 @@ Passes::Clock::time_point Passes::overdue(std::chrono::seconds cycle) const {
 bool Passes::areWell(Clock::time_point now, std::chrono::seconds cycle) const {
     // Who watches for missing passes may itself hang; it gets a moment longer.
     return succeeded > 0 && failing.empty() && now < overdue(cycle) + kLeastPatience;
+}
+
+void passBegins(Passes &passes, Passes::Clock::time_point when) {
+    passes.begin = passes.next = when;
 }
 
 void passSucceeded(Passes &passes, Passes::Clock::time_point now, std::time_t wall, std::chrono::seconds cycle) {

@@ -16,8 +16,9 @@ struct Passes {
     unsigned long succeeded = 0, failed = 0;
     std::string failing;         // why the last one failed; empty after a success
     std::time_t lastSuccess = 0; // 0: none yet
-    Seconds lastDuration{0};     // of the last that ended; it begins when the provider's sleep is over
-    Clock::time_point next{};    // when the next one begins
+    Seconds lastDuration{0};     // of the last that ended
+    Clock::time_point begin{};   // of the one at hand or to come: when the provider's sleep is over
+    Clock::time_point next{};    // the same, or later where that one hangs: when the one behind it would begin
 
     // The last pass succeeded and no later one is missing.
     bool areWell(Clock::time_point now, std::chrono::seconds cycle) const;
@@ -26,7 +27,9 @@ struct Passes {
     Clock::time_point overdue(std::chrono::seconds cycle) const;
 };
 
-// The provider then sleeps for `cycle`.
+// The first one, or the next, begins then.
+void passBegins(Passes &passes, Passes::Clock::time_point when);
+// At the moment when the provider goes to sleep, for `cycle`.
 void passSucceeded(Passes &passes, Passes::Clock::time_point now, std::time_t wall, std::chrono::seconds cycle);
 void passFailed(Passes &passes, Passes::Clock::time_point now, std::chrono::seconds cycle, const std::string &reason);
 // Nothing has been seen of the pass that was due.

@@ -34,16 +34,6 @@ std::string firstLine(const std::string &text) {
     return text.substr(0, text.find('\n'));
 }
 
-// What is wrong with the agent's directory; empty when nothing is.
-std::string directoryProblem(const std::string &root) {
-    try {
-        checkAgentDirectory(root);
-    } catch (const Failure &failure) {
-        return firstLine(failure.what());
-    }
-    return "";
-}
-
 HttpResponse answerOf(const oxthost::Reply &reply) {
     nlohmann::json body = {{"status", reply.rc}, {"message", packedName(reply.message)}, {"returned", nullptr}};
     if (reply.returned && !reply.returned->null)
@@ -124,6 +114,8 @@ void ProviderWorker::begin() {
     readFirstSettings();
     checkAgentDirectory(root_);
     memory_ = readMemory(root_ + "data/" + kMemoryFileName, std::time(nullptr));
+    rememberedRules_ = memory_.rules;
+    rememberedCycle_ = memory_.cycleSeconds;
     saves_ = std::make_unique<SaveSigns>(root_);
     prepare();
     trace_ = std::make_unique<TraceSigns>(root_);
@@ -133,7 +125,7 @@ void ProviderWorker::begin() {
     unseenWrites_ = 0;
     session_ = std::make_unique<HostedSession>(orders_.hosting, ServiceMode::on());
     alertForecasts_ = std::make_unique<AlertForecasts>(root_);
-    passes_.next = Clock::now();
+    passBegins(passes_, Clock::now());
     nextCheck_ = passes_.next + kFirstCheck;
     nextRemember_ = passes_.next + kRemember;
     session_->invoke(kThreadClass, "StartMonitoringThread");
@@ -202,10 +194,10 @@ void ProviderWorker::look() {
     if (saves_->writes() + std::exchange(unseenWrites_, 0) > 0) {
         passEnded();
     } else if (Clock::now() >= nextCheck_) {
-        if (const auto reason = trace_->failedPass(passBegin())) {
-            passFailedFor(*reason);
+        if (const auto failure = trace_->failure(passBegin())) {
+            passFailedFor(*failure);
         } else if (const std::string problem = directoryProblem(root_); !problem.empty()) {
-            passFailedFor(problem); // where no trace library tells
+            passFailedFor(problem, passes_.begin); // where no trace library tells
         } else if (Clock::now() >= passes_.overdue(cycle())) {
             passMissed(passes_, cycle(),
                        "no pass has ended since " + utcTime(passes_.lastSuccess) + "; a disk may hang");
@@ -218,17 +210,17 @@ void ProviderWorker::look() {
 }
 
 std::time_t ProviderWorker::passBegin() const {
-    const auto ago = std::chrono::duration_cast<seconds>(Clock::now() - passes_.next).count();
+    const auto ago = std::chrono::duration_cast<seconds>(Clock::now() - passes_.begin).count();
     return std::time(nullptr) - std::max<std::time_t>(ago, 0) - 1;
 }
 
 void ProviderWorker::passEnded() {
     const auto now = Clock::now();
     std::this_thread::sleep_for(kTraceDelay);
-    if (const auto reason = trace_->failedPass(passBegin())) {
-        passFailedFor(*reason);
+    if (const auto failure = trace_->failure(passBegin())) {
+        passFailedFor(*failure);
     } else if (!isSaveWhole(root_)) {
-        passFailedFor("the save file was cut short: the disk may be full");
+        passFailedFor("the save file was cut short: the disk may be full", now);
     } else {
         passSucceeded(passes_, now, std::time(nullptr), cycle());
         said_.clear();
@@ -237,10 +229,16 @@ void ProviderWorker::passEnded() {
     nextCheck_ = passes_.next + kFirstCheck;
 }
 
-void ProviderWorker::passFailedFor(const std::string &reason) {
-    const std::string problem = directoryProblem(root_);
-    passFailed(passes_, Clock::now(), cycle(), problem.empty() || problem == reason ? reason : reason + "; " + problem);
+void ProviderWorker::passFailedFor(const std::string &reason, Clock::time_point end) {
+    passFailed(passes_, end, cycle(), withDirectoryProblem(reason, root_));
     publish(true);
+}
+
+// It is seen a moment after it ended. The next one is counted from its end, or with each the gap would grow.
+void ProviderWorker::passFailedFor(const TracedFailure &failure) {
+    const auto now = Clock::now(), begin = std::min(passes_.begin, now);
+    const auto ago = std::chrono::system_clock::now() - failure.time; // anything, where the clock was set
+    passFailedFor(failure.reason, std::clamp(now - ago, begin, now));
 }
 
 void ProviderWorker::measure(Session &session) {
@@ -305,7 +303,10 @@ std::vector<Alert> ProviderWorker::readAlerts() {
 }
 
 void ProviderWorker::remember() {
-    (void)writeMemory(root_ + "data/" + kMemoryFileName, memory_); // a failing disk shows itself by its passes
+    if (writeMemory(root_ + "data/" + kMemoryFileName, memory_)) { // a failing disk shows itself by its passes
+        rememberedRules_ = memory_.rules;
+        rememberedCycle_ = memory_.cycleSeconds;
+    }
     nextRemember_ = Clock::now() + kRemember;
 }
 
@@ -315,10 +316,11 @@ void ProviderWorker::publish(bool afterPass) {
     const std::vector<FileSystem> before = fileSystems_;
     try {
         measure(*session_);
-        if (applyRules(*session_)) {
-            remember();
+        if (applyRules(*session_))
             measure(*session_);
-        }
+        // At once: after a kill, what a client has set by hand would else be taken for what a rule has yet to change.
+        if (!isRemembered())
+            remember();
     } catch (const Failure &failure) {
         sayOnce(failure.what());
     }
@@ -379,9 +381,14 @@ void ProviderWorker::doReload(std::optional<HttpServer::Id> answerTo) {
 
 void ProviderWorker::end() {
     remember();
-    session_->invoke(kThreadClass, "StopMonitoringThread");
+    (void)saves_->writes();
+    const std::time_t since = std::time(nullptr);
+    session_->invoke(kThreadClass, "StopMonitoringThread"); // the provider saves
     alertForecasts_.reset();
     session_->close();
+    if (const auto failure = trace_->failure(since); failure || saves_->writes() == 0 || !isSaveWhole(root_))
+        throw Failure(Exit::Refused,
+                      "the last save failed: " + withDirectoryProblem(failure ? failure->reason : "", root_));
     if (!passes_.failing.empty())
         throw Failure(Exit::Refused, "the last pass failed: " + passes_.failing);
 }

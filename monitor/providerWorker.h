@@ -77,7 +77,8 @@ class ProviderWorker {
     void end();
 
     void passEnded();
-    void passFailedFor(const std::string &reason);
+    void passFailedFor(const std::string &reason, Clock::time_point end);
+    void passFailedFor(const TracedFailure &failure);
     std::chrono::seconds cycle() const { return std::chrono::seconds(cycle_.seconds ? cycle_.seconds : 1); }
     std::time_t passBegin() const;
 
@@ -88,6 +89,7 @@ class ProviderWorker {
     template <class Action> void changing(Action action);
     std::vector<Alert> readAlerts();
     void remember();
+    bool isRemembered() const { return memory_.rules == rememberedRules_ && memory_.cycleSeconds == rememberedCycle_; }
     void publish(bool afterPass);
     void doCall(HttpServer::Id id, const MethodCall &call);
     void doReload(std::optional<HttpServer::Id> answerTo);
@@ -108,6 +110,8 @@ class ProviderWorker {
     Settings settings_;
     bool rulesKnown_ = false; // not before the settings file was read without a mistake
     Memory memory_;
+    RuleMemories rememberedRules_; // as the file has them
+    std::optional<unsigned> rememberedCycle_;
     std::unique_ptr<Session> session_;
     std::unique_ptr<SaveSigns> saves_;
     std::unique_ptr<TraceSigns> trace_;

@@ -130,6 +130,25 @@ std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector
     return changes;
 }
 
+std::vector<Change> changesBetween(const std::vector<FileSystem> &before, const std::vector<FileSystem> &after,
+                                   const std::vector<Rule> &rules) {
+    std::map<std::string, const FileSystem *> old; // by device; the first of each
+    for (const FileSystem &fs : before)
+        old.emplace(fs.device, &fs);
+    std::vector<Change> changes;
+    std::set<std::string> seen;
+    for (const FileSystem &fs : after) {
+        const auto known = old.find(fs.device);
+        if (known == old.end() || !seen.insert(fs.device).second)
+            continue;
+        const Outcomes outcomes = outcomesOf(rules, fs);
+        for (std::size_t setting = 0; setting < kSettings; ++setting)
+            if (kSettingOf[setting].now(*known->second) != kSettingOf[setting].now(fs))
+                changes.push_back(change(*known->second, setting, kSettingOf[setting].now(fs), outcomes[setting].line));
+    }
+    return changes;
+}
+
 std::string originOf(const RuleMemories &memories, const FileSystem &fs, std::size_t setting) {
     const auto known = memories.find(fs.device);
     if (known == memories.end() || !known->second.settings[setting].outcome)

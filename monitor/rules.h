@@ -34,11 +34,15 @@ struct SettingMemory {
     std::optional<std::uint64_t> outcome; // of the rules when they were last applied
     bool byHand = false;                  // a client has set another value since
     std::uint64_t before = 0;             // the value that the first rule replaced
-    int line = 0;                         // of the rule
+    int line = 0;                         // of the rule; not remembered
+    bool operator==(const SettingMemory &other) const {
+        return outcome == other.outcome && byHand == other.byHand && before == other.before;
+    }
 };
 struct RuleMemory {
     std::uint64_t sizeMiB = 0;
     std::array<SettingMemory, kSettings> settings;
+    bool operator==(const RuleMemory &other) const { return sizeMiB == other.sizeMiB && settings == other.settings; }
 };
 using RuleMemories = std::map<std::string, RuleMemory>; // by device, as the provider finds settings
 
@@ -59,6 +63,10 @@ void forgetChange(RuleMemories &memories, const Change &change);
 
 // The changes that make everything what the rules say, whoever set it.
 std::vector<Change> allChanges(const std::vector<Rule> &rules, const std::vector<FileSystem> &fileSystems);
+
+// What has changed meanwhile, with the rule that names the setting.
+std::vector<Change> changesBetween(const std::vector<FileSystem> &before, const std::vector<FileSystem> &after,
+                                   const std::vector<Rule> &rules);
 
 // "the rule in line 12", "by hand" or "no rule": what a setting's value comes from.
 inline constexpr const char *kNoRule = "no rule";

@@ -47,6 +47,8 @@ class Session {
     virtual oxthost::Reply call(const std::string &className, const std::string &method,
                                 const Arguments &arguments) = 0;
 
+    // Lets a monitor read its settings anew and apply them; nothing where none is asked. Throws its refusal.
+    virtual void reload() {}
     // Lets the provider save and clean up where its life began here. Throws a refusal when it reports a failure.
     virtual void close() {}
     // When the answers were measured, seconds since the epoch.

@@ -14,12 +14,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "schedule.h"
+
 namespace explorer {
 namespace {
 
 constexpr long long kNever = -1, kStart = 1'000'000'000'000; // nanoseconds
-constexpr std::size_t kMostDecisions = 400;
-constexpr long kMostSteps = 1'000'000; // of a schedule; beyond it somebody waits without end
+constexpr long kMostSteps = 1'000'000;                       // of a schedule; beyond it somebody waits without end
 
 struct Thread {
     enum State { READY, WAITS, ENDED } state = READY;
@@ -32,14 +33,6 @@ struct Thread {
     std::condition_variable turn;
 };
 
-// Its options are threads that may go on, the first without a preemption.
-struct Decision {
-    std::size_t taken;
-    std::vector<int> costs; // preemptions of each option
-    int before;             // preemptions until here
-    std::string what;
-};
-
 std::mutex baton; // guards all of the following
 std::vector<std::unique_ptr<Thread>> threads;
 Thread *running;
@@ -47,11 +40,8 @@ std::map<const void *, Thread *> owners; // of the mutexes
 long long clockNow = kStart;
 long steps;
 
-std::vector<Decision> trail; // of this schedule: what it has in common with the one before, then what it adds
-std::size_t position;
-int most;
+Schedule schedule;
 bool deciding, withAtomics;
-std::unique_ptr<std::mt19937> lots; // null: the trail decides
 std::string problem;
 
 thread_local Thread *self; // null: a thread that is not scheduled
@@ -59,12 +49,8 @@ thread_local Thread *self; // null: a thread that is not scheduled
 typedef std::unique_lock<std::mutex> Hold;
 
 void note(const std::string &promise) {
-    if (!problem.empty())
-        return;
-    problem = promise + "\n  by";
-    for (std::size_t i = 0; i < position && i < trail.size(); ++i)
-        if (trail[i].taken != 0)
-            problem += "\n    decision " + std::to_string(i) + ": " + trail[i].what;
+    if (problem.empty())
+        problem = promise + "\n  by" + schedule.text();
 }
 
 // The threads that hang cannot be ended.
@@ -135,20 +121,12 @@ Thread *pick(const char *call) {
         giveUp(options.empty() ? "nobody can go on" : "somebody waits without end");
     if (!deciding || options.size() == 1)
         return options[0];
-    const Decision *last = position > 0 ? &trail[position - 1] : nullptr;
-    const int before = last != nullptr ? last->before + last->costs[last->taken] : 0;
-    // The first option is the only one left; or somebody goes round in a long wait, where all options are alike.
-    if (lots == nullptr && (before + costs[1] > most || position == kMostDecisions))
-        return options[0];
-    if (position == trail.size()) {
-        const std::size_t taken = lots != nullptr && (*lots)() % 8 == 0 ? (*lots)() % options.size() : 0;
-        trail.push_back({taken, costs, before, ""});
-    }
-    Decision &decision = trail[position++];
-    if (decision.costs != costs)
+    const auto taken = schedule.choose(costs);
+    if (!taken)
         giveUp("a schedule can be repeated");
-    decision.what = std::string(call) + " of " + self->name + ": " + options[decision.taken]->name + " goes on";
-    return options[decision.taken];
+    if (*taken != 0)
+        schedule.explain(std::string(call) + " of " + self->name + ": " + options[*taken]->name + " goes on");
+    return options[*taken];
 }
 
 // Another thread may have its turn. An ended thread does not come back.
@@ -241,7 +219,7 @@ void runOnce(const Scenario &scenario) {
     owners.clear();
     clockNow = kStart;
     steps = 0;
-    position = 0;
+    schedule.begin();
     withAtomics = scenario.atomics;
     Hold hold(baton);
     running = make("the beginning", [&] { runAll(scenario); });
@@ -258,37 +236,22 @@ void runOnce(const Scenario &scenario) {
     threads.clear();
 }
 
-// To the next schedule of the search; false after the last one.
-bool advance() {
-    for (; !trail.empty(); trail.pop_back()) {
-        Decision &last = trail.back();
-        while (++last.taken < last.costs.size())
-            if (last.before + last.costs[last.taken] <= most)
-                return true;
-    }
-    return false;
-}
-
 } // namespace
 
 long explore(const std::string &name, const Scenario &scenario, int preemptions, long random) {
     long count = 0;
     problem.clear();
-    trail.clear();
-    lots.reset();
-    most = preemptions;
+    schedule.search(preemptions);
     do {
         runOnce(scenario);
         ++count;
-    } while (problem.empty() && advance());
+    } while (problem.empty() && schedule.advance());
     const long searched = count;
     const char *given = getenv("OXT_SEED");
     const unsigned seed = given != nullptr ? static_cast<unsigned>(atoll(given)) : std::random_device()();
-    lots = std::make_unique<std::mt19937>(seed);
-    for (long i = 0; i < random && problem.empty(); ++i, ++count) {
-        trail.clear();
+    schedule.drawLots(seed);
+    for (long i = 0; i < random && problem.empty(); ++i, ++count)
         runOnce(scenario);
-    }
     printf("%s: %ld schedules with at most %d preemptions, %ld random ones (OXT_SEED=%u)\n", name.c_str(), searched,
            preemptions, count - searched, seed);
     EXPECT_EQ(problem, "") << name << ", schedule " << count;

@@ -37,8 +37,8 @@ using NamedValue = std::pair<std::string, Value>;
 struct Instance {
     std::string nameSpace;
     std::string className;
-    std::vector<NamedValue> keys;                         // of the instance's object path
-    std::vector<NamedValue> properties;                   // in the order in which the provider set them
+    std::vector<NamedValue> keys;                       // of the instance's object path
+    std::vector<NamedValue> properties;                 // in the order in which the provider set them
     const Value *find(std::string_view property) const; // nullptr when the instance does not carry it
 };
 

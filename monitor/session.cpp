@@ -33,7 +33,7 @@ constexpr Reason kReasons[] = {
     {"SetValue(MonitorCycle) FAILED", kCycle},
     {"getArgToInt(MonitorCycle) FAILED", kCycle},
     {"FileSystem-Update FAILED",
-     "the change was not made: the file system is gone or its size is another now, or the save file or shared memory "
+     "the change was not saved: the file system is gone or its size is another now, or the save file or shared memory "
      "cannot be written.\nTry again, and look at 'oxtfsctl log --failures'."},
     {"fsGetInstance() FAILED",
      "the provider cannot read or keep its records: the save file or shared memory cannot be read or written, for "

@@ -136,6 +136,11 @@ TEST_F(RulesAtWork, OnlyWhatTheProviderTakes) {
         << "gone and mounted again, the provider has its defaults";
     all[0].warningMiB = 1;
     EXPECT_EQ(allChanges(rules, all).size(), 1u);
+    const std::vector<Change> changed = changesBetween({gone, small}, all, {});
+    ASSERT_EQ(changed.size(), 1u) << "of what is there before and after";
+    EXPECT_EQ(changed[0].from, 200u);
+    EXPECT_EQ(changed[0].to, 1u);
+    EXPECT_EQ(changed[0].line, 0) << "no rule any more";
 }
 
 TEST(MonitorForecast, SteadyTrendsAlone) {

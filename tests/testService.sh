@@ -42,8 +42,12 @@ status() { # expected text command...: its exit code and the beginning of what i
     equal "exit code of $*" $? "$code"
     case $said in *"$text"*) ;; *) fail "$* says '$said', not '$text'" ;; esac
 }
+# What a service manager hears, in a file. perl, because a shell has no such sockets.
+perl -e 'socket($s, 1, 2, 0) && bind($s, pack("Sa108", 1, $ARGV[0])) or exit 1; $| = 1;
+    print "$m\n" while defined recv($s, $m, 4096, 0)' "$base/notify" >"$base/told" &
+told() { tac "$base/told" | grep -m 1 ^STATUS= | grep -q "$1"; } # the last status
 start() {
-    "$tool" watch >>"$base/out" 2>>"$base/err" &
+    NOTIFY_SOCKET=$base/notify WATCHDOG_USEC=4000000 "$tool" watch >>"$base/out" 2>>"$base/err" &
     watch=$!
     expect "the monitor answers" "${user[@]}" list
 }
@@ -63,6 +67,7 @@ warning = "30%"
 EOT
 start
 size=$(mib size "$directory")
+expect "it is ready" grep -q READY=1 "$base/told"
 
 # Who asks gets an answer, root may change, and what was changed is saved.
 status 0 "$directory" "${user[@]}" list --json
@@ -137,12 +142,16 @@ for fd in "${crowd[@]}"; do exec {fd}>&-; done
 # Without its data directory it says so once, and once that all is well again.
 mv "${agent}data" "${agent}away"
 expect "a failing pass is told" says /metrics "oxtfs_monitor_up 0"
-expect "to the service manager's probe, too" says /healthz "503"
+expect "to a prober, too" says /healthz "503"
+expect "and to the service manager" told "passes fail: fopen"
 expect "it took no second" says /metrics "last_pass_duration_seconds 0"
+beats=$(grep -c WATCHDOG=1 "$base/told")
 sleep 11
+[ "$(grep -c WATCHDOG=1 "$base/told")" -ge $((beats + 4)) ] || fail "the watchdog hears less than each two seconds"
 mv "${agent}away" "${agent}data"
 expect "all is well again" says /metrics "oxtfs_monitor_up 1"
 expect "the line of it" grep -q 'succeed again' "$base/err"
+expect "the service manager hears it, too" told "1 warning, next look in [0-9]* s"
 equal "lines of it" "$(grep -c 'passes fail: fopen.*No such file' "$base/err"),$(grep -c 'succeed again' "$base/err")" 1,1
 
 # What was set outlives a kill, also what was set otherwise than the settings file has it. The socket of the dead one is

@@ -15,7 +15,7 @@ namespace {
 using oxthost::ServiceMode;
 
 std::string ruleOf(const Change &change) {
-    return change.line > 0 ? "the rule in line " + std::to_string(change.line) : "no rule any more";
+    return change.line > 0 ? "by the rule in line " + std::to_string(change.line) : "as no rule names it any more";
 }
 
 void printChanges(const std::vector<Change> &changes, const Look &look) {
@@ -29,7 +29,7 @@ void printChanges(const std::vector<Change> &changes, const Look &look) {
                            {"new", jsonOfSetting(setting, change.to, look.unit)},
                            {"line", change.line > 0 ? Json(change.line) : Json()}});
         else
-            std::printf("%s: %s %s -> %s, by %s\n", printable(change.mountPoint).c_str(), kSettingOf[setting].word,
+            std::printf("%s: %s %s -> %s, %s\n", printable(change.mountPoint).c_str(), kSettingOf[setting].word,
                         shownSetting(setting, change.from, look.unit).c_str(),
                         shownSetting(setting, change.to, look.unit).c_str(), ruleOf(change).c_str());
     }

@@ -1,5 +1,6 @@
 // What lies on this machine: drivers, devices, mount points, how full they are, and the records made of them.
 #include "golden.h"
+#include "oxtFsSystem.h"
 #include "room.h"
 
 #include <cstring>
@@ -186,6 +187,15 @@ TEST_F(Discovery, WhatCannotBeRead) {
     broken.error = EIO;
     system.setVolume("/m", broken);
     EXPECT_EQ(getDevType(8, "/m", OXT_DRIVER_BLOCK, "/dev/sda"), 0) << "an unreadable file system is no optical one";
+    FsSystem read;
+    fsSystemRead(&read);
+    for (int i = 0; i < 2; ++i) { // a failure is asked for again
+        struct statfs space = {};
+        struct stat device = {};
+        EXPECT_EQ(fsStatfs(&read, "/m", &space), -1);
+        EXPECT_EQ(fsStat(&read, "/dev/none", &device), -1);
+    }
+    fsSystemFree(&read);
     system.setMounts("/dev/root /m ext4\n");
     system.setMissing(false, true);
     EXPECT_EQ(getDriveType("/m"), 0) << "needs no driver list";

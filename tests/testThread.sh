@@ -190,7 +190,7 @@ within 20 started 1 || fail "not started: $(cat "$base/said")"
 echo down >"$base/thread"
 asks # while the old one is there
 end_listeners
-listens 127.0.0.1
+listens 127.0.0.1 || fail "nobody can listen anew: $(cat "$base/listens")"
 echo 0 >"$base/thread"
 within 20 started 2 || fail "not started again: $(cat "$base/said")"
 asks && asks # it knows the new one

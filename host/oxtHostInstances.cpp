@@ -44,7 +44,10 @@ void setProperty(Broker &broker, InstanceBody &instance, const char *given, cons
         return;
     Datum datum = toDatum(broker, value, type, "setProperty");
     NamedDatum *present = find(instance.properties, name);
-    if (present == nullptr || present->datum.type != datum.type) // else the type was admitted before
+    // The class's own type, or one that a value was admitted with. A NULL is admitted with any.
+    const bool known =
+        present != nullptr && present->datum.type == datum.type && present->datum.isNull() == (present->place == 0);
+    if (!known)
         checkType(broker, instance, name, datum);
     if (present == nullptr) {
         instance.properties.push_back({std::string(name), std::move(datum), ++instance.placesTaken});

@@ -226,6 +226,7 @@ CMPIStatus getInstance(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResul
     };
     set("Text", "text", CMPI_chars);
     set("Id", "7", CMPI_chars);
+    set("Number", nullptr, CMPI_uint32); // which admits no value of that type
     set("Number", &seventyThousand, CMPI_uint32);
     if (rc.rc == CMPI_RC_OK)
         rc = CMReturnInstance(rslt, inst);

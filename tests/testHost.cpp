@@ -150,7 +150,7 @@ TEST(Host, EveryServiceCanFail) {
     host.failBrokerCall("*", 0);
     EXPECT_TRUE(host.getInstance("OXT_Probe", {}, &filter).ok());
     const long calls = host.failBrokerCall("newInstance", 1);
-    EXPECT_EQ(calls, 10); // clone, addKey, newInstance, getKey, the filter, three properties, instance, done
+    EXPECT_EQ(calls, 11); // clone, addKey, newInstance, getKey, the filter, four properties, instance, done
     EXPECT_EQ(host.getInstance("OXT_Probe").message, "no instance");
     EXPECT_TRUE(host.getInstance("OXT_Probe").ok()); // only the one call fails
     EXPECT_EQ(host.failBrokerCall("", 0), 2);
@@ -159,7 +159,7 @@ TEST(Host, EveryServiceCanFail) {
         host.failBrokerCall("*", n);
         failed += host.getInstance("OXT_Probe", {}, &filter).ok() ? 0 : 1;
     }
-    EXPECT_EQ(failed, 8); // the probe minds neither a lost key nor a missing one
+    EXPECT_EQ(failed, 9); // the probe minds neither a lost key nor a missing one
     EXPECT_TRUE(host.misuses().empty());
     EXPECT_EQ(host.live().total(), 0);
 }

@@ -115,6 +115,10 @@ char *getClassName(const CMPIObjectPath *cop) {
         "CMGetClassName", "className");
 }
 
+CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
+    return {rc, CMNewString(cInfo->broker, message, nullptr)};
+}
+
 int getEnumArray(const OxtCInfo *cInfo, const char *nameSpace, const char *className, CMPIArray **out) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ Param(cInfo) Failure!!");

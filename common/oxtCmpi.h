@@ -1,4 +1,4 @@
-// Reading what the object manager hands to a handler. CMPI failures become one result value; no status is set here.
+// Reading what the object manager hands to a handler, and the answer to it. A CMPI failure becomes one result value.
 #ifndef OXT_CMPI_H
 #define OXT_CMPI_H
 
@@ -16,6 +16,8 @@ int getArgToInt(const CMPIArgs *in, const char *name);
 // Copies of the path's namespace and class name that the caller frees; null on a failure.
 char *getNameSpace(const CMPIObjectPath *cop);
 char *getClassName(const CMPIObjectPath *cop);
+// A status with a message for the client.
+CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message);
 // The number of instances of a class, all of them in a clone that the caller releases; -1 on a failure.
 int getEnumArray(const OxtCInfo *cInfo, const char *nameSpace, const char *className, CMPIArray **out);
 

@@ -2,18 +2,13 @@
 
 #include <unistd.h>
 
-#include "cmpift.h"
-#include "cmpimacs.h"
+#include "oxtCmpi.h"
 #include "oxtFsStore.h"
 #include "oxtFsTurn.h"
 #include "oxtFsWatch.h"
 #include "oxtWait.h"
 
 namespace {
-
-CMPIStatus failed(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
-    return {rc, CMNewString(cInfo->broker, message, nullptr)};
-}
 
 CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool terminating) {
     if (terminating) { // the process ends: the thread has to end before the library's code is gone
@@ -25,7 +20,7 @@ CMPIStatus cleanUpWithThread(const char *function, const OxtCInfo *cInfo, bool t
         return {CMPI_RC_OK, nullptr};
     }
     OXT_TRACE_AS(function, "CleanUp TimeOut."); // nobody has asked for a while; the thread goes on monitoring
-    const CMPIStatus status = failed(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
+    const CMPIStatus status = oxtStatus(cInfo, CMPI_RC_DO_NOT_UNLOAD, "MonitorThread is Running!!");
     OXT_TRACE_AS(function, "_OUT_ rc=[CMPI_RC_DO_NOT_UNLOAD]");
     return status;
 }
@@ -52,11 +47,11 @@ CMPIStatus cleanUpWithoutThread(const char *function, const OxtCInfo *cInfo, boo
 // Outside service mode, alone: saves and frees.
 CMPIStatus saveAndFree(const char *function, const OxtCInfo *cInfo) {
     OXT_TRACE_AS(function, "fsSetInstance()");
-    OXT_REQUIRE_AS(function, fsSetInstance(cInfo) == 0, failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!"),
-                   "fsSetInstance Failure!!");
+    OXT_REQUIRE_AS(function, fsSetInstance(cInfo) == 0,
+                   oxtStatus(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!"), "fsSetInstance Failure!!");
     OXT_TRACE_AS(function, "fsFreeInstance()");
     OXT_REQUIRE_AS(function, fsFreeInstance(cInfo) == 0,
-                   failed(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
+                   oxtStatus(cInfo, CMPI_RC_ERR_FAILED, "fsFreeInstance() Failure!!"), "fsFreeInstance Failure!!");
     fsTraceMutexesDestroyed(function);
     fsGateForget();
     return {CMPI_RC_OK, nullptr};
@@ -66,7 +61,7 @@ CMPIStatus cleanUpOutsideService(const char *function, const OxtCInfo *cInfo, bo
     if (fsAloneBegin() != 0) { // a request is busy with the store: it cannot be saved now
         OXT_TRACE_FAIL_AS(function, "fsSetInstance Failure!!");
         OXT_TRACE_AS(function, "_OUT_");
-        return failed(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
+        return oxtStatus(cInfo, CMPI_RC_ERR_FAILED, "fsSetInstance() Failure!!");
     }
     const bool isBuilt = fsGateState() == OXT_FS_INITIALISED;
     const bool hasThread = isBuilt && gfs_thid.load() != 0; // the mode became known meanwhile

@@ -1,5 +1,4 @@
-#include "oxtFsConfig.h"
-
+#include "oxtClasses.h"
 #include "oxtSetting.h"
 
 namespace {

@@ -2,10 +2,8 @@
 
 #include <cstring>
 
-#include "oxtFs.h"
-#include "oxtFsConfig.h"
-#include "oxtFsThread.h"
-#include "oxtFsTotalNum.h"
+#include "oxtClasses.h"
+#include "oxtFsLife.h"
 #include "oxtPaths.h"
 
 // Start and end of a request, and the handler in between, are traced at the failure level: so they show where normal
@@ -21,7 +19,7 @@ std::atomic<const CMPIBroker *> _broker{nullptr};
 struct MethodRow {
     const char *name;
     const char *trace;
-    OxtMethodHandler handler;
+    OxtMethodHandler *handler;
 };
 
 // A class's handlers. An unknown method is traced as a wrong class name where the class has no methods, and as a wrong
@@ -30,9 +28,9 @@ struct ClassRow {
     const char *name;
     bool isThread; // served in every state; its methods' outcome is their return value
     const char *getTrace;
-    OxtInstanceHandler get;
+    OxtInstanceHandler *get;
     const char *enumTrace;
-    OxtInstanceHandler enumerate;
+    OxtInstanceHandler *enumerate;
     const MethodRow *methods;
     size_t methodCount;
 };
@@ -127,7 +125,7 @@ CMPIStatus serveInstances(const char *function, InstanceOperation operation, con
             status = refuseName(function, &cInfo, "ClassName", className);
         } else {
             OXT_TRACE_FAIL_AS(function, "%s", operation == GET_INSTANCE ? row->getTrace : row->enumTrace);
-            const OxtInstanceHandler handler = operation == GET_INSTANCE ? row->get : row->enumerate;
+            OxtInstanceHandler *const handler = operation == GET_INSTANCE ? row->get : row->enumerate;
             status = handler(&cInfo, rslt, cop, properties);
         }
     }

@@ -1,4 +1,7 @@
-#include "oxtFsThread.h"
+#include "oxtClasses.h"
+#include "oxtFsLife.h"
+#include "oxtFsTurn.h"
+#include "oxtFsWatch.h"
 
 namespace {
 

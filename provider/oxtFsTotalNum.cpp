@@ -1,4 +1,4 @@
-#include "oxtFsTotalNum.h"
+#include "oxtClasses.h"
 
 namespace {
 

@@ -74,10 +74,6 @@ CMPIInstance *newFiltered(const OxtClass &cls, const OxtCInfo *cInfo, CMPIObject
 
 } // namespace
 
-CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message) {
-    return {rc, CMNewString(cInfo->broker, message, nullptr)};
-}
-
 CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message) {
     OXT_TRACE_FAIL_AS(function, "%s", trace);
     OXT_TRACE_AS(function, "_OUT_");

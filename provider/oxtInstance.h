@@ -6,7 +6,7 @@
 #include <cstddef>
 
 #include "oxtCmpi.h"
-#include "oxtFsCommon.h"
+#include "oxtFsStore.h"
 
 // A class and the texts in which its handlers differ.
 struct OxtClass {
@@ -31,15 +31,6 @@ struct OxtClass {
             "_OUT_ Param(" record ") Failure!!", filterFailure, buildFailureLevel, #builder "() Failure!!",            \
             #builder "() FAILED"                                                                                       \
     }
-
-// The handlers in the table of classes (oxtFsProvider.cpp).
-typedef CMPIStatus (*OxtInstanceHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *cop,
-                                         const char **properties);
-typedef CMPIStatus (*OxtMethodHandler)(const OxtCInfo *cInfo, const CMPIResult *rslt, const CMPIObjectPath *ref,
-                                       const char *methodName, const CMPIArgs *in, CMPIArgs *out);
-
-// A status with a message for the client.
-CMPIStatus oxtStatus(const OxtCInfo *cInfo, CMPIrc rc, const char *message);
 
 // A failure that ends a handler: traces the line, then "_OUT_", and is the status for the client.
 CMPIStatus oxtFailed(const char *function, const OxtCInfo *cInfo, const char *trace, CMPIrc rc, const char *message);

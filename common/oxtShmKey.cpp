@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <ctime>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 #include <sys/stat.h>
@@ -11,12 +10,14 @@
 #include "oxtFile.h"
 #include "oxtMemory.h"
 #include "oxtPaths.h"
+#include "oxtWait.h"
 
 namespace {
 
-constexpr int TRY_LIMIT = 65536;  // under new keys, while each is another's
-constexpr int REFUSAL_LIMIT = 64; // when the kernel refuses for another reason, as for want of segments: no key helps,
-constexpr time_t REFUSAL_SECONDS = 3; // and each try costs a file and lines of the trace
+constexpr int TRY_LIMIT = 65536; // under new keys, while each is another's
+// When the kernel refuses for another reason, as for want of segments, no key helps, and each try costs a file and
+// lines of the trace. The refusals last no longer than any other wait, either.
+constexpr int REFUSAL_LIMIT = 64;
 constexpr size_t NAME_SIZE = 512;
 
 bool exists(const char *name) {
@@ -57,23 +58,17 @@ void removeOrphan(key_t key, int cid) {
 struct Search {
     int tries;
     int refusals;
-    time_t refusedSince; // the clock that nobody sets
+    long long refusedSince; // oxtMillis
 };
-
-time_t secondsNow() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
 
 void countRefusal(Search *search) {
     if (search->refusals++ == 0)
-        search->refusedSince = secondsNow();
+        search->refusedSince = oxtMillis();
 }
 
 bool isRefused(const Search &search) {
     return search.refusals >= REFUSAL_LIMIT ||
-           (search.refusals > 0 && secondsNow() - search.refusedSince >= REFUSAL_SECONDS);
+           (search.refusals > 0 && oxtMillis() - search.refusedSince >= OXT_WAIT_MILLIS);
 }
 
 // The tries of shmCreate: the new segment's id or -1.

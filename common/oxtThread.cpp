@@ -1,7 +1,6 @@
 #include "oxtThread.h"
 
 #include <csignal>
-#include <ctime>
 #include <unistd.h>
 
 #include "oxtTrace.h"
@@ -20,12 +19,6 @@ int joinIfEnded(OxtThreadId *thid) {
     if (rc == 0)
         thid->store(0);
     return rc;
-}
-
-long long monotonicMillis() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
 }
 
 } // namespace
@@ -59,14 +52,14 @@ int oxtThreadCancel(OxtThreadId *thid) {
 }
 
 int oxtThreadJoin(OxtThreadId *thid, int seconds) {
-    const long long deadline = monotonicMillis() + seconds * 1000LL;
+    const long long deadline = oxtMillis() + seconds * 1000LL;
     for (;;) { // in steps: between them, other requests may ask whether the thread runs
         pthread_mutex_lock(&threadMutex);
         const int rc = joinIfEnded(thid);
         pthread_mutex_unlock(&threadMutex);
         if (rc != EBUSY)
             return rc;
-        if (monotonicMillis() >= deadline)
+        if (oxtMillis() >= deadline)
             return ETIMEDOUT;
         usleep(OXT_WAIT_MICROS);
     }

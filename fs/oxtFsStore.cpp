@@ -9,6 +9,7 @@
 #include "oxtFsStatus.h"
 #include "oxtFsTurn.h"
 #include "oxtPaths.h"
+#include "oxtWait.h"
 
 namespace {
 
@@ -256,19 +257,19 @@ void fsReleaseInstance(FsRecords *reading) {
 int fsSetInstance(const OxtCInfo *cInfo, const FsEdit *edit) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(cInfo != nullptr, -1, "_OUT_ param(cInfo) Failure!!");
-    const long long begun = fsMillis(); // its three waits together are no longer than one
+    const long long begun = oxtMillis(); // its three waits together are no longer than one
     bool held = false;
     const bool locked = nonsrvMutexLock(cInfo, &instMutexFs, &held) == 0;
     OXT_REQUIRE(locked, -1, "_OUT_ nonsrvMutexLock(instMutexFs) Failure!!");
     unsigned version = 0;
-    int ret = fsPublishBegin(__func__, fsMillis() - begun);
+    int ret = fsPublishBegin(__func__, oxtMillis() - begun);
     if (ret == 0) {
         ret = commit(__func__, cInfo, edit, &version);
         fsPublishEnd();
     }
     // After a commit that failed nothing is saved, and its failure is traced: -1 without another line, as for a file
     // that could not be opened.
-    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version, fsMillis() - begun) : FS_SAVE_NOT_OPENED;
+    const FsSaved saved = ret == 0 ? fsSaveStore(__func__, version, oxtMillis() - begun) : FS_SAVE_NOT_OPENED;
     mutexUnlock(&instMutexFs, held);
     if (saved == FS_SAVE_NOT_OPENED)
         return -1;

@@ -1,7 +1,6 @@
 #include "oxtFsTurn.h"
 
 #include <algorithm>
-#include <ctime>
 #include <pthread.h>
 
 #include "oxtWait.h"
@@ -18,12 +17,8 @@ int behind; // while the gate is closed: the state that it opens to
 
 // When the time of a caller is over who has spent so many milliseconds of it.
 timespec endOfWait(long long spent) {
-    timespec end = {};
-    clock_gettime(CLOCK_MONOTONIC, &end);
-    const long long left = std::max(OXT_WAIT_MILLIS - spent, 0LL) * 1'000'000 + end.tv_nsec;
-    end.tv_sec += left / 1'000'000'000;
-    end.tv_nsec = left % 1'000'000'000;
-    return end;
+    const long long end = oxtMillis() + std::max(OXT_WAIT_MILLIS - spent, 0LL);
+    return {end / 1000, end % 1000 * 1'000'000};
 }
 
 // The mutex for the length of a block. Its end wakes everybody who waits: they wait for different things, and each
@@ -47,12 +42,6 @@ template <typename Condition> bool awaits(const timespec &until, Condition condi
 }
 
 } // namespace
-
-long long fsMillis() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * 1000LL + now.tv_nsec / 1'000'000;
-}
 
 int fsTurnBegin(FsTurn turn, long long spent) {
     const timespec until = endOfWait(spent);

@@ -17,7 +17,6 @@ enum FsTurn {
 // other until both give up.
 int fsTurnBegin(FsTurn turn, long long spent = 0);
 void fsTurnEnd(FsTurn turn);
-long long fsMillis(); // by that clock, for callers who wait for several things in a row
 
 // "first" is the name that the trace gives this state.
 enum FsGateState : int { OXT_FS_UNINITIALISED = 0, OXT_FS_IN_PROGRESS = 1, OXT_FS_INITIALISED = 2 };

@@ -37,13 +37,9 @@ struct AlertTexts {
     char threshold[16]; // 10 digits
 };
 
-void copyText(char (&to)[OXT_FS_TEXT], const char (&from)[OXT_FS_TEXT]) {
-    snprintf(to, sizeof to, "%.*s", OXT_FS_TEXT - 1, from);
-}
-
 void fillTexts(AlertTexts *texts, const AlertEvent &event, const FsProv *prov) {
-    copyText(texts->name, prov->Name);
-    copyText(texts->root, prov->_root);
+    oxtCopyText(texts->name, sizeof texts->name, prov->Name);
+    oxtCopyText(texts->root, sizeof texts->root, prov->_root);
     snprintf(texts->available, sizeof texts->available, "%lu", static_cast<unsigned long>(prov->_AvailableSpace));
     snprintf(texts->size, sizeof texts->size, "%lu", static_cast<unsigned long>(prov->_FileSystemSize));
     if (event.threshold != nullptr)

@@ -133,7 +133,8 @@ bool writeExtFamily(const FsSystem *system, char *buf, int size, const char *Roo
 } // namespace
 
 bool fsTypeMatches(const char *type, const char *name) {
-    return strncasecmp(type, name, strlen(type)) == 0;
+    constexpr int CASE = 'a' ^ 'A'; // the first letters tell most names apart without a call
+    return (type[0] == '\0' || ((type[0] ^ name[0]) & ~CASE) == 0) && strncasecmp(type, name, strlen(type)) == 0;
 }
 
 bool fsTypeAccepted(const char *type) {

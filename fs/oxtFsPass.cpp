@@ -82,6 +82,11 @@ void keepSettings(FsProv *cur, const FsProv *ins) {
     cur->FatalThresholdDefault = ins->FatalThresholdDefault;
 }
 
+void alert(const OxtCInfo *cInfo, unsigned evId, const FsProv *prov) {
+    if (getServiceMode(cInfo) == 1 && evId != OXT_ALERTID_NONE)
+        fsPutAlert(evId, prov);
+}
+
 // The alert goes out before the records are published. If they cannot be, the next pass finds the old status again and
 // sends the alert once more; in the other order a failure in between would lose it.
 void mergeKnown(const OxtCInfo *cInfo, FsProv *cur, const FsProv *ins) {
@@ -89,20 +94,9 @@ void mergeKnown(const OxtCInfo *cInfo, FsProv *cur, const FsProv *ins) {
     // A switch that is neither 0 nor 1, from a damaged file, counts as off here, though the status function on its own
     // calls it unknown.
     const int status = cur->MonitorThreshold == 1 ? fsGetFreeSpaceStatus(cur) : OXT_FREESPC_OFF;
-    if (cur->MonitorThreshold == 1 && getServiceMode(cInfo) == 1) {
-        const unsigned evId = fsAlertOfChange(ins->FreeSpaceStatus, status);
-        if (evId != OXT_ALERTID_NONE)
-            fsPutAlert(evId, cur);
-    }
+    if (cur->MonitorThreshold == 1)
+        alert(cInfo, fsAlertOfChange(ins->FreeSpaceStatus, status), cur);
     cur->FreeSpaceStatus = static_cast<int16_t>(status);
-}
-
-void mergeNew(const OxtCInfo *cInfo, const FsProv *cur) {
-    if (getServiceMode(cInfo) != 1)
-        return;
-    const unsigned evId = fsAlertOfNew(cur->FreeSpaceStatus);
-    if (evId != OXT_ALERTID_NONE)
-        fsPutAlert(evId, cur);
 }
 
 void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *current, const PassBase *base) {
@@ -112,7 +106,7 @@ void mergeAll(const char *function, const OxtCInfo *cInfo, const DatInfo *curren
         traceKeys(function, "Cur", i, cur);
         const FsProv *ins = findStored(function, stored, &base->byKeys, cur);
         if (ins == nullptr) {
-            mergeNew(cInfo, cur);
+            alert(cInfo, fsAlertOfNew(cur->FreeSpaceStatus), cur);
             continue;
         }
         OXT_TRACE_AS(function, "Find! (%d)", static_cast<int>(ins - fsProv(stored)));
@@ -241,14 +235,10 @@ int fsCheckConfigChange(const OxtCInfo *cInfo) {
     fsDrop(base.snapshot);
     if (ret != 0)
         return -1;
-    switch (fsSaveStore(__func__, version)) {
-    case FS_SAVE_NOT_OPENED:
+    const FsSaved saved = fsSaveStore(__func__, version);
+    if (saved == FS_SAVE_NOT_OPENED)
         return -1;
-    case FS_SAVE_NOT_WRITTEN:
-        OXT_FAIL(-1, "_OUT_ fsPutBinFile() Failure!!");
-    case FS_SAVED:
-        break;
-    }
+    OXT_REQUIRE(saved == FS_SAVED, -1, "_OUT_ fsPutBinFile() Failure!!");
     OXT_TRACE("_OUT_");
     return 0;
 }

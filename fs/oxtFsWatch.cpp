@@ -17,16 +17,11 @@ constexpr int JOIN_SECONDS = 30;
 
 OxtCInfo *gfs_thcInfo; // the thread's own; changed with the life turn
 
-// The context of a thread that is gone. The object manager made it for the thread, which never detaches.
-void releaseContext(const OxtCInfo *thcInfo) {
-    if (thcInfo == nullptr || thcInfo->context == nullptr || thcInfo->context->ft == nullptr ||
-        thcInfo->context->ft->release == nullptr)
-        return;
-    thcInfo->context->ft->release(const_cast<CMPIContext *>(thcInfo->context));
-}
-
+// Of a thread that is gone. The object manager made the context for the thread, which never detaches.
 void dropThreadInfo(const char *function) {
-    releaseContext(gfs_thcInfo);
+    const CMPIContext *context = gfs_thcInfo != nullptr ? gfs_thcInfo->context : nullptr;
+    if (context != nullptr && context->ft != nullptr && context->ft->release != nullptr)
+        context->ft->release(const_cast<CMPIContext *>(context));
     OXT_MEMFREE_IN(function, gfs_thcInfo);
 }
 

@@ -175,14 +175,6 @@ int getDeviceInfo(int kind, DeviceInfo **list, int *count, const FsSystem *syste
     return 0;
 }
 
-void fsFreeDrivers(DeviceInfo *list) {
-    while (list != nullptr) {
-        DeviceInfo *next = list->next;
-        free(list);
-        list = next;
-    }
-}
-
 void freeDeviceInfo(DeviceInfo **list) {
     OXT_TRACE("_IN_");
     OXT_REQUIRE(list != nullptr, , "_OUT_ param Failure!!");

@@ -6,20 +6,12 @@
 
 #include "oxtFsSystem.h"
 
-// A line of "/proc/devices" (proc(5)).
-struct DeviceInfo {
-    int major;
-    char name[132];
-    DeviceInfo *next;
-};
-
 enum FsDriverKind : int { OXT_DRIVER_CHARACTER = 0, OXT_DRIVER_BLOCK = 1 };
 
 // The drivers of a kind in file order: 0 with the list (null when the section is empty or missing) and its length, or
 // -1. The caller frees it with freeDeviceInfo.
 int getDeviceInfo(int kind, DeviceInfo **list, int *count, const FsSystem *system = nullptr);
 void freeDeviceInfo(DeviceInfo **list);
-void fsFreeDrivers(DeviceInfo *list); // the same without a trace line
 
 // Device (255 bytes) and type (10 bytes) of the first entry mounted on RootPNm that is not layered; longer texts are
 // cut. 0, or -1 when there is none or the table could not be read.

@@ -8,7 +8,6 @@
 #include <sys/vfs.h>
 
 #include "oxtFile.h"
-#include "oxtFsDevice.h"
 #include "oxtMemory.h"
 #include "oxtPaths.h"
 
@@ -146,7 +145,10 @@ void fsSystemRead(FsSystem *system) {
 
 void fsSystemFree(FsSystem *system) {
     for (DeviceInfo *list : system->driverLists)
-        fsFreeDrivers(list);
+        for (DeviceInfo *next = nullptr; list != nullptr; list = next) {
+            next = list->next;
+            free(list);
+        }
     oxtIndexFree(&system->byDir);
     free(system->mounts);
     free(system->mountText);

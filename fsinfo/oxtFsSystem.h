@@ -17,7 +17,12 @@ struct FsMount {
     const char *type;
 };
 
-struct DeviceInfo;
+// A line of "/proc/devices" (proc(5)).
+struct DeviceInfo {
+    int major;
+    char name[132];
+    DeviceInfo *next;
+};
 
 // What the kernel said last of a path.
 template <class Status> struct FsLast {

@@ -24,16 +24,13 @@ bool numbered(char (&name)[PATH_MAX], const char *path, int number) {
 bool shift(const char *path, int files) {
     char older[PATH_MAX];
     char newer[PATH_MAX];
-    for (int number = files; number < kMostFiles && numbered(older, path, number); ++number) {
-        if (unlink(older) != 0) {
+    for (int number = files; number < kMostFiles && numbered(older, path, number); ++number)
+        if (unlink(older) != 0)
             break;
-        }
-    }
     for (int number = files - 1; number > 1; --number) {
         // A gap in the row is no failure; what cannot be moved is overwritten, so that the whole stays bounded.
-        if (numbered(older, path, number) && numbered(newer, path, number - 1)) {
+        if (numbered(older, path, number) && numbered(newer, path, number - 1))
             (void)std::rename(newer, older);
-        }
     }
     return numbered(newer, path, 1) && std::rename(path, newer) == 0;
 }
@@ -49,9 +46,8 @@ int openAppend(const char *path, int access, struct stat &status) {
         (void)close(file);
         file = moved;
     }
-    if (file < 0) {
+    if (file < 0)
         return -1;
-    }
     if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
         (void)close(file);
         errno = EINVAL;
@@ -63,9 +59,8 @@ int openAppend(const char *path, int access, struct stat &status) {
 bool rotate(const char *path, int files, std::int64_t full) {
     // A description of its own: one shared with the parent by fork would share its lock with the parent too.
     const int file = open(path, O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (file < 0) {
+    if (file < 0)
         return errno == ENOENT;
-    }
     bool moved = false;
     if (lockBriefly(file)) {
         struct stat held = {};
@@ -94,9 +89,8 @@ bool lockBriefly(int file) {
 
 std::int64_t largestFile() {
     struct rlimit limit = {};
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur > static_cast<rlim_t>(INT64_MAX)) {
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur > static_cast<rlim_t>(INT64_MAX))
         return INT64_MAX;
-    }
     return static_cast<std::int64_t>(limit.rlim_cur);
 }
 

@@ -26,14 +26,12 @@ __attribute__((tls_model("initial-exec"))) thread_local ThreadNumber t_number = 
 Number *mapPage() {
     const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void *const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) {
+    if (page == MAP_FAILED)
         return nullptr;
-    }
     Number *expected = nullptr;
     Number *const fresh = new (page) Number(0);
-    if (madvise(page, size, MADV_WIPEONFORK) == 0 && g_page.compare_exchange_strong(expected, fresh)) {
+    if (madvise(page, size, MADV_WIPEONFORK) == 0 && g_page.compare_exchange_strong(expected, fresh))
         return fresh;
-    }
     (void)munmap(page, size);
     return expected;
 }
@@ -45,9 +43,8 @@ int learnProcess() {
         page = mapPage();
         g_pageRefused.store(page == nullptr, std::memory_order_relaxed);
     }
-    if (page != nullptr) {
+    if (page != nullptr)
         page->store(process, std::memory_order_relaxed);
-    }
     return process;
 }
 
@@ -60,9 +57,8 @@ int currentProcess() {
 }
 
 int currentThread(int process) {
-    if (t_number.process != process) {
+    if (t_number.process != process)
         t_number = {process, static_cast<int>(syscall(SYS_gettid))};
-    }
     return t_number.thread;
 }
 

@@ -51,24 +51,19 @@ Date dateOf(std::int64_t day) {
 std::size_t sequenceLength(const char *bytes, std::size_t left) {
     const auto byteAt = [bytes](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
     const unsigned char lead = byteAt(0);
-    if (lead < 0x80) {
+    if (lead < 0x80)
         return 1;
-    }
     const std::size_t length = lead < 0xC2 ? 0U : lead < 0xE0 ? 2U : lead < 0xF0 ? 3U : lead < 0xF5 ? 4U : 0U;
-    if (length == 0 || length > left) {
+    if (length == 0 || length > left)
         return 0;
-    }
     // The second byte excludes overlong forms, surrogates and what lies beyond U+10FFFF.
     const unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     const unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    if (byteAt(1) < low || byteAt(1) > high) {
+    if (byteAt(1) < low || byteAt(1) > high)
         return 0;
-    }
-    for (std::size_t i = 2; i < length; ++i) {
-        if ((byteAt(i) & 0xC0) != 0x80) {
+    for (std::size_t i = 2; i < length; ++i)
+        if ((byteAt(i) & 0xC0) != 0x80)
             return 0;
-        }
-    }
     return length;
 }
 
@@ -95,17 +90,15 @@ bool steersText(const char *bytes, std::size_t length) {
 // The code of a sequence of two or three bytes.
 unsigned codeOf(const char *bytes, std::size_t length) {
     unsigned code = static_cast<unsigned char>(bytes[0]) & (length == 2 ? 0x1FU : 0x0FU);
-    for (std::size_t i = 1; i < length; ++i) {
+    for (std::size_t i = 1; i < length; ++i)
         code = code << 6 | (static_cast<unsigned char>(bytes[i]) & 0x3FU);
-    }
     return code;
 }
 
 bool putEscaped(Text &out, const char *prefix, std::size_t length, unsigned char byte) {
     const char digits[] = {kHexDigits[byte >> 4], kHexDigits[byte & 0xF]};
-    if (static_cast<std::size_t>(out.end - out.at) < length + sizeof digits) {
+    if (static_cast<std::size_t>(out.end - out.at) < length + sizeof digits)
         return false;
-    }
     return putBytes(out, prefix, length) && putBytes(out, digits, sizeof digits);
 }
 
@@ -128,24 +121,21 @@ bool putNumber(Text &out, std::int64_t number) {
     char digits[21];
     char *at = digits + sizeof digits;
     auto rest = static_cast<std::uint64_t>(number);
-    if (number < 0) {
+    if (number < 0)
         rest = 0 - rest;
-    }
     do {
         *--at = static_cast<char>('0' + rest % 10);
         rest /= 10;
     } while (rest != 0);
-    if (number < 0) {
+    if (number < 0)
         *--at = '-';
-    }
     return putBytes(out, at, static_cast<std::size_t>(digits + sizeof digits - at));
 }
 
 bool putHex(Text &out, std::uint32_t number) {
     char digits[10] = {'0', 'x'};
-    for (std::size_t i = 0; i < 8; ++i) {
+    for (std::size_t i = 0; i < 8; ++i)
         digits[2 + i] = kHexDigits[number >> (28 - 4 * i) & 0xF];
-    }
     return putBytes(out, digits, sizeof digits);
 }
 
@@ -174,17 +164,15 @@ bool putVisible(Text &out, const char *bytes, std::size_t length) {
         const char *const known = byte == '\n' ? "\\n" : byte == '\t' ? "\\t" : byte == '\r' ? "\\r" : nullptr;
         const bool shown = sequence == 1 ? !isControl(byte) : sequence != 0 && !steersText(bytes + i, sequence);
         const std::size_t room = shown ? taken : known != nullptr ? 2 : 4 * taken;
-        if (static_cast<std::size_t>(out.end - out.at) < room) {
+        if (static_cast<std::size_t>(out.end - out.at) < room)
             return false;
-        }
         if (shown) {
             (void)putBytes(out, bytes + i, taken);
         } else if (known != nullptr) {
             (void)putBytes(out, known, 2);
         } else {
-            for (std::size_t k = 0; k < taken; ++k) {
+            for (std::size_t k = 0; k < taken; ++k)
                 (void)putEscaped(out, "\\x", 2, static_cast<unsigned char>(bytes[i + k]));
-            }
         }
         i += taken;
     }
@@ -196,9 +184,8 @@ bool needsCare(const char *bytes, std::size_t length) {
     for (; i + 8 <= length; i += 8) {
         std::uint64_t eight = 0;
         std::memcpy(&eight, bytes + i, sizeof eight);
-        if (wordNeedsCare(eight)) {
+        if (wordNeedsCare(eight))
             return true;
-        }
     }
     while (i < length && static_cast<signed char>(bytes[i]) >= 0x20 && bytes[i] != 0x7F) { // else negative
         ++i;
@@ -207,9 +194,8 @@ bool needsCare(const char *bytes, std::size_t length) {
 }
 
 bool putJson(Text &out, const char *string, std::size_t most) {
-    if (string == nullptr) {
+    if (string == nullptr)
         return putBytes(out, "null", 4);
-    }
     const std::size_t length = strnlen(string, most);
     bool fits = putBytes(out, "\"", 1);
     for (std::size_t i = 0; i < length && fits;) {
@@ -230,9 +216,8 @@ bool putJson(Text &out, const char *string, std::size_t most) {
         }
         i += sequence != 0 ? sequence : 1;
     }
-    if (fits && length == most && string[length] != '\0') {
+    if (fits && length == most && string[length] != '\0')
         fits = putBytes(out, "...", 3);
-    }
     return fits && putBytes(out, "\"", 1);
 }
 

@@ -68,20 +68,16 @@ constexpr Field kFields[] = {
     {"device", false}, {"mountPoint", false}, {"availableMiB", true}, {"sizeMiB", true}, {"thresholdMiB", true}};
 
 const Event &eventOf(const Info &info) {
-    for (const Event &event : kEvents) {
-        if (event.id == info.eventID) {
+    for (const Event &event : kEvents)
+        if (event.id == info.eventID)
             return event;
-        }
-    }
     return kOtherEvent;
 }
 
 const Severity &severityOf(const Info &info) {
-    for (const Severity &severity : kSeverities) {
-        if (severity.type == info.eventType) {
+    for (const Severity &severity : kSeverities)
+        if (severity.type == info.eventType)
             return severity;
-        }
-    }
     return kOtherSeverity;
 }
 
@@ -144,9 +140,8 @@ bool putJsonLine(Text &out, const Info &info, const timespec &now) {
     if (event.freeSpace)
         fits = fits && putForecast(out, info);
     fits = fits && putKey(out, "strings");
-    for (int i = 0; i < info.numOfStrings; ++i) {
+    for (int i = 0; i < info.numOfStrings; ++i)
         fits = fits && putText(out, i == 0 ? "[" : ",") && agent::putJson(out, info.strings[i], kStringMost);
-    }
     return fits && putText(out, info.numOfStrings == 0 ? "[]}\n" : "]}\n");
 }
 
@@ -178,9 +173,8 @@ bool isTorn(int file) {
 // Appends the line, which begins behind a newline at `bytes`, with one write.
 bool appendLine(const char *bytes, std::size_t length) {
     const int file = openWithRoom(static_cast<std::int64_t>(length));
-    if (file < 0) {
+    if (file < 0)
         return false;
-    }
     // No other sender may be in the midst of its line while the end of the file is examined.
     const std::size_t skipped = agent::lockBriefly(file) && isTorn(file) ? 0 : 1;
     const ssize_t written = write(file, bytes + skipped, length - skipped);
@@ -197,9 +191,8 @@ bool writeJson(const Info &info, const timespec &now) {
     const std::size_t strings = static_cast<std::size_t>(info.numOfStrings) + 1 + std::size(kFields);
     const std::size_t room = kJsonFrameRoom + strings * kJsonStringRoom;
     char *const bytes = static_cast<char *>(std::malloc(room)); // too much for the stack of somebody else's thread
-    if (bytes == nullptr) {
+    if (bytes == nullptr)
         return false;
-    }
     Text out = {bytes, bytes + room};
     const bool written = putText(out, "\n") && putJsonLine(out, info, now) &&
                          appendLine(bytes, static_cast<std::size_t>(out.at - bytes));
@@ -250,9 +243,8 @@ void SetAlertForecast(AlertForecast forecast) {
 
 int SendIndication(Info info) {
     const bool counted = info.numOfStrings >= 0 && info.numOfStrings <= kMostStrings;
-    if (info.sourceName == nullptr || !counted || (info.numOfStrings > 0 && info.strings == nullptr)) {
+    if (info.sourceName == nullptr || !counted || (info.numOfStrings > 0 && info.strings == nullptr))
         return -1;
-    }
     // A cancelled thread of the host would leave the file open and the buffer allocated.
     int before = 0;
     (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);

@@ -25,20 +25,17 @@ agent::TraceSettings settingsNow(agent::TraceMoment *when) {
 
 void SetFilePath(const char *logFileName) {
     // Callers select the same log before every line.
-    if (logFileName != nullptr && t_log != nullptr && std::strcmp(logFileName, agent::traceLogName(*t_log)) == 0) {
+    if (logFileName != nullptr && t_log != nullptr && std::strcmp(logFileName, agent::traceLogName(*t_log)) == 0)
         return;
-    }
     agent::TraceLogFile *const log = agent::traceLogNamed(logFileName);
-    if (log != nullptr) {
+    if (log != nullptr)
         t_log = log;
-    }
 }
 
 void TraceLog(int level, const char *tag, const char *functionName, int sourceLine, const char *format, ...) {
     agent::TraceLogFile *const log = t_log;
-    if (log == nullptr) {
+    if (log == nullptr)
         return;
-    }
     const int error = errno;
     agent::TraceMoment when = {};
     const agent::TraceSettings settings = settingsNow(&when);

@@ -51,12 +51,10 @@ __attribute__((noinline)) bool showVisibly(Text &out, char *body) {
 // Ends the line; a cut one not in the midst of a UTF-8 sequence.
 void finish(TraceLine &line, char *at, bool whole) {
     const auto isLast = [&at](int mask, int value) { return (static_cast<unsigned char>(at[-1]) & mask) == value; };
-    while (!whole && isLast(0xC0, 0x80)) {
+    while (!whole && isLast(0xC0, 0x80))
         --at;
-    }
-    if (!whole && isLast(0xC0, 0xC0)) {
+    if (!whole && isLast(0xC0, 0xC0))
         --at;
-    }
     const char *const ending = whole ? "\n" : kCutMark;
     const std::size_t length = std::strlen(ending);
     std::memcpy(at, ending, length);
@@ -82,9 +80,8 @@ void composeTrace(TraceLine &line, const TraceMoment &when, const TracePoint &po
             out.at += whole ? static_cast<std::size_t>(length) : room;
         }
     }
-    if (needsCare(body, static_cast<std::size_t>(out.at - body))) {
+    if (needsCare(body, static_cast<std::size_t>(out.at - body)))
         whole = showVisibly(out, body) && whole;
-    }
     finish(line, out.at, whole);
 }
 

@@ -80,9 +80,8 @@ bool isOurs(const TraceLogFile &log) {
 
 bool reopen(TraceLogFile &log, const char *path, bool ours, struct stat &status) {
     const int fresh = openAppend(path, O_WRONLY, status);
-    if (fresh < 0) {
+    if (fresh < 0)
         return false;
-    }
     const int file = log.file.load(std::memory_order_relaxed);
     // In place, under the old number: a writer that has just read the number writes into the new file, and never into
     // what the host opens next under a number that we gave back.
@@ -105,12 +104,10 @@ bool bringUp(TraceLogFile &log, const TraceSettings &settings, struct stat &stat
     for (int round = 0; round < kMostRounds; ++round) {
         const bool ours = isOurs(log);
         const bool current = ours && lstat(path, &status) == 0 && sameFile(status, log.identity);
-        if (!current && !reopen(log, path, ours, status)) {
+        if (!current && !reopen(log, path, ours, status))
             return false;
-        }
-        if (status.st_size < fullAt(settings) || !rotate(path, settings.files, fullAt(settings))) {
+        if (status.st_size < fullAt(settings) || !rotate(path, settings.files, fullAt(settings)))
             break;
-        }
     }
     return true;
 }
@@ -118,9 +115,8 @@ bool bringUp(TraceLogFile &log, const TraceSettings &settings, struct stat &stat
 // Looks after the file, unless another thread of this process does so already.
 void look(TraceLogFile &log, const TraceMoment &when, const TraceSettings &settings) {
     const std::int64_t late = log.size.load(std::memory_order_relaxed) - log.lookAt.load(std::memory_order_relaxed);
-    if (!beginLook(log.watch, when, late > lateMost(settings) / 2)) {
+    if (!beginLook(log.watch, when, late > lateMost(settings) / 2))
         return;
-    }
     if (!hasLooked(log.watch, when.process)) {
         // What the parent lost is the parent's to tell.
         log.dropped.store(0, std::memory_order_relaxed);
@@ -157,13 +153,11 @@ bool append(TraceLogFile &log, const TraceSettings &settings, const TraceLine &l
     const char *const begin = repair ? line.bytes : line.bytes + 1;
     const std::size_t length = repair ? line.length + 1 : line.length;
     const ssize_t written = write(log.file.load(std::memory_order_acquire), begin, length);
-    if (written == static_cast<ssize_t>(length)) {
+    if (written == static_cast<ssize_t>(length))
         return true;
-    }
     log.size.fetch_sub(bytes, std::memory_order_relaxed);
-    if (written > 0 || repair) {
+    if (written > 0 || repair)
         log.torn.store(true, std::memory_order_relaxed);
-    }
     if (written < 0 && errno == EBADF) {
         log.lookAt.store(0, std::memory_order_relaxed); // the host closed it: the next line opens it again
     }
@@ -174,14 +168,12 @@ bool append(TraceLogFile &log, const TraceSettings &settings, const TraceLine &l
 __attribute__((noinline)) bool reportDropped(TraceLogFile &log, const TraceSettings &settings,
                                              const TraceMoment &when) {
     const std::uint32_t lines = log.dropped.exchange(0, std::memory_order_relaxed);
-    if (lines == 0) {
+    if (lines == 0)
         return true;
-    }
     TraceLine line;
     composeDropped(line, when, lines);
-    if (append(log, settings, line)) {
+    if (append(log, settings, line))
         return true;
-    }
     log.dropped.fetch_add(lines, std::memory_order_relaxed);
     return false;
 }
@@ -189,9 +181,8 @@ __attribute__((noinline)) bool reportDropped(TraceLogFile &log, const TraceSetti
 } // namespace
 
 TraceLogFile *traceLogNamed(const char *name) {
-    if (name == nullptr || !isPlainName(name)) {
+    if (name == nullptr || !isPlainName(name))
         return nullptr;
-    }
     // Everybody takes the first free place, so a name is entered once, however many threads bring it at a time.
     for (TraceLogFile &log : g_logs) {
         int naming = kFree;
@@ -200,9 +191,8 @@ TraceLogFile *traceLogNamed(const char *name) {
             log.naming.store(kNamed, std::memory_order_release);
             return &log;
         }
-        if (isNamed(log) && std::strcmp(log.name, name) == 0) {
+        if (isNamed(log) && std::strcmp(log.name, name) == 0)
             return &log;
-        }
     }
     return nullptr;
 }

@@ -37,12 +37,10 @@ bool isBlank(char c) {
 
 // The text between two positions without the blanks around it, ended by a zero in place.
 char *trimmed(char *begin, char *end) {
-    while (begin < end && isBlank(*begin)) {
+    while (begin < end && isBlank(*begin))
         ++begin;
-    }
-    while (end > begin && isBlank(end[-1])) {
+    while (end > begin && isBlank(end[-1]))
         --end;
-    }
     *end = '\0';
     return begin;
 }
@@ -50,9 +48,8 @@ char *trimmed(char *begin, char *end) {
 // A plain decimal number, moved to the nearest allowed one; `otherwise` for anything else.
 std::int64_t numberOf(const char *text, std::int64_t least, std::int64_t most, std::int64_t otherwise) {
     const std::size_t length = std::strlen(text);
-    if (length == 0 || length > 18 || std::strspn(text, "0123456789") != length) {
+    if (length == 0 || length > 18 || std::strspn(text, "0123456789") != length)
         return otherwise;
-    }
     return std::clamp<std::int64_t>(std::strtoll(text, nullptr, 10), least, most);
 }
 
@@ -86,9 +83,8 @@ void parse(char *text, TraceSettings &settings) {
 TraceSettings readFile() {
     TraceSettings settings = kDefaults;
     const int file = open(kPath, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (file < 0) {
+    if (file < 0)
         return settings;
-    }
     char text[kFileRoom];
     struct stat status = {};
     const ssize_t length =
@@ -120,9 +116,8 @@ void refresh(const TraceMoment &now) {
 } // namespace
 
 TraceSettings traceSettings(const TraceMoment &now) {
-    if (isLookDue(g_watch, now)) {
+    if (isLookDue(g_watch, now))
         refresh(now);
-    }
     return {g_normal.load(std::memory_order_relaxed), g_maxBytes.load(std::memory_order_relaxed),
             g_capacity.load(std::memory_order_relaxed), g_files.load(std::memory_order_relaxed)};
 }

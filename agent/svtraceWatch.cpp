@@ -27,14 +27,12 @@ bool isLookDue(const Watch &watch, const TraceMoment &now) {
 bool beginLook(Watch &watch, const TraceMoment &now, bool needed) {
     // A keeper of another process is the parent's thread, which a forked child does not have: its place is free.
     int keeper = watch.keeper.load(std::memory_order_relaxed);
-    if (keeper != now.process && watch.keeper.compare_exchange_strong(keeper, now.process)) {
+    if (keeper != now.process && watch.keeper.compare_exchange_strong(keeper, now.process))
         return true;
-    }
     const auto isLooking = [&watch, &now] { return watch.keeper.load(std::memory_order_acquire) == now.process; };
     const bool waits = needed || !hasLooked(watch, now.process);
-    for (int step = 0; waits && step < kSteps && isLooking(); ++step) {
+    for (int step = 0; waits && step < kSteps && isLooking(); ++step)
         (void)nanosleep(&kStep, nullptr);
-    }
     return false;
 }
 

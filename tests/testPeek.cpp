@@ -18,6 +18,7 @@
 
 #include "agentDir.h"
 #include "failure.h"
+#include "keyedSegment.h"
 #include "oxtFile.h"
 #include "oxtFsSave.h"
 #include "oxtPaths.h"
@@ -93,9 +94,7 @@ class Peek : public ::testing::Test {
                 shmctl(id, IPC_RMID, nullptr);
     }
     int makeSegment(int digit, const std::string &bytes) const {
-        std::ofstream(keyFileOf(root_, digit)).close();
-        const int id = shmget(ftok(keyFileOf(root_, digit).c_str(), OXT_SHMKEY_PROJECT), bytes.size(),
-                              IPC_CREAT | IPC_EXCL | 0600);
+        const int id = makeUnderKey(keyFileOf(root_, digit), OXT_SHMKEY_PROJECT, bytes.size(), root_ + "taken");
         void *at = shmat(id, nullptr, 0);
         memcpy(at, bytes.data(), bytes.size());
         shmdt(at);

@@ -1,4 +1,5 @@
 // Shared-memory segments: key files, stale keys, copies and resizing.
+#include "keyedSegment.h"
 #include "room.h"
 
 #include <cstring>
@@ -21,16 +22,6 @@ class Segments : public Room {
             names.push_back(entry.path().filename());
         std::sort(names.begin(), names.end());
         return names;
-    }
-    static int makeUnderKey(const std::string &keyFile) {
-        int id = -1;
-        for (int n = 0; id == -1 && n < 20; ++n) { // another program may have the key of a file's inode
-            if (n > 0)
-                std::filesystem::rename(keyFile, agentPath("data/taken") + std::to_string(n));
-            std::ofstream(keyFile).close();
-            id = shmget(ftok(keyFile.c_str(), OXT_SHMKEY_PROJECT), 100, IPC_CREAT | IPC_EXCL | 0600);
-        }
-        return id;
     }
     static bool exists(int id) {
         struct shmid_ds ds = {};
@@ -66,7 +57,7 @@ TEST_F(Segments, ANewOneIsTheOwnersAlone) {
 }
 
 TEST_F(Segments, StaleKeysAreSteppedAround) {
-    const int stale = makeUnderKey(base + "2");
+    const int stale = makeUnderKey(base + "2", OXT_SHMKEY_PROJECT, 100, agentPath("data/taken"));
     shm.shmId = create(2, 1840);
     EXPECT_GT(shm.shmId, 0);
     EXPECT_NE(shm.shmId, stale);
@@ -80,7 +71,7 @@ TEST_F(Segments, StaleKeysAreSteppedAround) {
     // A dead provider's segment is cleared away.
     const pid_t child = fork();
     if (child == 0)
-        _exit(makeUnderKey(base + "1") > 0 ? 0 : 1);
+        _exit(makeUnderKey(base + "1", OXT_SHMKEY_PROJECT, 100, agentPath("data/taken")) > 0 ? 0 : 1);
     int status = 1;
     waitpid(child, &status, 0);
     ASSERT_EQ(status, 0);

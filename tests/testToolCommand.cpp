@@ -29,6 +29,7 @@
 #include "golden.h"
 #include "grid.h"
 #include "jsonSchema.h"
+#include "keyedSegment.h"
 #include "providerSegment.h"
 
 namespace {
@@ -243,10 +244,7 @@ TEST_F(ToolCommand, WatchEndsByItselfAtAKeyAndWhenNobodyReads) {
 TEST_F(ToolCommand, ASegmentOfAnotherProcessStopsAChange) {
     mountTwo();
     const std::string keyFile = agentPath("work/oxtfsshm.key0");
-    std::ofstream(keyFile).close();
-    const int first = shmget(IPC_PRIVATE, 1, 0600); // an identifier of 0, perhaps, which is never a provider's
-    const int id = shmget(ftok(keyFile.c_str(), oxttool::kKeyProject), 8, IPC_CREAT | IPC_EXCL | 0600);
-    shmctl(first, IPC_RMID, nullptr);
+    const int id = makeUnderKey(keyFile, oxttool::kKeyProject, 8, agentPath("work/taken"));
     ASSERT_GT(id, 0);
     const Ended busy = run("warn 1 5M");
     EXPECT_EQ(busy.exit, 3);

@@ -15,6 +15,7 @@
 #include "alertFile.h"
 #include "failure.h"
 #include "golden.h"
+#include "keyedSegment.h"
 #include "lineFile.h"
 #include "passSigns.h"
 #include "providerSegment.h"
@@ -188,7 +189,7 @@ TEST_F(ToolFiles, ProviderAtWorkIsFoundByItsLivingMaker) {
 
     const pid_t maker = fork();
     if (maker == 0) {
-        shmget(ftok(keyFile.c_str(), kKeyProject), 16, IPC_CREAT | IPC_EXCL | 0600);
+        makeUnderKey(keyFile, kKeyProject, 16, root_ + "taken");
         for (;;)
             pause();
     }

@@ -13,8 +13,9 @@ int fsCreateThread(const OxtCInfo *cInfo);
 void *fsWatchThread(void *cInfo);
 
 // Stops the thread if it runs, saves and frees the store, and leaves the provider uninitialised. Failures are traced
-// and passed over. If the pass does not end within 30 seconds, or another start or stop within 3, it gives up and keeps
-// the store, which the thread still uses; the thread ends at its next sleep.
+// and passed over. If the pass does not end within 30 seconds, it gives up and keeps the store, which the thread still
+// uses; the thread ends at its next sleep. If another start or stop does not within 3, it gives up as well, and the
+// thread goes on.
 void fsExitThread(const OxtCInfo *cInfo);
 
 #endif

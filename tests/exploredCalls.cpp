@@ -79,6 +79,10 @@ void setFilePath(const char *) {
 void traceLog(int, const char *, const char *, int, const char *, ...) {
     use(0);
 }
+int traceWanted(int) {
+    use(0);
+    return 1;
+}
 int sendIndication(Info) {
     use(1);
     ++alertsSent;
@@ -263,6 +267,7 @@ void *__wrap_dlopen(const char *path, int) {
 void *__wrap_dlsym(void *, const char *name) {
     return strcmp(name, "TraceLog") == 0         ? reinterpret_cast<void *>(traceLog)
            : strcmp(name, "SetFilePath") == 0    ? reinterpret_cast<void *>(setFilePath)
+           : strcmp(name, "TraceWanted") == 0    ? reinterpret_cast<void *>(traceWanted)
            : strcmp(name, "SendIndication") == 0 ? reinterpret_cast<void *>(sendIndication)
                                                  : nullptr;
 }

@@ -45,6 +45,7 @@ struct Meeting {
     const char *hangs = nullptr; // this call, once, for 40 seconds
     bool agent = false;          // its libraries are there
     bool atomics = false;
+    int preemptions = 1; // of the short form
 };
 
 class Schedules : public testing::Test {
@@ -270,7 +271,7 @@ void Schedules::meet(const Meeting &meeting) {
                 ask(name);
         });
     const bool longForm = getenv("OXT_LONG") != nullptr;
-    explorer::explore(meeting.name, scenario, longForm ? 2 : 1, longForm ? 10'000 : 100);
+    explorer::explore(meeting.name, scenario, longForm ? 2 : meeting.preemptions, longForm ? 10'000 : 100);
 }
 
 TEST_F(Schedules, AFirstRequestBesideAFirstRequest) {
@@ -310,7 +311,7 @@ TEST_F(Schedules, CleanUpsBesideARead) {
     meet({"clean-ups beside a read", false, {"files"}, {{"clean-up"}, {"method clean-up"}, {"files"}}});
 }
 TEST_F(Schedules, TheLibrarysClosingBesideATraceCall) {
-    meet({"the library's closing beside a trace call", false, {}, {{"clean-up"}, {"refused"}}, nullptr, true, true});
+    meet({"the library's closing beside a trace call", false, {}, {{"clean-up"}, {"refused"}}, nullptr, true, true, 2});
 }
 TEST_F(Schedules, StopBesideRequests) {
     meet({"stop beside a read", true, {"start", "a second"}, {{"stop"}, {"files"}}});

@@ -31,7 +31,7 @@ ways() { printf %s "$*" >"$prefix/sbin/sfcbd.ways"; }
 prefix=$base/sfcb
 fake_sfcb "$prefix" "$daemon"
 install_register "$register"
-sed -i 's/^daemon_ends_within=.*/daemon_ends_within=2/; s/^daemon_answers_within=.*/daemon_answers_within=1/' \
+sed -i 's/^daemon_ends_within=.*/daemon_ends_within=2/; s/^daemon_answers_within=.*/daemon_answers_within=3/' \
     "$shared/sfcb-daemon.sh"
 staged=$prefix/var/stage/mofs/root
 other=$staged/cimv2/Other.mof

@@ -89,10 +89,24 @@ namesInAlerts() {
 }
 
 # A real bash, at a real terminal: types the beginning of the name, presses Tab, and sees which arguments bash makes of it.
+said() { # how much since its prompt came
+    if grep -q 'ready>' "$base/terminal"; then stat -c %s "$base/terminal"; fi
+}
+atATerminal() { # atATerminal KEYS...: each when it has said something and no more since, or after a minute
+    local keys before end=$((SECONDS + 60))
+    : >"$base/terminal"
+    for keys in "$@" $'\nexit\n'; do
+        before=
+        until [ -n "$before" ] && [ "$(said)" = "$before" ] || [ $SECONDS -ge $end ]; do
+            before=$(said)
+            sleep 0.2
+        done
+        printf %s "$keys"
+    done | TERM=dumb timeout 70 script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >>"$base/terminal" 2>&1
+}
 completesTo() { # completesTo TYPED NAME
     : >"$base/arguments"
-    (sleep 0.2; printf 'oxtfsctl get %s\t' "$1"; sleep 0.2; printf '\nexit\n') | TERM=dumb timeout 60 \
-        script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >"$base/terminal" 2>&1
+    atATerminal "oxtfsctl get $1"$'\t'
     [ ! -e "$base/names/pwned" ] || fail "Tab ran $2"
     rm -f "$base/names/pwned"
     # What is no text stands there as list shows it.
@@ -106,7 +120,7 @@ completion() {
     mkdir -p "$base/names"
     cat >"$base/bashrc" <<BASH
 cd $base/names
-PS1=
+PS1='ready>'
 source $here/../packaging/completion/oxtfsctl
 oxtfsctl() { printf '%s\0' "\$@" >$base/arguments; }
 BASH
@@ -124,8 +138,7 @@ BASH
     for name in "${hostile[@]}"; do
         mount -t tmpfs /dev/none "$base/names/${name//PWNED/pwned}" || fail "cannot mount on $name"
     done
-    (sleep 0.2; printf 'oxtfsctl get %s\t\t' "$base/names/"; sleep 0.5; printf '\ny\nexit\n') | TERM=dumb timeout 60 \
-        script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >"$base/terminal" 2>&1
+    atATerminal "oxtfsctl get $base/names/"$'\t\t' $'\ny'
     for shown in '\x1b[31mred\x1b]0;title\x07' 'bidi \xe2\x80\xaegnp' 'Latin-1 \xe9' 'two\x0alines' 'back\slash\x5cx41' 'ü → 語'; do
         grep -qF "$shown" "$base/terminal" || fail "Tab does not show $shown: $(cat -v "$base/terminal")"
     done

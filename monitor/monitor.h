@@ -1,5 +1,5 @@
-// The long-running monitor: it hosts the provider in service mode, answers on its sockets, tells of alerts, and says when
-// something is wrong. This is its main loop; nothing in it waits for a disk, a client or a program.
+// The long-running monitor: it hosts the provider in service mode, answers on its sockets, tells of alerts, and says
+// when something is wrong. This is its main loop; nothing in it waits for a disk, a client or a program.
 #ifndef OXT_MONITOR_MONITOR_H
 #define OXT_MONITOR_MONITOR_H
 

@@ -87,7 +87,7 @@ void alert(const OxtCInfo *cInfo, unsigned evId, const FsProv *prov) {
         fsPutAlert(evId, prov);
 }
 
-// The alert goes out before the records are published. If they cannot be, the next pass finds the old status again and
+// The alert goes out before the records are installed. If they cannot be, the next pass finds the old status again and
 // sends the alert once more; in the other order a failure in between would lose it.
 void mergeKnown(const OxtCInfo *cInfo, FsProv *cur, const FsProv *ins) {
     keepSettings(cur, ins);

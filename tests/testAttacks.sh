@@ -33,7 +33,8 @@ attack() { # attack ACCOUNT WHAT FUNCTION
 # A monitor, left to work until it is ended, and with its first pass done; started by way of the command `through`.
 through=()
 watch() { # watch [OPTION...]
-    "${through[@]}" "$tool" watch "$@" >"$base/watch" 2>&1 &
+    : >"$base/watch" # here: the line of the one before could be taken for this one's
+    "${through[@]}" "$tool" watch "$@" >>"$base/watch" 2>&1 &
     watching=$!
     for _ in $(seq 600); do
         grep -qs "pass 1" "$base/watch" && return

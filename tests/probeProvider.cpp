@@ -47,6 +47,7 @@ std::string missing(const Request &r) {
     note(CMGetProperty(newInstance(r), "None", &rc));
     note(CMGetKey(r.op, "None", &rc));
     note(CMGetArg(r.in, "None", &rc));
+    note(CMGetArgAt(r.in, 0, nullptr, &rc));
     note(CMGetContextEntry(r.ctx, "None", &rc));
     note(CMGetArrayElementAt(array, 2, &rc));
     seen += code(CMSetArrayElementAt(array, 0, "x", CMPI_chars));
@@ -82,7 +83,16 @@ std::string values(const Request &r) {
     CMPIDateTime *when = CMGetProperty(inst, "when", &rc).value.dateTime;
     seen += std::to_string(CMGetBinaryFormat(when, nullptr)) + " ";
     seen += std::string(CMGetCharsPtr(CMGetStringFormat(when, nullptr), nullptr)) + " ";
-    return seen + code(rc, CMGetProperty(inst, "nothing", &rc));
+    seen += code(rc, CMGetProperty(inst, "nothing", &rc));
+    for (const CMPIUint16 one : {CMPIUint16{1}, number})
+        CMAddContextEntry(r.ctx, "Number", &one, CMPI_uint16);
+    seen += std::to_string(CMGetContextEntry(r.ctx, "Number", &rc).value.uint16) + " ";
+    CMPIObjectPath *path = CMNewObjectPath(broker, "root/TAVRIN/AS", "OXT_GeneralInformation", nullptr);
+    CMPIArray *all = CMToArray(CBEnumInstances(broker, r.ctx, path, nullptr, nullptr), nullptr);
+    seen += std::to_string(all->ft->getSimpleType(all, nullptr)) + " ";
+    path->ft->setNameSpaceFromObjectPath(path, r.op);
+    seen += std::string(CMGetCharsPtr(CMGetClassName(path, nullptr), nullptr)) + " ";
+    return seen + (CMGetBinaryFormat(CMNewDateTime(broker, nullptr), nullptr) > 1'700'000'000'000'000 ? "now" : "past");
 }
 
 std::string echo(const Request &r) {
@@ -205,6 +215,8 @@ CMPIStatus invoke(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt
     const std::string text = deed != std::end(deeds) ? deed->run(request) : misuse(request, name);
     if (name == "doneTwice" || name == "dataAfterDone")
         CMReturnDone(rslt);
+    if (name == "dataTwice")
+        CMReturnData(rslt, text.c_str(), CMPI_chars);
     const CMPIStatus rc = CMReturnData(rslt, text.c_str(), CMPI_chars);
     return name == "dataAfterDone" ? rc : CMReturnDone(rslt);
 }

@@ -92,7 +92,9 @@ TEST_F(Alert, EveryEventInBothLogs) {
     expectGolden("alerts.txt", both);
     // The largest alert there is: sixteen strings, each longer than what is passed on and all of it escaped.
     const std::string tooLong(2000, '\x01');
-    EXPECT_EQ(send(0xC00403E8U, 1, Strings(16, tooLong.c_str()), tooLong.c_str()), 0);
+    const std::string longest(1024, 's');
+    EXPECT_EQ(send(0xC00403E8U, 1, Strings(16, tooLong.c_str()), longest.c_str()), 0);
+    EXPECT_EQ(alertsIn(kFile).back()["source"], longest) << "whole";
     EXPECT_EQ(alertsIn(kFile).back()["strings"], json(std::vector<std::string>(16, std::string(1024, '\x01') + "...")));
 }
 
@@ -126,6 +128,8 @@ TEST_F(Alert, RefusesBrokenRecords) {
     EXPECT_FALSE(fs::exists(kFile));
     EXPECT_TRUE(system.systemLog().empty());
     EXPECT_EQ(SendIndication({0, 3, "source", 1, 1, 16, strings}), 0);
+    int state = PTHREAD_CANCEL_DISABLE;
+    EXPECT_TRUE(pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state) == 0 && state == PTHREAD_CANCEL_ENABLE);
 }
 
 TEST_F(Alert, TheFileIsBoundedAndAStumpDoesNotSpoilTheNextLine) {
@@ -134,9 +138,12 @@ TEST_F(Alert, TheFileIsBoundedAndAStumpDoesNotSpoilTheNextLine) {
     std::ifstream file(kFile);
     std::string line;
     EXPECT_TRUE(std::getline(file, line) && std::getline(file, line) && json::accept(line)) << line;
+    const auto open = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = open();
     for (int i = 0; i < 2; ++i) {
         fs::resize_file(kFile, kMaxBytes);
         EXPECT_EQ(sendCountChange(), 0);
+        EXPECT_EQ(open(), before);
         EXPECT_EQ(fs::file_size(kOlderFile), kMaxBytes);
         EXPECT_EQ(alertsIn(kFile).size(), 1U);
     }

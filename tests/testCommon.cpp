@@ -54,7 +54,13 @@ TEST(Binding, TheLogsNameFollowsTheLastCallAndFits) {
     EXPECT_EQ(LoadLibrary(nullptr), nullptr);
     EXPECT_EQ(LoadLibrary(std::string(600, 'x').c_str()), nullptr);
     EXPECT_EQ(GetProcAddress(nullptr, "TraceLog"), nullptr);
+    system.speedUpWaits(100);
+    oxtTraceBegin(); // a thread that does not leave
     FinishProcess();
+    oxtTraceEnd();
+    EXPECT_TRUE(oxtTraceBound());
+    FinishProcess();
+    EXPECT_FALSE(oxtTraceBound());
 }
 
 // Our own trace library tells that its settings switch normal lines off: then they are not even handed over, but for a
@@ -201,7 +207,9 @@ TEST_F(Common, LocksAreTriedThirtyTimes) {
         while (!locked)
             std::this_thread::yield();
         trace.clear();
+        const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(nonsrvMutexLock(&cInfo, &mutex), taken ? 0 : -1) << freedAfter;
+        EXPECT_TRUE(taken || std::chrono::steady_clock::now() - begin >= std::chrono::milliseconds(300));
         const int tries = trace.countOf("pthread_mutex_trylock() EBUSY...");
         EXPECT_EQ(system.calls(Call::Usleep) - before, tries);
         EXPECT_GE(tries, std::min(freedAfter, 30));

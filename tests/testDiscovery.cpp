@@ -74,10 +74,12 @@ class Discovery : public Room {
         system.setVolume("/m", volume);
     }
     void mountDevices(const std::string &mounts) {
-        system.setDrivers("Character devices:\n  8 fd\n 11 sr\n\nBlock devices:\n  2 fd\n  8 sd\n  9 md\n\n");
+        system.setDrivers(
+            "Character devices:\n  8 fd\n 11 sr\n\nBlock devices:\n  2 fd\n  8 sd\n  9 md\n259 blkext\n\n");
         system.addDevice("/dev/sda1", S_IFBLK, 8, 1);
         system.addDevice("/dev/fd0", S_IFBLK, 2, 0);
         system.addDevice("/dev/chr", S_IFCHR, 11, 0);
+        system.addDevice("/dev/nvme0n1p1", S_IFBLK, 259, 1);
         system.addDevice("/dev/wide", S_IFBLK, 0x1000 + 9, 0x12345);
         system.addDevice("/dev/" + std::string(300, 'x'), S_IFBLK, 9, 0);
         setKind(kExt);
@@ -266,7 +268,7 @@ TEST_F(Discovery, LongTablesAndLongFields) {
 
     const std::string dir = "/" + std::string(5000, 'd');
     system.addFileSystem("/dev/" + std::string(4000, 'x'), 8, dir, "ext4", 1000, 500);
-    system.addFileSystem("/dev/sdb1", 8, "/b", "xfs", 1000, 500);
+    system.addFileSystem("/dev/sdb1", 8, "/" + std::string(300, 'b'), "xfs", 1000, 500);
     system.setMounts("overlay /o overlay lowerdir=" + std::string(60'000, 'l') + " 0 0\n");
     const std::vector<FsProv> records = snapshot();
     ASSERT_EQ(records.size(), 2U);
@@ -274,6 +276,7 @@ TEST_F(Discovery, LongTablesAndLongFields) {
     EXPECT_EQ(records[0]._FileSystemSize, 0);
     EXPECT_STREQ(records[0].Name, "Unknown");
     EXPECT_STREQ(records[1].Name, "/dev/sdb1");
+    EXPECT_EQ(records[1]._FileSystemSize, 1000) << "cut in the record alone";
 }
 
 TEST_F(Discovery, InformationAndFreeSpaceOfAMountPoint) {

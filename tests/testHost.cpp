@@ -185,9 +185,9 @@ TEST(Host, RefusesWhatIsNoProvider) {
 TEST(Schema, TypesArgumentsAndProperties) {
     const struct {
         const char *parameter, *text, *arrives;
-    } rows[] = {{"u", "300", "0090:300"},     {"U", "65566", "0090:30"}, {"u", "-1", "0090:65535"},
-                {"u", "abc", "0090:30818"},   {"s", "-2", "00d0:65534"}, {"b", "TRUE", "0002:1"},
-                {"t", "65566", "1600:65566"}, {"other", "5", "1600:5"}};
+    } rows[] = {{"u", "300", "0090:300"},   {"U", "65566", "0090:30"},    {"u", "-1", "0090:65535"},
+                {"u", "abc", "0090:30818"}, {"s", "-2", "00d0:65534"},    {"b", "TRUE", "0002:1"},
+                {"b", "1", "0002:1"},       {"t", "65566", "1600:65566"}, {"other", "5", "1600:5"}};
     Host host(probe(Flavour::Sfcb, schema));
     for (const auto &row : rows)
         EXPECT_EQ(call(host, "echo", {{row.parameter, host.argument("oxt_probe", "ECHO", row.parameter, row.text)}}),
@@ -195,6 +195,8 @@ TEST(Schema, TypesArgumentsAndProperties) {
     EXPECT_EQ(host.argument("OXT_Probe", "echo", "s", "65534").number, -2);
     const Reply reply = host.getInstance("OXT_Probe");
     EXPECT_EQ(textOf(reply.instances.at(0).properties), "Text=text Id=7 Number=70000 "); // a wider number replaces
+    Host keyed(probe(Flavour::Sfcb, "class OXT_Probe { [Key] string Id; [Key] string Unset; };"));
+    EXPECT_EQ(textOf(keyed.getInstance("OXT_Probe").instances.at(0).keys), "Id=7 ");
     Host strict(probe(Flavour::Standard, schema));
     EXPECT_EQ(strict.getInstance("OXT_Probe").rc, CMPI_RC_ERR_TYPE_MISMATCH);
     Host wrong(probe(Flavour::Sfcb, "class OXT_Probe { datetime Text; };"));

@@ -227,7 +227,7 @@ TEST_F(Pass, WhatAClientCommitsMeanwhileIsKept) {
     EXPECT_NE(stored(2).WarningThreshold, 700U);
     copy = stored(0);
     copy._FileSystemSize = 1; // what was read is no more
-    const FsEdit late = {OXT_CID_FS_PROV, 0, &copy, offsetof(FsProv, MonitorThreshold), 2, 0};
+    const FsEdit late = {OXT_CID_FS_PROV, 5'000'000, &copy, offsetof(FsProv, MonitorThreshold), 2, 0}; // nor so many
     EXPECT_EQ(fsSetInstance(&cInfo, &late), -1);
     EXPECT_EQ(stored(0).MonitorThreshold, 1);
 }
@@ -259,6 +259,12 @@ TEST_F(Pass, StepsThatFail) {
     system.inject(Call::Shmat, 0, EACCES);
     EXPECT_EQ(pass(), 0);
     EXPECT_EQ(roots().size(), 22U);
+    FsProv copy = stored(0);
+    const FsEdit edit = {OXT_CID_FS_PROV, 0, &copy, offsetof(FsProv, WarningThreshold), 4, 600};
+    EXPECT_EQ(fsSetInstance(&cInfo, &edit), 0);
+    system.stopInjecting();
+    EXPECT_EQ(pass(), 0);
+    EXPECT_EQ(stored(0).WarningThreshold, 600U) << "an older segment is not read back";
 }
 
 TEST_F(Pass, AnUneventfulPassWritesAKnownNumberOfLines) {

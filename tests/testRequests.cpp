@@ -131,7 +131,7 @@ TEST_F(Requests, TextsOfAnyBytesAreShownAsUtf8) {
         {"/d\xE9j\xE0", "/d\uFFFDj\uFFFD"},
         {"/ctl\x01\x7F\x1F", "/ctl\uFFFD\x7F\uFFFD"},
         {"/tab\tline\nspace back\\", "/tab\tline\nspace back\\"},
-        {"/é\u30C7\U0001F600", "/é\u30C7\U0001F600"},
+        {"/é\u30C7\U0001F600\u0080\u0800\U00010000", "/é\u30C7\U0001F600\u0080\u0800\U00010000"},
         {"/over\xC0\xAF\xE0\x80\x80", "/over\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
         {"/surrogate\xED\xA0\x80", "/surrogate\uFFFD\uFFFD\uFFFD"},
         {"/none\xEF\xBF\xBE\xF4\x90\x80\x80", "/none\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},

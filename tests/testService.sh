@@ -95,6 +95,7 @@ status 0 "the rule in line 4" "$tool" get "$directory"
 sed -i 's/30%/32%/' "$base/settings" && cp "$base/settings" "${agent}oxtfs.toml"
 status 0 "$directory: warning threshold" "$tool" apply
 equal "once more" "$("$tool" apply)" ""
+status 0 "the rule in line 4" "$tool" get "$directory"
 sed 's/^cycle.*/cycle = 11/' "$base/settings" >"${agent}oxtfs.toml"
 kill -HUP $watch
 within 5 sh -c "$tool config | grep -q 'Cycle: 11'" || fail "a new cycle"

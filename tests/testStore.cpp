@@ -133,6 +133,11 @@ TEST_F(Store, DamagedAndForeignSaveFiles) {
         EXPECT_EQ(fsFreeInstance(&cInfo), 0);
     }
     EXPECT_EQ(fileContent(savePath()), image(kVersion, 17, 3, 3)) << "reading changes nothing";
+    std::filesystem::remove(savePath());
+    ASSERT_EQ(mkfifo(savePath().c_str(), 0600), 0); // is not waited for
+    EXPECT_EQ(fsInitInstance(&cInfo), 0);
+    EXPECT_EQ(fsSetInstance(&cInfo), -1);
+    std::filesystem::remove(savePath());
 }
 
 TEST_F(Store, TextsWithoutEndAreEnded) {

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "alertFile.h"
+#include "columns.h"
 #include "failure.h"
 #include "golden.h"
 #include "json.h"
@@ -129,6 +130,7 @@ TEST(ToolShow, TheScreenShowsTheWorstWhereNotAllFit) {
         fs.status = i == 7 ? 3 : 1;
         view.fileSystems.push_back(fs);
     }
+    EXPECT_EQ(freePercent(view.fileSystems[0]), "10%");
     Look look;
     look.columns = {"mountpoint"};
     ScreenState state;

@@ -112,6 +112,8 @@ class ToolCommand : public ::testing::Test {
             if (ended.out.append(buffer, static_cast<std::size_t>(got));
                 cue && ended.out.find(cue) != std::string::npos)
                 cue = write(terminal, keys.data(), keys.size()) > 0 ? nullptr : cue;
+        termios state = {};
+        EXPECT_TRUE(tcgetattr(terminal, &state) == 0 && (state.c_lflag & ECHO) != 0) << "the terminal shows no typing";
         close(terminal);
         ended.out = std::regex_replace(ended.out, std::regex("\r"), "");
         ended.exit = finish(child).exit;
@@ -192,6 +194,7 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
         const json peeked = parsed("peek --json");
         EXPECT_EQ(JsonSchema().problem("peek", peeked), "");
         EXPECT_EQ(peeked.at("filesystems"), saved);
+        EXPECT_EQ(peeked.at("provider").at("overdue"), false);
         EXPECT_EQ(peeked.at("config").at("cycle"), 10);
     }
     EXPECT_THAT(run("peek --format prometheus").out, HasSubstr("oxtfs_monitor_cycle_seconds 10\n"));
@@ -213,6 +216,7 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     for (const char *socket : {"work/oxtfs.sock", "run/oxtfs.sock"})
         EXPECT_TRUE(filesystem::remove(agentPath(socket)));
     EXPECT_THAT(run("list").err, HasSubstr("Records of process " + std::to_string(watch)));
+    EXPECT_EQ(run("list --raw").err, "");
     EXPECT_EQ(run("warn 1 5").exit, 3) << "its settings are its own";
     EXPECT_EQ(kill(watch, SIGTERM), 0);
     const Ended ended = finish(watch, "watch");
@@ -221,6 +225,7 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_THAT(fileContent("/mnt/metrics"), ::testing::EndsWith("\noxtfs_monitor_up 0\n")) << "and the file knows it";
     EXPECT_THAT(fileContent("/mnt/metrics"), ::testing::Not(HasSubstr("filesystem_")));
     EXPECT_EQ(run("list " + metrics).exit, 0) << "a look on the spot";
+    EXPECT_EQ(run("list /nowhere " + metrics).exit, 1) << "which leaves the file";
     EXPECT_THAT(fileContent("/mnt/metrics"), HasSubstr("\noxtfs_monitor_up 0\n"));
     EXPECT_THAT(fileContent("/mnt/metrics"), HasSubstr("mountpoint=\"/mnt/big\""));
     EXPECT_EQ(parsed("config --json")["config"]["cycle"], 10) << "the cycle stays set";
@@ -278,6 +283,7 @@ TEST_F(ToolCommand, TheLogIsShownAndFollowed) {
     EXPECT_THAT(texts(run("log --json --failures -n 2").out), ElementsAre("b Failure!!", "d Failure!!"));
     EXPECT_TRUE(waitForOutput("/mnt/follow", "d Failure!!"));
     filesystem::rename(path, path + ".1");
+    append(path, "c", 0);
     append(path, "e Failure!!", 3);
     EXPECT_TRUE(waitForOutput("/mnt/follow", "e Failure!!"));
     EXPECT_EQ(kill(follower, SIGTERM), 0);

@@ -1,12 +1,14 @@
 // The trace library as its callers and an administrator meet it: many writers, hostile names and texts, and a log
 // directory in which things happen. The library's directory in these tests is OXT_AGENT_TEST_DIR.
 
+#include "agentFile.h"
 #include "svtrace.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
@@ -123,7 +125,10 @@ class Trace : public testing::Test {
 
 TEST_F(Trace, LinesOfManyThreadsAndProcessesStayWhole) {
     traceInto("many.log", 3, "before the forks");
-    const auto codes = inProcesses(3, [](int i) { return writeFromThreads("many.log", i, 4, 500); });
+    const auto codes = inProcesses(3, [](int i) {
+        traceInto("many.log", 3, "the child's own thread");
+        return writeFromThreads("many.log", i, 4, 500);
+    });
     EXPECT_EQ(countWhole(bodiesOf(kDirectory / "many.log")), 3U * 4U * 500U);
     std::map<int, std::set<int>> threads; // of each process
     std::ifstream file(kDirectory / "many.log");
@@ -134,7 +139,7 @@ TEST_F(Trace, LinesOfManyThreadsAndProcessesStayWhole) {
         std::getline(file, rest);
     }
     for (const auto &[child, code] : codes)
-        EXPECT_EQ(threads[child].size(), 4U);
+        EXPECT_TRUE(threads[child].size() == 5 && threads[child].count(child) == 1);
     EXPECT_EQ(threads[getpid()], std::set<int>{gettid()});
     EXPECT_EQ(fs::status(kDirectory / "many.log").permissions() & fs::perms(0137), fs::perms::none);
 }
@@ -163,13 +168,15 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
         EXPECT_LT(body.size(), 4096U);
     }
     const char *const noFormat = nullptr;
+    nextSecond();
     errno = ENOSPC;
-    TraceLog(-7, "tag\n", nullptr, -2, "%d", 5);
+    void (*const unchecked)(int, const char *, const char *, int, const char *, ...) = TraceLog; // %m is no C++
+    unchecked(-7, "tag\n", nullptr, -2, "%m");
     TraceLog(3, nullptr, "nothing", 0, noFormat);
     EXPECT_EQ(errno, ENOSPC);
     const Lines bodies = bodiesOf(kDirectory / "text.log");
     ASSERT_EQ(bodies.size(), std::size(kCases) + 2);
-    EXPECT_EQ(*(bodies.end() - 2), "-:-2 [tag\\n] 5");
+    EXPECT_EQ(*(bodies.end() - 2), std::string("-:-2 [tag\\n] ") + strerror(ENOSPC));
     EXPECT_EQ(bodies.back(), "nothing:0 ");
 }
 
@@ -216,6 +223,9 @@ TEST_F(Trace, RotationIsBoundedAndHappensOncePerFullFile) {
     }
     EXPECT_GT(files, 10);
     EXPECT_EQ(countWhole(bodies), 3U * 4U * 1000U);
+
+    EXPECT_TRUE(agent::rotate((kDirectory / "turn.log.1").c_str(), 9, 10 * kMax)) << "another process was first";
+    EXPECT_FALSE(fs::exists(kDirectory / "turn.log.1.1"));
 
     configure("max_bytes = 1\nfiles = 3\n"); // a limit too low to be meant is raised
     inProcesses(1, [](int) { return writeFromThreads("turn.log", 9, 1, 3000); });

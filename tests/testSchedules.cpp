@@ -104,7 +104,8 @@ class Schedules : public testing::Test {
     std::multimap<std::string, int> refused;
     // A refused stop, and a clean-up in service mode, drop the records and leave the store marked as built.
     bool emptied = false;
-    std::set<const bool *> inside; // requests that have begun and not ended; whether they are past their initialisation
+    std::map<int, const bool *> inside; // requests that have begun and not ended: past their initialisation?
+    int asked = 0;                      // numbers them: another's flag may get the place of one that has ended
     int cycle = 0;
     unsigned long space = 0; // free on "/data"
 };
@@ -149,11 +150,13 @@ void Schedules::begin(const Meeting &meeting) {
 // that ends is not held up by one for longer than 3 seconds.
 Reply Schedules::cleanUp(const std::function<Reply()> &ask, bool ending) {
     const long long begin = explorer::now();
-    std::set<const bool *> before;
-    std::copy_if(inside.begin(), inside.end(), std::inserter(before, before.end()), [](const bool *is) { return *is; });
+    std::set<int> before;
+    for (const auto &[number, isInside] : inside)
+        if (*isInside)
+            before.insert(number);
     const Reply reply = ask();
     if (reply.ok() && !(ending && explorer::now() - begin >= 3 * kSecond))
-        for (const bool *one : before)
+        for (const int one : before)
             promise(inside.count(one) == 0, "a clean-up that agrees leaves no request inside");
     return reply;
 }
@@ -162,11 +165,12 @@ void Schedules::ask(const std::string &name) {
     const Request &request = requests.at(name);
     const long long before = explorer::waited();
     bool isInside = false;
-    inside.insert(&isInside);
+    const int number = ++asked;
+    inside[number] = &isInside;
     explored::markInside(&isInside);
     const Reply reply = request.ask();
     explored::markInside(nullptr);
-    inside.erase(&isInside);
+    inside.erase(number);
     const std::string answer = showStatus(reply);
     emptied = emptied || answer == kStopped || (name == "clean-up" && reply.ok());
     promise(std::count(request.answers.begin(), request.answers.end(), answer) != 0,

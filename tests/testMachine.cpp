@@ -133,6 +133,7 @@ TEST_F(MachineCommand, RecordsAreTheMachine) {
     const std::string described = run("--machine " + machines + "rules.toml record").out;
     const std::string again = save("again.toml", described);
     EXPECT_EQ(replaced(run("--machine " + again + " record").out, again, machines + "rules.toml"), described);
+    EXPECT_THAT(run("--machine " + machines + "noMemory.toml record").out, testing::HasSubstr("\"ENOSPC\""));
     const auto seen = [&](const std::string &machine) {
         const json all = parsed(machine + " why --json");
         json mounts = all.value("mounts", json::array());

@@ -259,12 +259,6 @@ TEST_F(Pass, StepsThatFail) {
     system.inject(Call::Shmat, 0, EACCES);
     EXPECT_EQ(pass(), 0);
     EXPECT_EQ(roots().size(), 22U);
-    FsProv copy = stored(0);
-    const FsEdit edit = {OXT_CID_FS_PROV, 0, &copy, offsetof(FsProv, WarningThreshold), 4, 600};
-    EXPECT_EQ(fsSetInstance(&cInfo, &edit), 0);
-    system.stopInjecting();
-    EXPECT_EQ(pass(), 0);
-    EXPECT_EQ(stored(0).WarningThreshold, 600U) << "an older segment is not read back";
 }
 
 TEST_F(Pass, AnUneventfulPassWritesAKnownNumberOfLines) {

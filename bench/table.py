@@ -49,7 +49,7 @@ def exporter(directory, size):
 
 
 def fixtures(directory):
-    results, traced = read(f"{directory}/pass.json"), read(f"{directory}/traced.json")
+    results, traced, off = (read(f"{directory}/{name}.json") for name in ("pass", "traced", "off"))
     heading("Pass, nobody listens")
     for n in SIZES:
         line("pass", n, us(results, f"pass/{n}"), "floor, each step asks", us(results, f"floorBySteps/{n}"), "1.15")
@@ -62,7 +62,7 @@ def fixtures(directory):
         aim = plain + 2 * bare if plain and bare else None
         line(f"normal lines on: {lines:,.0f}", n, us(traced, f"passTraced/{n}"), "pass + 2 bare writes a line", aim, "1")
     for n in SIZES:
-        line("normal lines off", n, us(traced, f"passNormalOff/{n}"), "pass", us(traced, f"pass/{n}"), "1.3")
+        line("normal lines off", n, us(off, f"passNormalOff/{n}"), "pass", us(off, f"pass/{n}"), "1.3")
     heading("Parts")
     for part in ("save", "load", "peek", "resize"):
         for n in SIZES:

@@ -90,11 +90,11 @@ namesInAlerts() {
 
 # A real bash, at a real terminal: types the beginning of the name, presses Tab, and sees which arguments bash makes of it.
 said() { # how much since its prompt came
-    if grep -q 'ready>' "$base/terminal"; then stat -c %s "$base/terminal"; fi
+    if grep -q 'ready>' "$terminal"; then stat -c %s "$terminal"; fi
 }
 atATerminal() { # atATerminal KEYS...: each when it has said something and no more since, or after a minute
     local keys before end=$((SECONDS + 60))
-    : >"$base/terminal"
+    : >"$terminal"
     for keys in "$@" $'\nexit\n'; do
         before=
         until [ -n "$before" ] && [ "$(said)" = "$before" ] || [ $SECONDS -ge $end ]; do
@@ -102,19 +102,30 @@ atATerminal() { # atATerminal KEYS...: each when it has said something and no mo
             sleep 0.2
         done
         printf %s "$keys"
-    done | TERM=dumb timeout 70 script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >>"$base/terminal" 2>&1
+    done | TERM=dumb timeout 70 script -qec "bash --noprofile --rcfile $base/bashrc -i" /dev/null >>"$terminal" 2>&1
 }
-completesTo() { # completesTo TYPED NAME
-    : >"$base/arguments"
-    atATerminal "oxtfsctl get $1"$'\t'
-    [ ! -e "$base/names/pwned" ] || fail "Tab ran $2"
-    rm -f "$base/names/pwned"
+completesTo() { # completesTo NAME TYPED: ends the process that it runs in
+    terminal=$(mktemp -p "$base")
+    ARGUMENTS=$(mktemp -p "$base")
+    export ARGUMENTS
+    failures=0
+    atATerminal "oxtfsctl get $2"$'\t'
     # What is no text stands there as list shows it.
-    perl -i -pe 's/\\x([0-9a-f]{2})/chr hex $1/ge' "$base/arguments"
-    harmless "Tab" <(tr -d '\r\a' <"$base/terminal")
-    printf '%s\0' get "$2" >"$base/expected"
-    cmp -s "$base/arguments" "$base/expected" ||
-        fail "$1 and Tab make $(tr '\0' '|' <"$base/arguments") of $2: $(cat -v "$base/terminal")"
+    perl -i -pe 's/\\x([0-9a-f]{2})/chr hex $1/ge' "$ARGUMENTS"
+    harmless "Tab" <(tr -d '\r\a' <"$terminal")
+    cmp -s "$ARGUMENTS" <(printf '%s\0' get "$1") ||
+        fail "$2 and Tab make $(tr '\0' '|' <"$ARGUMENTS") of $1: $(cat -v "$terminal")"
+    exit $((failures > 0))
+}
+allCompleteTo() { # allCompleteTo NAME TYPED...: at so many terminals at once, which mostly wait
+    local typed typing=()
+    for typed in "${@:2}"; do
+        (completesTo "$1" "$typed") &
+        typing+=($!)
+    done
+    for typed in "${typing[@]}"; do wait "$typed" || failures=$((failures + 1)); done
+    [ ! -e "$base/names/pwned" ] || fail "Tab ran $1"
+    rm -f "$base/names/pwned"
 }
 completion() {
     mkdir -p "$base/names"
@@ -122,33 +133,30 @@ completion() {
 cd $base/names
 PS1='ready>'
 source $here/../packaging/completion/oxtfsctl
-oxtfsctl() { printf '%s\0' "\$@" >$base/arguments; }
+oxtfsctl() { printf '%s\0' "\$@" >"\$ARGUMENTS"; }
 BASH
     export LC_ALL=C.UTF-8
     for name in "${hostile[@]}"; do
         name=$base/names/${name//PWNED/pwned}
         mkdir -p "$name"
         mount -t tmpfs /dev/none "$name" || fail "cannot mount on $name"
-        for typed in "$base/na" "'$base/na" "\"$base/na"; do
-            completesTo "$typed" "$name"
-        done
+        allCompleteTo "$name" "$base/na" "'$base/na" "\"$base/na"
         umount "$name"
     done
     # All of them at once: Tab shows them.
     for name in "${hostile[@]}"; do
         mount -t tmpfs /dev/none "$base/names/${name//PWNED/pwned}" || fail "cannot mount on $name"
     done
+    terminal=$base/terminal
     atATerminal "oxtfsctl get $base/names/"$'\t\t' $'\ny'
     for shown in '\x1b[31mred\x1b]0;title\x07' 'bidi \xe2\x80\xaegnp' 'Latin-1 \xe9' 'two\x0alines' 'back\slash\x5cx41' 'ü → 語'; do
-        grep -qF "$shown" "$base/terminal" || fail "Tab does not show $shown: $(cat -v "$base/terminal")"
+        grep -qF "$shown" "$terminal" || fail "Tab does not show $shown: $(cat -v "$terminal")"
     done
-    harmless "a list of Tab's" <(tr -d '\r\a' <"$base/terminal")
+    harmless "a list of Tab's" <(tr -d '\r\a' <"$terminal")
     umount "$base"/names/*
     unset LC_ALL
     # The word breaks of bash are no end of a name.
     mkdir -p "$base/a=b:c d" && mount -t tmpfs /dev/none "$base/a=b:c d"
-    for typed in a a= a=b: 'a=b:c\ '; do
-        completesTo "$base/$typed" "$base/a=b:c d"
-    done
+    allCompleteTo "$base/a=b:c d" "$base/a" "$base/a=" "$base/a=b:" "$base/a=b:c\ "
     umount "$base/a=b:c d"
 }

@@ -7,23 +7,17 @@
 #include <thread>
 #include <unistd.h>
 
-#include "cmpidt.h"
-#include "cmpift.h"
-#include "cmpimacs.h"
+#include "probe.h"
 
 namespace {
 
-const CMPIBroker *broker;
 CMPIString *kept;
 
-struct Request {
-    const CMPIContext *ctx;
-    const CMPIResult *rslt;
-    const CMPIObjectPath *op;
-    const CMPIArgs *in;
-};
+} // namespace
 
-std::string code(const CMPIStatus &rc, const CMPIData &data = {}) {
+const CMPIBroker *broker;
+
+std::string code(const CMPIStatus &rc, const CMPIData &data) {
     char text[32];
     std::snprintf(text, sizeof text, "%d/%04x ", static_cast<int>(rc.rc), static_cast<unsigned>(data.state));
     return text;
@@ -38,6 +32,8 @@ CMPIInstance *newInstance(const Request &r) { // nullptr when a service fails
     CMRelease(path);
     return inst;
 }
+
+namespace {
 
 std::string missing(const Request &r) {
     CMPIStatus rc = {};
@@ -185,6 +181,17 @@ std::string misuse(const Request &r, const std::string &which) {
         std::thread([&] { rc = (CBAttachThread(broker, ctx), CBAttachThread(broker, ctx)); }).join();
         return CMRelease(ctx), code(rc);
     }
+    if (which == "attachTwo") {
+        std::string seen;
+        CMPIContext *const both[] = {CBPrepareAttachThread(broker, r.ctx), CBPrepareAttachThread(broker, r.ctx)};
+        std::thread([&] {
+            for (const auto *ctx : both)
+                seen += code(CBAttachThread(broker, ctx));
+            for (const auto *ctx : both)
+                seen += code(CBDetachThread(broker, ctx));
+        }).join();
+        return seen;
+    }
     if (which == "unattached")
         return std::thread([&] { string = CMNewString(broker, "x", &rc); }).join(), code(rc);
     if (which == "otherThreadsContext")
@@ -196,14 +203,11 @@ const struct {
     const char *name;
     std::string (*run)(const Request &);
 } deeds[] = {
-    {"missing", missing},
-    {"optional", optional},
-    {"values", values},
-    {"echo", echo},
-    {"askAgent", [](const Request &r) { return askAgent(r.ctx); }},
-    {"inThread", inThread},
-    {"linger", linger},
-    {"keepString", keepString},
+    {"missing", missing},   {"optional", optional},   {"values", values},
+    {"paths", paths},       {"instances", instances}, {"asking", asking},
+    {"arrays", arrays},     {"dates", dates},         {"services", services},
+    {"system", system},     {"echo", echo},           {"askAgent", [](const Request &r) { return askAgent(r.ctx); }},
+    {"inThread", inThread}, {"linger", linger},       {"keepString", keepString},
 };
 
 CMPIStatus invoke(CMPIMethodMI *, const CMPIContext *ctx, const CMPIResult *rslt, const CMPIObjectPath *op,
@@ -272,8 +276,8 @@ CMPIInstanceMIFT instanceTable = {CMPICurrentVersion,
                                   nullptr,
                                   nullptr};
 CMPIMethodMIFT methodTable = {CMPICurrentVersion, CMPICurrentVersion, "methodProbe", letGo, invoke};
-CMPIInstanceMI instances = {nullptr, &instanceTable};
-CMPIMethodMI methods = {nullptr, &methodTable};
+CMPIInstanceMI instanceFace = {nullptr, &instanceTable};
+CMPIMethodMI methodFace = {nullptr, &methodTable};
 
 } // namespace
 
@@ -281,16 +285,16 @@ CMPI_EXTERN_C CMPIInstanceMI *Probe_Create_InstanceMI(const CMPIBroker *mb, cons
     broker = mb;
     kept = nullptr;
     CMSetStatus(rc, CMPI_RC_OK);
-    return &instances;
+    return &instanceFace;
 }
 
 CMPI_EXTERN_C CMPIMethodMI *Probe_Create_MethodMI(const CMPIBroker *, const CMPIContext *, CMPIStatus *rc) {
     CMSetStatus(rc, CMPI_RC_OK);
-    return &methods;
+    return &methodFace;
 }
 
 // A provider that refuses to be made.
 CMPI_EXTERN_C CMPIInstanceMI *Broken_Create_InstanceMI(const CMPIBroker *mb, const CMPIContext *, CMPIStatus *rc) {
     CMSetStatusWithChars(mb, rc, CMPI_RC_ERR_FAILED, "out of order");
-    return &instances;
+    return &instanceFace;
 }

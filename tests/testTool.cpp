@@ -9,14 +9,17 @@
 
 #include <nlohmann/json.hpp>
 
-#include "alertFile.h"
+#include "alertText.h"
 #include "columns.h"
 #include "failure.h"
 #include "golden.h"
 #include "json.h"
 #include "jsonSchema.h"
+#include "outlook.h"
+#include "passSigns.h"
 #include "prometheus.h"
 #include "screen.h"
+#include "sharedMemory.h"
 #include "shownText.h"
 #include "shownTraceLine.h"
 #include "table.h"
@@ -27,6 +30,46 @@ namespace {
 using namespace oxttool;
 using nlohmann::json;
 using ::testing::HasSubstr;
+
+FileSystem sample() {
+    FileSystem fs;
+    fs.index = "7";
+    fs.device = "/dev/sdb1";
+    fs.mountPoint = "/data";
+    fs.type = "xfs";
+    fs.driveType = 0;
+    fs.monitored = 1;
+    fs.status = 2;
+    fs.sizeMiB = 4294967295;
+    fs.freeMiB = 1073741824;
+    fs.warningMiB = 2147483648;
+    fs.fatalMiB = 1;
+    return fs;
+}
+
+// What the program for an alert gets, of a file system that is full in an hour.
+std::string variables(const std::string &alertLine) {
+    View view;
+    view.fileSystems.resize(2);
+    view.fileSystems[1].device = "/dev/a";
+    view.fileSystems[1].mountPoint = "/m";
+    view.fileSystems[1].outlook = Outlook{Forecast{1, 3599.6}, "", "", ""};
+    std::string text;
+    for (const auto &[name, value] : variablesOf(*parseAlert(alertLine), &view))
+        text += (text.empty() ? "" : "\n") + name + "='" + value + "'";
+    return text;
+}
+
+// The alert of a status that has become another, where no file tells it.
+std::string changes(int was, int is) {
+    FileSystem before = sample(), after = sample();
+    before.status = was;
+    after.status = is;
+    std::string text = "none";
+    for (const Alert &alert : changesOfStatus({before}, {after}, 0))
+        text = textOf(jsonOf(alert, Unit::MiB));
+    return text;
+}
 
 // What users write and what they are shown, and the words for what is none of it.
 TEST(ToolValues, InARow) {
@@ -58,7 +101,16 @@ TEST(ToolValues, InARow) {
                         textOf(Json{alert->freeMiB.value_or(0), alert->sizeMiB.value_or(0),
                                     alert->thresholdMiB.value_or(0)});
              }},
+            {"change", [&] { return changes(std::stoi(text), std::stoi(more)); }},
+            {"exec", [&] { return variables(line.substr(kind.size() + 1)); }},
             {"drive", [&] { return std::string(driveName(std::stoll(text))); }},
+            {"time", [&] { return spokenTime(std::stod(text)); }},
+            {"shown", [&] { return printable(unprintable(text)); }},
+            {"utf8", [&] { return printableUtf8(unprintable(text)); }},
+            {"line", [&] { return printableLine(unprintable(text)); }},
+            {"word", [&] { return shellWord(text); }},
+            {"failure", [&] { return explainedFailure(text); }},
+            {"memory", [&] { return std::string(noSharedMemory(std::stoi(text)).what()); }},
         };
         try {
             return kinds.at(kind)() + "\n";
@@ -72,27 +124,12 @@ TEST(ToolValues, InARow) {
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
 }
 
-FileSystem sample() {
-    FileSystem fs;
-    fs.index = "7";
-    fs.device = "/dev/sdb1";
-    fs.mountPoint = "/data";
-    fs.type = "xfs";
-    fs.driveType = 0;
-    fs.monitored = 1;
-    fs.status = 2;
-    fs.sizeMiB = 4294967295;
-    fs.freeMiB = 1073741824;
-    fs.warningMiB = 2147483648;
-    fs.fatalMiB = 1;
-    return fs;
-}
-
 TEST(ToolTable, JsonKeepsEveryValueAndStaysJson) {
     FileSystem odd = sample();
     odd.mountPoint = "/a \"b\"\\\n\x01\xff"; // the last byte is no UTF-8
     odd.monitored = 0;
     odd.sizeMiB = odd.freeMiB = 0;
+    odd.outlook = Outlook{Forecast{1024.6, 7199.5}, "by hand", "no rule", "the rule in line 3"};
     const json told = json::parse(textOf(jsonOf(std::vector{sample(), odd}, Unit::Human)));
     EXPECT_EQ(JsonSchema().problem("list", told), "");
     const json all = told.at("filesystems");
@@ -104,6 +141,18 @@ TEST(ToolTable, JsonKeepsEveryValueAndStaysJson) {
     EXPECT_EQ(all[1].at("mountpoint"), "/a \"b\"\\\n\x01\ufffd");
     EXPECT_EQ(all[1].at("monitored"), false);
     EXPECT_EQ(all[1].at("freepercent"), nullptr);
+    const json foreseen = {all[1].at("shrinkperhour"), all[1].at("fullseconds"), all[1].at("monitoredby"),
+                           all[1].at("warningby"), all[1].at("fatalby")};
+    EXPECT_EQ(foreseen, (json{1025, 7200, "by hand", "no rule", "the rule in line 3"}));
+    EXPECT_EQ(jsonOf(odd, Unit::Bytes).at("shrinkperhour"), 1025 * 1048576);
+    odd.outlook->forecast.reset();
+    EXPECT_TRUE(jsonOf(odd, Unit::MiB).at("shrinkperhour").is_null() &&
+                jsonOf(odd, Unit::MiB)["fullseconds"].is_null());
+    const std::string alert = R"({"eventId":"0x800403E9","event":"e","severity":"s","device":"/d","mountPoint":"/m",
+                                  "availableMiB":9,"sizeMiB":99,"thresholdMiB":19,"time":"T"})";
+    EXPECT_EQ(json::parse(textOf(jsonOf(*parseAlert(alert), Unit::Bytes))),
+              json::parse(R"({"time": "T", "severity": "s", "event": "e", "device": "/d", "mountpoint": "/m",
+                              "size": 103809024, "free": 9437184, "threshold": 19922944, "status": "warning"})"));
     EXPECT_EQ(jsonOf(sample(), Unit::Bytes).at("size"), 4503599626321920);
     for (const char *line : {"{}", R"({"eventId":"0x800403E9","device":"/d","availableMiB":9,"time":"T"})"})
         EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");

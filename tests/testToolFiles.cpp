@@ -18,6 +18,7 @@
 #include "keyedSegment.h"
 #include "lineFile.h"
 #include "passSigns.h"
+#include "process.h"
 #include "providerSegment.h"
 #include "traceSetting.h"
 
@@ -216,6 +217,19 @@ TEST_F(ToolFiles, ProviderAtWorkIsFoundByItsLivingMaker) {
 
     const int id = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
+    const std::time_t now = std::time(nullptr);
+    EXPECT_TRUE(mayHaveActed(getpid(), getuid(), now));
+    EXPECT_FALSE(mayHaveActed(getpid(), getuid() + 1, now)) << "another's";
+    EXPECT_FALSE(mayHaveActed(getpid(), getuid(), now - 1000000)) << "it had not begun";
+    for (const pid_t none : {0, -1, maker})
+        EXPECT_FALSE(mayHaveActed(none, getuid(), now)) << none;
+    const pid_t zombie = fork();
+    if (zombie == 0)
+        _exit(0);
+    siginfo_t ended = {};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(zombie), &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_FALSE(mayHaveActed(zombie, getuid(), now)) << "dead, and not waited for";
+    waitpid(zombie, nullptr, 0);
     shmctl(id, IPC_RMID, nullptr);
 }
 

@@ -24,7 +24,6 @@ CMPIInstance *newInstance(const Request &r);
 std::string paths(const Request &r);
 std::string instances(const Request &r);
 std::string asking(const Request &r);
-std::string arrays(const Request &r);
 std::string dates(const Request &r);
 std::string services(const Request &r);
 std::string system(const Request &r);

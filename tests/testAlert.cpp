@@ -163,10 +163,9 @@ TEST_F(Alert, TheFileIsBoundedAndAStumpDoesNotSpoilTheNextLine) {
     std::ofstream(kFile, std::ios::app) << "\n";
     EXPECT_EQ(sendCountChange(), 0);
     EXPECT_TRUE(fs::file_size(kFile) == kMaxBytes - 1 && !fs::exists(kOlderFile));
-    // Another sender keeps the lock: the line is written all the same.
     const int held = ::open(kFile.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(held, LOCK_EX), 0);
-    EXPECT_EQ(sendCountChange(), 0);
+    EXPECT_EQ(sendCountChange(), 0) << "while another sender keeps the lock";
     EXPECT_GT(fs::file_size(kFile), kMaxBytes);
     fs::resize_file(kFile, 2 * kMaxBytes);
     EXPECT_EQ(sendCountChange(), -1) << "twice as much is the end";

@@ -247,28 +247,28 @@ TEST(Schema, TypesArgumentsAndProperties) {
 // Name, type and what else is known of each thing, its qualifiers behind "@".
 std::string readAs(const Mof &mof) {
     std::ostringstream text;
-    const auto qualifiers = [](const MofTexts &all) {
-        std::string texts = "@";
-        for (const auto &[name, value] : all)
+    const auto also = [](bool isArray, const char *kind, const MofTexts &qualifiers) {
+        std::string texts = (isArray ? "[]" : "") + std::string(kind) + "@";
+        for (const auto &[name, value] : qualifiers)
             texts += name + "(" + value + ")";
         return texts + "\n";
     };
     for (const MofClass &cls : mof.classes) {
-        text << cls.name << ":" << cls.superClass << qualifiers(cls.qualifiers);
+        text << cls.name << ":" << cls.superClass << also(false, "", cls.qualifiers);
         for (const MofProperty *one : mof.propertiesOf(cls.name))
-            text << " " << one->name << " " << one->type << "/" << one->typeCode << (one->isArray ? "[]" : "")
-                 << (one->isKey ? " key" : "") << " '" << one->defaultText << "'" << qualifiers(one->qualifiers);
+            text << " " << one->name << " '" << one->defaultText << "' " << one->type << "/" << one->typeCode
+                 << also(one->isArray, one->isKey ? " key" : "", one->qualifiers);
         for (const MofMethod &method : cls.methods) {
-            text << " " << method.name << "() " << method.returnType << qualifiers(method.qualifiers);
+            text << " " << method.name << "() " << method.returnType << also(false, "", method.qualifiers);
             for (const MofParameter &one : method.parameters)
-                text << "  " << one.name << " " << one.type << (one.isArray ? "[]" : "") << (one.in ? " in" : "")
-                     << (one.out ? " out" : "") << qualifiers(one.qualifiers);
+                text << "  " << one.name << " " << one.type << (one.in ? " in" : "")
+                     << also(one.isArray, one.out ? " out" : "", one.qualifiers);
         }
     }
     for (const MofInstance &instance : mof.instances)
         for (const auto &[name, value] : instance.values)
             text << instance.className << "." << name << " '" << value << "'\n";
-    return text.str() + (mof.qualifiers.empty() ? "" : "qualifiers " + testing::PrintToString(mof.qualifiers) + "\n");
+    return text.str() + (mof.qualifiers.empty() ? "" : testing::PrintToString(mof.qualifiers) + "\n");
 }
 
 TEST(Schema, FindsWithoutRegardToCase) {

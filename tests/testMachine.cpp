@@ -9,14 +9,11 @@
 
 #include <signal.h>
 #include <sys/inotify.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
 #include "description.h"
-#include "segmentTable.h"
 
 namespace {
 
@@ -42,34 +39,6 @@ TEST(MachineFile, ReadAndWritten) {
             return std::regex_replace(problem.what(), std::regex("(not TOML:).*"), "$1") + "\n";
         }
     });
-}
-
-// The machine's own shared memory is System V's, as far as the provider can tell.
-TEST(MachineMemory, IsKeptLikeTheKernels) {
-    oxtmachine::SegmentTable table;
-    const auto failed = [](int result, int error) { return result == -1 && errno == error; };
-    shmid_ds state = {};
-    EXPECT_TRUE(failed(table.get(7, 10, 0600), ENOENT));
-    EXPECT_TRUE(failed(table.get(7, 0, IPC_CREAT), EINVAL));
-    const int id = table.get(7, 10, IPC_CREAT | IPC_EXCL | 0640);
-    ASSERT_GT(id, 0);
-    EXPECT_TRUE(failed(table.get(7, 10, IPC_CREAT | IPC_EXCL), EEXIST));
-    EXPECT_TRUE(failed(table.get(7, 11, IPC_CREAT), EINVAL));
-    EXPECT_EQ(table.get(7, 10, IPC_CREAT), id);
-    EXPECT_NE(table.get(IPC_PRIVATE, 10, 0), table.get(IPC_PRIVATE, 10, 0));
-    char *const at = static_cast<char *>(table.attach(id));
-    EXPECT_EQ(std::string(at, 10), std::string(10, '\0'));
-    EXPECT_EQ(table.attach(id), at);
-    EXPECT_EQ(table.control(id, IPC_STAT, &state), 0);
-    EXPECT_TRUE(state.shm_segsz == 10 && state.shm_nattch == 2 && state.shm_cpid == getpid());
-    EXPECT_EQ(state.shm_perm.mode & 0777, 0640);
-    EXPECT_TRUE(failed(table.control(id, IPC_SET, &state), EINVAL));
-    EXPECT_EQ(table.control(id, IPC_RMID, nullptr), 0);
-    EXPECT_TRUE(failed(table.get(7, 10, 0), ENOENT)) << "its key is free";
-    EXPECT_EQ(table.attach(id), reinterpret_cast<void *>(-1));
-    at[9] = 'x'; // there until the last one leaves
-    EXPECT_TRUE(table.detach(at) == 0 && table.control(id, IPC_STAT, &state) == 0 && table.detach(at) == 0);
-    EXPECT_TRUE(failed(table.detach(at), EINVAL) && failed(table.control(id, IPC_STAT, &state), EINVAL));
 }
 
 // The real agent's directory is watched: whatever opens, makes or changes something in it fails the test.

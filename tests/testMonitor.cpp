@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,7 +24,6 @@
 #include "notify.h"
 #include "outlook.h"
 #include "passes.h"
-#include "settings.h"
 #include "svalert.h"
 
 namespace {
@@ -63,45 +61,19 @@ TEST(MonitorSettings, InARow) {
     });
 }
 
-// Beside the text: where it stands, and bounds.
-TEST(MonitorSettings, OfFiles) {
-    char name[] = "/tmp/oxtsettingsXXXXXX";
+TEST(MonitorMemory, IsReplacedWholeOrNotAtAll) {
+    char name[] = "/tmp/oxtmemoryXXXXXX";
     ASSERT_NE(mkdtemp(name), nullptr);
-    const std::string path = std::string(name) + "/a.toml";
-    const auto problem = [&](bool mustExist) { return problemOf([&] { readSettings(path, mustExist); }); };
-    const auto write = [&](const std::string &text) { std::ofstream(path) << text; };
-    EXPECT_EQ(problem(false), "none");
-    EXPECT_EQ(problem(true), "cannot read " + path + ": No such file or directory");
-    write("\xEF\xBB\xBF"
-          "cycle = 30\n#" +
-          std::string(1024 * 1024 - 16, 'x') + "\n");
-    EXPECT_EQ(readSettings(path, true).cycleSeconds, 30u);
-    std::ofstream(path, std::ios::app) << "\n";
-    EXPECT_EQ(problem(true), path + " is longer than 1 MiB.");
-    write(std::string("#\n\0", 3));
-    EXPECT_EQ(problem(true), path + ":2: this is no TOML: a zero byte.");
-    write("exec = ['/" + std::string(4095, 'x') + "']");
-    EXPECT_EQ(problem(true), "none");
-    write("exec = ['/" + std::string(4096, 'x') + "']");
-    EXPECT_THAT(problem(true), HasSubstr("1 to 4096 characters"));
-    write("");
-    for (const auto &[mode, trusted] : {std::pair(0664, getegid() == 0), {0646, false}, {0644, true}}) {
-        chmod(path.c_str(), static_cast<mode_t>(mode));
-        EXPECT_EQ(problem(true) == "none", trusted) << mode;
-    }
+    const std::string path = std::string(name) + "/memory", link = std::string(name) + "/link";
+    EXPECT_TRUE(writeMemory(path, {{}, 20, {}}) && writeMemory(path, {{}, 30, {}}));
+    EXPECT_EQ(readMemory(path, 0).cycleSeconds, 30u);
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+    std::filesystem::create_symlink(path, link);
+    EXPECT_FALSE(readMemory(link, 0).cycleSeconds) << "no link is followed";
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
-    EXPECT_EQ(problem(true), path + " is not a regular file.");
-    // What a monitor remembers, in its file.
-    const std::string memory = std::string(name) + "/memory";
-    EXPECT_TRUE(writeMemory(memory, {{}, 20, {}}) && writeMemory(memory, {{}, 30, {}}));
-    EXPECT_EQ(readMemory(memory, 0).cycleSeconds, 30u);
-    EXPECT_EQ(std::filesystem::status(memory).permissions(), std::filesystem::perms(0600));
-    std::filesystem::create_symlink(memory, std::string(name) + "/link");
-    EXPECT_FALSE(readMemory(std::string(name) + "/link", 0).cycleSeconds) << "no link is followed";
-    EXPECT_FALSE(writeMemory(path, {})) << "a directory stands there";
-    EXPECT_FALSE(writeMemory(std::string(name) + "/none/memory", {}));
-    EXPECT_FALSE(std::filesystem::exists(path + ".new") || std::filesystem::exists(memory + ".new"));
+    EXPECT_FALSE(writeMemory(path, {}) || writeMemory(path + "none/memory", {}) ||
+                 std::filesystem::exists(path + ".new"));
     std::filesystem::remove_all(name);
 }
 
@@ -252,6 +224,9 @@ TEST(MonitorForecast, HistoryIsBoundedAndSurvivesClocksAndRestarts) {
          {"", "[]", "{\"histories\":[{\"device\":1}]}", "{\"rules\":[[]],\"histories\":{},\"cycle\":-1}",
           "{\"histories\":[{\"device\":\"\u4e00\",\"mount\":\"/\",\"points\":[1,1]}]}"})
         EXPECT_TRUE(parseMemory(broken, now).histories.empty()) << broken;
+    const FileSystem fs = fileSystem("/data", 1000, 500);
+    addToHistories(memory, {fs, fileSystem("/none", 0, 0)}, now);
+    EXPECT_EQ(memory.histories.size(), 2u) << "none of what was not measured";
     history.add({now - 5000, 1});
     EXPECT_EQ(history.points().back().freeMiB, 1u) << "the clock was set back";
     EXPECT_LE(history.points()[history.points().size() - 2].time, now - 5000);
@@ -271,32 +246,12 @@ TEST(MonitorForecast, StandsInTheAlerts) {
         EXPECT_EQ(send({0, 3, "test", 0x800403E9U, 2, 2, strings}), 0);
         return fileContent(agentPath("log/svalert.json"));
     };
-    {
-        AlertForecasts forecasts(agentDirectory());
-        forecasts.use({fileSystem("/other", 1000, 500), foreseen});
-        EXPECT_THAT(sent(), HasSubstr("\"shrinkMiBPerHour\":1024,\"fullInSeconds\":7200,"));
-        forecasts.use({fileSystem("/data", 1000, 500)});
-        EXPECT_THAT(sent(), Not(HasSubstr("shrink")));
-        forecasts.use({foreseen});
-    }
+    auto forecasts = std::make_unique<AlertForecasts>(agentDirectory());
+    forecasts->use({fileSystem("/other", 1000, 500), foreseen});
+    EXPECT_THAT(sent(), HasSubstr("\"shrinkMiBPerHour\":1024,\"fullInSeconds\":7200,"));
+    forecasts.reset();
     EXPECT_THAT(sent(), Not(HasSubstr("shrink"))) << "the monitor has ended";
     dlclose(library);
-}
-
-TEST(MonitorForecast, OfMeasuredFileSystems) {
-    Memory memory;
-    const std::int64_t now = 1000000000;
-    const FileSystem fs = fileSystem("/0", 1000, 500);
-    addToHistories(memory, {fs, fileSystem("/none", 0, 0)}, now);
-    addToHistories(memory, {}, now + History::kDay);
-    EXPECT_EQ(memory.histories.size(), 1u) << "none of what was not measured";
-    addToHistories(memory, {}, now + History::kDay + 1);
-    EXPECT_EQ(memory.histories.size(), 0u) << "gone for a day";
-    for (std::size_t i = 0; i <= kMostHistories; ++i)
-        addToHistories(memory, {fileSystem("/" + std::to_string(i), 1000, 500)}, now);
-    EXPECT_EQ(memory.histories.size(), kMostHistories);
-    addToHistories(memory, {fs}, now + 60);
-    EXPECT_EQ(curveOf(memory, fs).size(), 2u) << "those that are known go on";
 }
 
 TEST(MonitorPasses, AreTold) {

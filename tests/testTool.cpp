@@ -71,6 +71,16 @@ std::string changes(int was, int is) {
     return text;
 }
 
+// In colour (ESC begins one), and as JSON.
+std::string traceLine(const std::string &line) {
+    Look look;
+    EXPECT_EQ(shownTraceLine(line, look), printable(line));
+    look.colour = true;
+    const std::string coloured = shownTraceLine(line, look);
+    look.json = true;
+    return std::regex_replace(coloured, std::regex("\033"), "ESC") + "\n" + shownTraceLine(line, look);
+}
+
 // What users write and what they are shown, and the words for what is none of it.
 TEST(ToolValues, InARow) {
     expectReplay("values.txt", [](const std::string &line) {
@@ -96,6 +106,7 @@ TEST(ToolValues, InARow) {
                  const auto alert = parseAlert(line.substr(kind.size() + 1));
                  if (!alert)
                      return "none";
+                 EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*alert, Unit::MiB)))), "");
                  const std::string status = alert->newStatus ? statusName(*alert->newStatus) : "no";
                  return status + " status of '" + alert->device + "' on '" + alert->mountPoint + "': " +
                         textOf(Json{alert->freeMiB.value_or(0), alert->sizeMiB.value_or(0),
@@ -103,6 +114,7 @@ TEST(ToolValues, InARow) {
              }},
             {"change", [&] { return changes(std::stoi(text), std::stoi(more)); }},
             {"exec", [&] { return variables(line.substr(kind.size() + 1)); }},
+            {"trace", [&] { return traceLine(unprintable(line.substr(6))); }},
             {"drive", [&] { return std::string(driveName(std::stoll(text))); }},
             {"time", [&] { return spokenTime(std::stod(text)); }},
             {"shown", [&] { return printable(unprintable(text)); }},
@@ -122,40 +134,6 @@ TEST(ToolValues, InARow) {
     });
     EXPECT_FALSE(parseAlert("{\"a\":\xff\"}"));
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
-}
-
-TEST(ToolTable, JsonKeepsEveryValueAndStaysJson) {
-    FileSystem odd = sample();
-    odd.mountPoint = "/a \"b\"\\\n\x01\xff"; // the last byte is no UTF-8
-    odd.monitored = 0;
-    odd.sizeMiB = odd.freeMiB = 0;
-    odd.outlook = Outlook{Forecast{1024.6, 7199.5}, "by hand", "no rule", "the rule in line 3"};
-    const json told = json::parse(textOf(jsonOf(std::vector{sample(), odd}, Unit::Human)));
-    EXPECT_EQ(JsonSchema().problem("list", told), "");
-    const json all = told.at("filesystems");
-    ASSERT_EQ(all.size(), 2u);
-    EXPECT_EQ(all[0], json::parse(R"({"index": 7, "device": "/dev/sdb1", "mountpoint": "/data", "type": "xfs",
-                                      "drive": "fixed", "size": 4294967295, "free": 1073741824, "freepercent": 25.0,
-                                      "monitored": true, "warning": 2147483648, "warningdefault": 0, "fatal": 1,
-                                      "fataldefault": 0, "status": "warning"})"));
-    EXPECT_EQ(all[1].at("mountpoint"), "/a \"b\"\\\n\x01\ufffd");
-    EXPECT_EQ(all[1].at("monitored"), false);
-    EXPECT_EQ(all[1].at("freepercent"), nullptr);
-    const json foreseen = {all[1].at("shrinkperhour"), all[1].at("fullseconds"), all[1].at("monitoredby"),
-                           all[1].at("warningby"), all[1].at("fatalby")};
-    EXPECT_EQ(foreseen, (json{1025, 7200, "by hand", "no rule", "the rule in line 3"}));
-    EXPECT_EQ(jsonOf(odd, Unit::Bytes).at("shrinkperhour"), 1025 * 1048576);
-    odd.outlook->forecast.reset();
-    EXPECT_TRUE(jsonOf(odd, Unit::MiB).at("shrinkperhour").is_null() &&
-                jsonOf(odd, Unit::MiB)["fullseconds"].is_null());
-    const std::string alert = R"({"eventId":"0x800403E9","event":"e","severity":"s","device":"/d","mountPoint":"/m",
-                                  "availableMiB":9,"sizeMiB":99,"thresholdMiB":19,"time":"T"})";
-    EXPECT_EQ(json::parse(textOf(jsonOf(*parseAlert(alert), Unit::Bytes))),
-              json::parse(R"({"time": "T", "severity": "s", "event": "e", "device": "/d", "mountpoint": "/m",
-                              "size": 103809024, "free": 9437184, "threshold": 19922944, "status": "warning"})"));
-    EXPECT_EQ(jsonOf(sample(), Unit::Bytes).at("size"), 4503599626321920);
-    for (const char *line : {"{}", R"({"eventId":"0x800403E9","device":"/d","availableMiB":9,"time":"T"})"})
-        EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");
 }
 
 // True also where there is no promtool.
@@ -215,34 +193,6 @@ TEST(ToolShow, MetricsAreEscapedAndWellFormed) {
     EXPECT_THAT(prometheusText({}), HasSubstr("\noxtfs_monitor_up 0\n")) << "a look on the spot is no monitor";
     EXPECT_EQ(prometheusText({}).find("success_"), std::string::npos);
     EXPECT_TRUE(promtoolTakes(text));
-}
-
-// In the golden file: in colour (ESC begins one), and as JSON.
-TEST(ToolShow, TraceLines) {
-    const std::string begin = "2031-01-05T07:08:09.123Z 12 34 ", point = "shmNew:56 ";
-    const std::string lines[] = {begin + "0 " + point + "_IN_",
-                                 begin + "3 " + point + "_OUT_ shmat Failure!! errno=[13]",
-                                 begin + "3 " + point + "pthread_mutex_trylock() retry(30) Failre!!",
-                                 begin + "3 " + point + "##start##",
-                                 begin + "0 " + point + "a name with Failure!! in it",
-                                 begin + "3 " + point,
-                                 "",
-                                 begin,
-                                 begin + "3 shmNew Failure!!",
-                                 begin + "x " + point + "text",
-                                 "2031-01-05 07:08:09.123 12 34 0 " + point + "text",
-                                 "another form of line: Failure!!",
-                                 begin + "3 " + point + "t: \"\xff\033[2J"};
-    std::string shown;
-    for (const std::string &line : lines) {
-        Look look;
-        EXPECT_EQ(shownTraceLine(line, look), printable(line));
-        look.colour = true;
-        shown += shownTraceLine(line, look) + "\n";
-        look.json = true;
-        shown += shownTraceLine(line, look) + "\n";
-    }
-    expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
 }
 
 } // namespace

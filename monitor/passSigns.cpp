@@ -24,7 +24,6 @@ namespace oxttool {
 
 namespace {
 
-constexpr std::size_t kVersionBytes = 30; // in front of the records
 constexpr std::uint32_t kSaveEvents = IN_MODIFY | IN_CLOSE_WRITE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
 // The provider's lines behind a pass that failed, and behind the last save.

@@ -15,6 +15,7 @@ namespace oxttool {
 using ByteView = std::string_view;
 
 // Sizes of one record of each class.
+inline constexpr std::size_t kVersionBytes = 18; // of the save file: its first line, in front of the records
 inline constexpr std::size_t kConfigBytes = 8;
 inline constexpr std::size_t kTotalBytes = 4;
 inline constexpr std::size_t kFileSystemBytes = 1840;

@@ -31,16 +31,23 @@ inline void expectGolden(const std::string &name, const std::string &text) {
 }
 
 // A golden file that is the script, too: each line behind "$ " is run, and the lines from there to the next one or to
-// an empty line are its answer. The rest are remarks.
+// an empty line are its answer, in which "~" stands for an empty one. The rest are remarks.
 inline void expectReplay(const std::string &name, const std::function<std::string(const std::string &)> &run) {
     std::istringstream script(fileContent(OXT_TEST_SOURCE_DIR "golden/" + name));
     std::string all;
+    const auto answer = [&run](const std::string &command) {
+        std::istringstream lines(run(command));
+        std::string text;
+        for (std::string line; std::getline(lines, line);)
+            text += (line.empty() ? "~" : line) + "\n";
+        return text;
+    };
     bool answered = false;
     for (std::string line; std::getline(script, line);) {
         const bool command = line.rfind("$ ", 0) == 0;
         answered = answered && !command && !line.empty();
         if (!answered)
-            all += line + "\n" + (command ? run(line.substr(2)) : "");
+            all += line + "\n" + (command ? answer(line.substr(2)) : "");
         answered = answered || command;
     }
     expectGolden(name, all);

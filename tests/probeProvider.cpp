@@ -7,23 +7,17 @@
 #include <thread>
 #include <unistd.h>
 
-#include "cmpidt.h"
-#include "cmpift.h"
-#include "cmpimacs.h"
+#include "probe.h"
 
 namespace {
 
-const CMPIBroker *broker;
 CMPIString *kept;
 
-struct Request {
-    const CMPIContext *ctx;
-    const CMPIResult *rslt;
-    const CMPIObjectPath *op;
-    const CMPIArgs *in;
-};
+} // namespace
 
-std::string code(const CMPIStatus &rc, const CMPIData &data = {}) {
+const CMPIBroker *broker;
+
+std::string code(const CMPIStatus &rc, const CMPIData &data) {
     char text[32];
     std::snprintf(text, sizeof text, "%d/%04x ", static_cast<int>(rc.rc), static_cast<unsigned>(data.state));
     return text;
@@ -38,6 +32,8 @@ CMPIInstance *newInstance(const Request &r) { // nullptr when a service fails
     CMRelease(path);
     return inst;
 }
+
+namespace {
 
 std::string missing(const Request &r) {
     CMPIStatus rc = {};
@@ -64,7 +60,7 @@ std::string optional(const Request &r) {
     return seen;
 }
 
-// An array, a reference, a date and a NULL through an instance; then what the same names give in another spelling.
+// An array and a NULL through an instance; then what the same names give in another spelling.
 std::string values(const Request &r) {
     CMPIStatus rc = {};
     const CMPIUint16 number = 65535;
@@ -74,15 +70,10 @@ std::string values(const Request &r) {
     CMSetArrayElementAt(value.array, 1, &number, CMPI_uint16);
     CMSetProperty(inst, "List", &value, CMPI_uint16A);
     CMSetArrayElementAt(value.array, 0, &number, CMPI_uint16); // too late: the property is a copy
-    value.dateTime = CMNewDateTimeFromChars(broker, "20240229120000.000001+060", nullptr);
-    CMSetProperty(inst, "When", &value, CMPI_dateTime);
     CMSetProperty(inst, "Nothing", nullptr, CMPI_sint32);
     CMPIArray *list = CMGetProperty(inst, "LIST", &rc).value.array;
     std::string seen = code(rc, CMGetArrayElementAt(list, 0, nullptr));
     seen += std::to_string(CMGetArrayElementAt(list, 1, nullptr).value.uint16) + " ";
-    CMPIDateTime *when = CMGetProperty(inst, "when", &rc).value.dateTime;
-    seen += std::to_string(CMGetBinaryFormat(when, nullptr)) + " ";
-    seen += std::string(CMGetCharsPtr(CMGetStringFormat(when, nullptr), nullptr)) + " ";
     seen += code(rc, CMGetProperty(inst, "nothing", &rc));
     for (const CMPIUint16 one : {CMPIUint16{1}, number})
         CMAddContextEntry(r.ctx, "Number", &one, CMPI_uint16);
@@ -90,8 +81,6 @@ std::string values(const Request &r) {
     CMPIObjectPath *path = CMNewObjectPath(broker, "root/TAVRIN/AS", "OXT_GeneralInformation", nullptr);
     CMPIArray *all = CMToArray(CBEnumInstances(broker, r.ctx, path, nullptr, nullptr), nullptr);
     seen += std::to_string(all->ft->getSimpleType(all, nullptr)) + " ";
-    path->ft->setNameSpaceFromObjectPath(path, r.op);
-    seen += std::string(CMGetCharsPtr(CMGetClassName(path, nullptr), nullptr)) + " ";
     return seen + (CMGetBinaryFormat(CMNewDateTime(broker, nullptr), nullptr) > 1'700'000'000'000'000 ? "now" : "past");
 }
 
@@ -185,6 +174,17 @@ std::string misuse(const Request &r, const std::string &which) {
         std::thread([&] { rc = (CBAttachThread(broker, ctx), CBAttachThread(broker, ctx)); }).join();
         return CMRelease(ctx), code(rc);
     }
+    if (which == "attachTwo") {
+        std::string seen;
+        CMPIContext *const both[] = {CBPrepareAttachThread(broker, r.ctx), CBPrepareAttachThread(broker, r.ctx)};
+        std::thread([&] {
+            for (const auto *ctx : both)
+                seen += code(CBAttachThread(broker, ctx));
+            for (const auto *ctx : both)
+                seen += code(CBDetachThread(broker, ctx));
+        }).join();
+        return seen;
+    }
     if (which == "unattached")
         return std::thread([&] { string = CMNewString(broker, "x", &rc); }).join(), code(rc);
     if (which == "otherThreadsContext")
@@ -199,6 +199,12 @@ const struct {
     {"missing", missing},
     {"optional", optional},
     {"values", values},
+    {"paths", paths},
+    {"instances", instances},
+    {"asking", asking},
+    {"dates", dates},
+    {"services", services},
+    {"system", system},
     {"echo", echo},
     {"askAgent", [](const Request &r) { return askAgent(r.ctx); }},
     {"inThread", inThread},
@@ -272,8 +278,8 @@ CMPIInstanceMIFT instanceTable = {CMPICurrentVersion,
                                   nullptr,
                                   nullptr};
 CMPIMethodMIFT methodTable = {CMPICurrentVersion, CMPICurrentVersion, "methodProbe", letGo, invoke};
-CMPIInstanceMI instances = {nullptr, &instanceTable};
-CMPIMethodMI methods = {nullptr, &methodTable};
+CMPIInstanceMI instanceFace = {nullptr, &instanceTable};
+CMPIMethodMI methodFace = {nullptr, &methodTable};
 
 } // namespace
 
@@ -281,16 +287,16 @@ CMPI_EXTERN_C CMPIInstanceMI *Probe_Create_InstanceMI(const CMPIBroker *mb, cons
     broker = mb;
     kept = nullptr;
     CMSetStatus(rc, CMPI_RC_OK);
-    return &instances;
+    return &instanceFace;
 }
 
 CMPI_EXTERN_C CMPIMethodMI *Probe_Create_MethodMI(const CMPIBroker *, const CMPIContext *, CMPIStatus *rc) {
     CMSetStatus(rc, CMPI_RC_OK);
-    return &methods;
+    return &methodFace;
 }
 
 // A provider that refuses to be made.
 CMPI_EXTERN_C CMPIInstanceMI *Broken_Create_InstanceMI(const CMPIBroker *mb, const CMPIContext *, CMPIStatus *rc) {
     CMSetStatusWithChars(mb, rc, CMPI_RC_ERR_FAILED, "out of order");
-    return &instances;
+    return &instanceFace;
 }

@@ -10,12 +10,17 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <string>
+#include <sys/file.h>
+#include <sys/resource.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -81,6 +86,7 @@ TEST_F(Alert, EveryEventInBothLogs) {
         {0x400403EAU, 4, {"/dev/sda1", "/", "90", "1000"}},
         {0x800403E9U, 2, {"a\"b\\c\n", "/\xC3\xBC\xFF\xC3\u202e\u009b", "0", "18446744073709551615", "100"}},
         {0xC00403E8U, 1, {"\xED\xA0\x80", nullptr, "-1", "007"}},
+        {0x400403EAU, 0, {"d", "/", "100000000000000000000", "000", "10 "}},
         {0x0000000AU, 9, {"x", "\xF4\x90\x80\x80\xF0\x9F\x98\x80\xC0\xAF"}},
     };
     for (const auto &testCase : kCases)
@@ -100,11 +106,12 @@ TEST_F(Alert, EveryEventInBothLogs) {
 
 TEST_F(Alert, CarriesTheForecastOfAMonitor) {
     SetAlertForecast([](const char *device, const char *mountPoint, double *shrink, double *full) {
-        *shrink = std::strcmp(mountPoint, "/nan") == 0 ? std::nan("") : 1024.4;
-        *full = 7200;
+        *shrink = std::strcmp(mountPoint, "/nan") == 0 ? std::nan("") : mountPoint[1] == '-' ? -1 : 1024.4;
+        *full = std::strcmp(mountPoint, "/-") == 0 ? 1e15 : std::strcmp(mountPoint, "/--") == 0 ? 1.001e15 : 7200;
         return std::strcmp(device, "/dev/a") == 0 ? 1 : 0;
     });
-    for (const auto &[device, mountPoint] : {std::pair("/dev/a", "/"), {"/dev/a", "/nan"}, {"/dev/b", "/"}})
+    for (const auto &[device, mountPoint] :
+         {std::pair("/dev/a", "/"), {"/dev/a", "/nan"}, {"/dev/b", "/"}, {"/dev/a", "/-"}, {"/dev/a", "/--"}})
         EXPECT_EQ(send(0x800403E9U, 2, {device, mountPoint, "1", "2", "3"}), 0);
     EXPECT_EQ(sendCountChange(), 0);
     SetAlertForecast(nullptr);
@@ -113,7 +120,8 @@ TEST_F(Alert, CarriesTheForecastOfAMonitor) {
     EXPECT_EQ(alerts.at(0).value("shrinkMiBPerHour", 0), 1024);
     EXPECT_EQ(alerts.at(0).value("fullInSeconds", 0), 7200);
     EXPECT_FALSE(alerts.at(1).contains("shrinkMiBPerHour"));
-    for (std::size_t i = 2; i < 5; ++i)
+    EXPECT_TRUE(alerts.at(3).at("fullInSeconds") == 1000000000000000 && !alerts.at(3).contains("shrinkMiBPerHour"));
+    for (const std::size_t i : {2U, 4U, 5U, 6U})
         EXPECT_FALSE(alerts.at(i).contains("fullInSeconds")) << i;
 }
 
@@ -148,6 +156,29 @@ TEST_F(Alert, TheFileIsBoundedAndAStumpDoesNotSpoilTheNextLine) {
         EXPECT_EQ(alertsIn(kFile).size(), 1U);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(kDirectory), {}), 2);
+    // As long as it fits, it goes into the same file.
+    fs::remove(kOlderFile);
+    const std::uintmax_t length = fs::file_size(kFile);
+    fs::resize_file(kFile, kMaxBytes - length - 2);
+    std::ofstream(kFile, std::ios::app) << "\n";
+    EXPECT_EQ(sendCountChange(), 0);
+    EXPECT_TRUE(fs::file_size(kFile) == kMaxBytes - 1 && !fs::exists(kOlderFile));
+    const int held = ::open(kFile.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    EXPECT_EQ(sendCountChange(), 0) << "while another sender keeps the lock";
+    EXPECT_GT(fs::file_size(kFile), kMaxBytes);
+    fs::resize_file(kFile, 2 * kMaxBytes);
+    EXPECT_EQ(sendCountChange(), -1) << "twice as much is the end";
+    close(held);
+    EXPECT_EQ(sendCountChange(), 0);
+    EXPECT_LT(fs::file_size(kFile), kMaxBytes);
+    const auto sendInLimits = [] {
+        const struct rlimit limit = {fs::file_size(kFile), RLIM_INFINITY};
+        signal(SIGXFSZ, SIG_DFL);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        _exit(sendCountChange() == -1 ? 0 : 1);
+    };
+    EXPECT_EXIT(sendInLimits(), testing::ExitedWithCode(0), "") << "the process's own limit";
 }
 
 TEST_F(Alert, TellsWhenTheFileTookNothing) {

@@ -3,22 +3,28 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <random>
 #include <thread>
 
+#include "agentDir.h"
+#include "alertForecast.h"
 #include "alertProgram.h"
 #include "fd.h"
 #include "golden.h"
 #include "memoryFile.h"
 #include "monitorSamples.h"
 #include "notify.h"
+#include "outlook.h"
 #include "passes.h"
+#include "svalert.h"
 
 namespace {
 
@@ -55,6 +61,22 @@ TEST(MonitorSettings, InARow) {
     });
 }
 
+TEST(MonitorMemory, IsReplacedWholeOrNotAtAll) {
+    char name[] = "/tmp/oxtmemoryXXXXXX";
+    ASSERT_NE(mkdtemp(name), nullptr);
+    const std::string path = std::string(name) + "/memory", link = std::string(name) + "/link";
+    EXPECT_TRUE(writeMemory(path, {{}, 20, {}}) && writeMemory(path, {{}, 30, {}}));
+    EXPECT_EQ(readMemory(path, 0).cycleSeconds, 30u);
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
+    std::filesystem::create_symlink(path, link);
+    EXPECT_FALSE(readMemory(link, 0).cycleSeconds) << "no link is followed";
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_FALSE(writeMemory(path, {}) || writeMemory(path + "none/memory", {}) ||
+                 std::filesystem::exists(path + ".new"));
+    std::filesystem::remove_all(name);
+}
+
 struct RulesAtWork : ::testing::Test {
     // The changes, made as the provider makes them, as "setting from -> to".
     std::vector<std::string> apply() {
@@ -79,7 +101,9 @@ struct RulesAtWork : ::testing::Test {
 };
 
 TEST_F(RulesAtWork, APercentageSurvivesAResizeAndAHandTheRule) {
-    use("[[rule]]\nmount = '/d*'\nwarning = '20%'\n[[rule]]\nwarning = '5%'\nfatal = '3%'\n");
+    use("[[rule]]\ndevice = '/dev/d'\nfatal = '9%'\n[[rule]]\ntype = 'xfs'\nmount = '/data'\nfatal = '8%'\n"
+        "[[rule]]\nmount = '/d*'\ndevice = '/dev/data'\ntype = 'ext?'\nwarning = '20%'\n"
+        "[[rule]]\nwarning = '5%'\nfatal = '3%'\n");
     EXPECT_THAT(apply(), ElementsAre("/data: warning threshold 100 -> 200", "/data: fatal threshold 10 -> 30"))
         << "of two rules the first that matches counts, for each setting";
     EXPECT_THAT(apply(), IsEmpty());
@@ -115,13 +139,13 @@ TEST_F(RulesAtWork, APercentageSurvivesAResizeAndAHandTheRule) {
 
 TEST_F(RulesAtWork, OnlyWhatTheProviderTakes) {
     FileSystem small = fileSystem("/small", 99, 50), removable = fileSystem("/stick", 1000, 500);
-    FileSystem second = fileSystem("/again", 1000, 500), tiny = fileSystem("/tiny", 150, 50);
+    FileSystem second = fileSystem("/again", 1000, 500), tiny = fileSystem("/tiny", 100, 50);
     removable.driveType = 1;
     second.device = all[0].device;
     all.insert(all.end(), {small, removable, second, tiny});
     use("[[rule]]\nwarning = '200M'\nfatal = '0.1%'\n");
     EXPECT_THAT(apply(), ElementsAre("/data: warning threshold 100 -> 200", "/data: fatal threshold 10 -> 1",
-                                     "/tiny: warning threshold 15 -> 150"))
+                                     "/tiny: warning threshold 10 -> 100"))
         << "no change of what is never judged, none of a device's second mount, none above the size";
     memories["/dev/data"].settings[1].outcome.reset();
     all[0].warningMiB = 100;
@@ -152,6 +176,9 @@ TEST(MonitorForecast, SteadyTrendsAlone) {
         double hours; // to full; 0: nothing is told
     } cases[] = {
         {"too few points", minutes(7, [](int ago) { return 1000 + 10 * ago; }), 0},
+        {"the fewest that reach over half of a quarter of an hour", minutes(9, [](int ago) { return 1000 + 10 * ago; }),
+         1.67},
+        {"one less", minutes(8, [](int ago) { return 1000 + 10 * ago; }), 0},
         {"nothing happens", minutes(1440, [](int) { return 5000; }), 0},
         {"it grows", minutes(1440, [](int ago) { return 90000 - 10 * ago; }), 0},
         {"600 MiB an hour", minutes(600, [](int ago) { return 6000 + 10 * ago; }), 10},
@@ -165,7 +192,8 @@ TEST(MonitorForecast, SteadyTrendsAlone) {
          minutes(600, [](int ago) { return ago < 20 ? 3000 + 100 * ago : 6000 + 50 * (ago % 60); }), 0.5},
         {"freed once, filling again", minutes(600, [](int ago) { return 6000 + 100 * (ago < 60 ? ago : ago - 60); }),
          1},
-        {"longer than a year", minutes(1440, [](int ago) { return 100000000 + ago; }), 0},
+        {"almost a year", minutes(1440, [](int ago) { return 527000 + ago; }), 8783.4},
+        {"longer than a year", minutes(1440, [](int ago) { return 527100 + ago; }), 0},
     };
     for (const auto &row : cases) {
         const auto forecast = forecastOf(row.points);
@@ -196,9 +224,34 @@ TEST(MonitorForecast, HistoryIsBoundedAndSurvivesClocksAndRestarts) {
          {"", "[]", "{\"histories\":[{\"device\":1}]}", "{\"rules\":[[]],\"histories\":{},\"cycle\":-1}",
           "{\"histories\":[{\"device\":\"\u4e00\",\"mount\":\"/\",\"points\":[1,1]}]}"})
         EXPECT_TRUE(parseMemory(broken, now).histories.empty()) << broken;
+    const FileSystem fs = fileSystem("/data", 1000, 500);
+    addToHistories(memory, {fs, fileSystem("/none", 0, 0)}, now);
+    EXPECT_EQ(memory.histories.size(), 2u) << "none of what was not measured";
     history.add({now - 5000, 1});
     EXPECT_EQ(history.points().back().freeMiB, 1u) << "the clock was set back";
     EXPECT_LE(history.points()[history.points().size() - 2].time, now - 5000);
+}
+
+// The alert library that the provider has loaded asks for it, as long as the monitor lives.
+TEST(MonitorForecast, StandsInTheAlerts) {
+    ASSERT_TRUE(emptyAgentDirectory());
+    void *const library = dlopen(agentPath("lib/libsvalert.so").c_str(), RTLD_LAZY);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto send = reinterpret_cast<decltype(&SendIndication)>(dlsym(library, "SendIndication"));
+    FileSystem foreseen = fileSystem("/data", 1000, 500);
+    foreseen.outlook = Outlook{Forecast{1024.4, 7200}, "", "", ""};
+    char device[] = "/dev/data", mount[] = "/data", *strings[] = {device, mount};
+    const auto sent = [&] {
+        std::filesystem::remove(agentPath("log/svalert.json"));
+        EXPECT_EQ(send({0, 3, "test", 0x800403E9U, 2, 2, strings}), 0);
+        return fileContent(agentPath("log/svalert.json"));
+    };
+    auto forecasts = std::make_unique<AlertForecasts>(agentDirectory());
+    forecasts->use({fileSystem("/other", 1000, 500), foreseen});
+    EXPECT_THAT(sent(), HasSubstr("\"shrinkMiBPerHour\":1024,\"fullInSeconds\":7200,"));
+    forecasts.reset();
+    EXPECT_THAT(sent(), Not(HasSubstr("shrink"))) << "the monitor has ended";
+    dlclose(library);
 }
 
 TEST(MonitorPasses, AreTold) {
@@ -215,9 +268,12 @@ TEST(MonitorPasses, AreTold) {
     EXPECT_EQ(statusLine(passes, 1, 0, 2, start), "1 file system, 2 fatal, passes fail: why");
     passMissed(passes, seconds(60), "gone");
     EXPECT_EQ(passes.failed, 2u);
-    EXPECT_EQ(passes.overdue(seconds(10)), passes.next + seconds(10));
+    for (const auto &[cycle, patience] : {std::pair(9, 10), {20, 20}, {31, 30}})
+        EXPECT_EQ(passes.overdue(seconds(cycle)), passes.next + seconds(patience));
     passSucceeded(passes, start + seconds(200), 99, seconds(60));
     EXPECT_TRUE(passes.failing.empty());
+    EXPECT_EQ(statusLine(passes, 0, 2, 1, passes.next), "0 file systems, 1 fatal, 2 warnings, looking");
+    EXPECT_EQ(passes.succeeded, 2u);
     EXPECT_EQ(passes.lastSuccess, 99);
     EXPECT_EQ(passes.lastDuration, seconds(79)) << "of one that hung and then went on";
 }
@@ -236,6 +292,11 @@ TEST(MonitorNotify, SpeaksToTheServiceManager) {
     setenv("WATCHDOG_USEC", "60000000", 1);
     notifyManager("READY=1");
     EXPECT_EQ(watchdogPeriod(), std::chrono::microseconds(seconds(60)));
+    setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
+    EXPECT_EQ(watchdogPeriod(), std::chrono::microseconds(seconds(60)));
+    setenv("WATCHDOG_USEC", "0", 1);
+    EXPECT_FALSE(watchdogPeriod()) << "not watched";
+    setenv("WATCHDOG_USEC", "60000000", 1);
     setenv("WATCHDOG_PID", "1", 1);
     EXPECT_FALSE(watchdogPeriod()) << "another process is watched";
     for (const char *variable : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"})
@@ -254,9 +315,15 @@ TEST(MonitorProgram, IsBoundedInTimeAndNumber) {
     ASSERT_NE(mkdtemp(name), nullptr);
     const std::string out = std::string(name) + "/out";
     setenv("CREDENTIALS_DIRECTORY", "/run/credentials/oxtfs", 1); // what systemd gives the monitor is not for others
-    program.use(
-        {"/bin/sh", "-c",
-         "printf '%s.' \"$OXTFS_MOUNTPOINT$CREDENTIALS_DIRECTORY\" $(readlink /proc/self/fd/0) >>" + out + "; exit 3"});
+    sigset_t blocked, before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    signal(SIGUSR2, SIG_IGN);
+    program.use({"/bin/sh", "-c",
+                 "printf '%s.' \"$OXTFS_MOUNTPOINT$CREDENTIALS_DIRECTORY\" $(readlink /proc/self/fd/0) "
+                 "$(grep -cE 'Sig(Blk|Ign):.*[1-9a-f].{0,6}$' /proc/self/status) ${PATH:+path} >>" +
+                     out + "; exit 3"});
     for (int i = 0; i < 100; ++i)
         program.run({{"OXTFS_MOUNTPOINT", "/$(id)\n\xff"}});
     EXPECT_EQ(said.size(), 100u - 4 - 64) << "the oldest of too many are left out";
@@ -267,17 +334,22 @@ TEST(MonitorProgram, IsBoundedInTimeAndNumber) {
     EXPECT_FALSE(program.isBusy());
     EXPECT_THAT(said, ::testing::Each(HasSubstr("ended with 3.")));
     EXPECT_EQ(said.size(), 68u);
-    EXPECT_THAT(fileContent(out), ::testing::StartsWith("/$(id)\n\xff./dev/null."));
+    EXPECT_THAT(fileContent(out), ::testing::StartsWith("/$(id)\n\xff./dev/null.0.path."));
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    signal(SIGUSR2, SIG_DFL);
     program.use({"/nonexistent"});
     program.run({});
     EXPECT_THAT(said.back(), HasSubstr("cannot run /nonexistent"));
     AlertProgram endless([&](const std::string &line) { said.push_back(line); }, milliseconds(50));
-    endless.use({"/bin/sleep", "1000"});
+    endless.use({"/bin/sh", "-c", "sleep 1000 & echo $! >" + out + "; wait"}); // both are ended
     endless.run({});
     for (int i = 0; i < 3000 && endless.isBusy(); ++i, std::this_thread::sleep_for(milliseconds(10)))
         endless.look();
     EXPECT_FALSE(endless.isBusy());
     EXPECT_THAT(said.back(), HasSubstr("was ended by signal 9."));
+    std::ifstream status("/proc/" + std::to_string(std::atoi(fileContent(out).c_str())) + "/stat");
+    const std::string left{std::istreambuf_iterator<char>(status), {}};
+    EXPECT_TRUE(left.empty() || left.find(") S") == left.npos) << left << ": what it started";
     std::filesystem::remove_all(name);
 }
 

@@ -23,6 +23,7 @@
 #include "oxtFsSave.h"
 #include "oxtPaths.h"
 #include "oxtShm.h"
+#include "passSigns.h"
 #include "recordSession.h"
 #include "saveFile.h"
 #include "segments.h"
@@ -235,6 +236,16 @@ TEST_F(Peek, SaveFilesOnTheDisk) {
     });
     EXPECT_TRUE(readSaveFile(path).loads());
     writer.join();
+    // As a monitor judges it after a pass.
+    std::filesystem::create_directory(root_ + "data");
+    std::filesystem::rename(path, root_ + "data/" + kSaveFileName);
+    EXPECT_TRUE(isSaveWhole(root_));
+    for (const std::uintmax_t less : {30 + 3 * sizeof(FsProv) - 1, std::size_t{30}, std::size_t{29}, std::size_t{0}}) {
+        std::filesystem::resize_file(root_ + "data/" + kSaveFileName, less);
+        EXPECT_FALSE(isSaveWhole(root_)) << less;
+    }
+    EXPECT_THAT(withDirectoryProblem("why", root_),
+                HasSubstr("why; the agent's directory " + root_ + "log is missing"));
 }
 
 TEST_F(Peek, SegmentsThatAreNotThereOrNotReady) {

@@ -9,14 +9,17 @@
 
 #include <nlohmann/json.hpp>
 
-#include "alertFile.h"
+#include "alertText.h"
 #include "columns.h"
 #include "failure.h"
 #include "golden.h"
 #include "json.h"
 #include "jsonSchema.h"
+#include "outlook.h"
+#include "passSigns.h"
 #include "prometheus.h"
 #include "screen.h"
+#include "sharedMemory.h"
 #include "shownText.h"
 #include "shownTraceLine.h"
 #include "table.h"
@@ -27,6 +30,56 @@ namespace {
 using namespace oxttool;
 using nlohmann::json;
 using ::testing::HasSubstr;
+
+FileSystem sample() {
+    FileSystem fs;
+    fs.index = "7";
+    fs.device = "/dev/sdb1";
+    fs.mountPoint = "/data";
+    fs.type = "xfs";
+    fs.driveType = 0;
+    fs.monitored = 1;
+    fs.status = 2;
+    fs.sizeMiB = 4294967295;
+    fs.freeMiB = 1073741824;
+    fs.warningMiB = 2147483648;
+    fs.fatalMiB = 1;
+    return fs;
+}
+
+// What the program for an alert gets, of a file system that is full in an hour.
+std::string variables(const std::string &alertLine) {
+    View view;
+    view.fileSystems.resize(2);
+    view.fileSystems[1].device = "/dev/a";
+    view.fileSystems[1].mountPoint = "/m";
+    view.fileSystems[1].outlook = Outlook{Forecast{1, 3599.6}, "", "", ""};
+    std::string text;
+    for (const auto &[name, value] : variablesOf(*parseAlert(alertLine), &view))
+        text += (text.empty() ? "" : "\n") + name + "='" + value + "'";
+    return text;
+}
+
+// The alert of a status that has become another, where no file tells it.
+std::string changes(int was, int is) {
+    FileSystem before = sample(), after = sample();
+    before.status = was;
+    after.status = is;
+    std::string text = "none";
+    for (const Alert &alert : changesOfStatus({before}, {after}, 0))
+        text = textOf(jsonOf(alert, Unit::MiB));
+    return text;
+}
+
+// In colour (ESC begins one), and as JSON.
+std::string traceLine(const std::string &line) {
+    Look look;
+    EXPECT_EQ(shownTraceLine(line, look), printable(line));
+    look.colour = true;
+    const std::string coloured = shownTraceLine(line, look);
+    look.json = true;
+    return std::regex_replace(coloured, std::regex("\033"), "ESC") + "\n" + shownTraceLine(line, look);
+}
 
 // What users write and what they are shown, and the words for what is none of it.
 TEST(ToolValues, InARow) {
@@ -53,12 +106,23 @@ TEST(ToolValues, InARow) {
                  const auto alert = parseAlert(line.substr(kind.size() + 1));
                  if (!alert)
                      return "none";
+                 EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*alert, Unit::MiB)))), "");
                  const std::string status = alert->newStatus ? statusName(*alert->newStatus) : "no";
                  return status + " status of '" + alert->device + "' on '" + alert->mountPoint + "': " +
                         textOf(Json{alert->freeMiB.value_or(0), alert->sizeMiB.value_or(0),
                                     alert->thresholdMiB.value_or(0)});
              }},
+            {"change", [&] { return changes(std::stoi(text), std::stoi(more)); }},
+            {"exec", [&] { return variables(line.substr(kind.size() + 1)); }},
+            {"trace", [&] { return traceLine(unprintable(line.substr(6))); }},
             {"drive", [&] { return std::string(driveName(std::stoll(text))); }},
+            {"time", [&] { return spokenTime(std::stod(text)); }},
+            {"shown", [&] { return printable(unprintable(text)); }},
+            {"utf8", [&] { return printableUtf8(unprintable(text)); }},
+            {"line", [&] { return printableLine(unprintable(text)); }},
+            {"word", [&] { return shellWord(text); }},
+            {"failure", [&] { return explainedFailure(text); }},
+            {"memory", [&] { return std::string(noSharedMemory(std::stoi(text)).what()); }},
         };
         try {
             return kinds.at(kind)() + "\n";
@@ -70,43 +134,6 @@ TEST(ToolValues, InARow) {
     });
     EXPECT_FALSE(parseAlert("{\"a\":\xff\"}"));
     EXPECT_FALSE(parseAlert("{\"device\":\"\xff\"}"));
-}
-
-FileSystem sample() {
-    FileSystem fs;
-    fs.index = "7";
-    fs.device = "/dev/sdb1";
-    fs.mountPoint = "/data";
-    fs.type = "xfs";
-    fs.driveType = 0;
-    fs.monitored = 1;
-    fs.status = 2;
-    fs.sizeMiB = 4294967295;
-    fs.freeMiB = 1073741824;
-    fs.warningMiB = 2147483648;
-    fs.fatalMiB = 1;
-    return fs;
-}
-
-TEST(ToolTable, JsonKeepsEveryValueAndStaysJson) {
-    FileSystem odd = sample();
-    odd.mountPoint = "/a \"b\"\\\n\x01\xff"; // the last byte is no UTF-8
-    odd.monitored = 0;
-    odd.sizeMiB = odd.freeMiB = 0;
-    const json told = json::parse(textOf(jsonOf(std::vector{sample(), odd}, Unit::Human)));
-    EXPECT_EQ(JsonSchema().problem("list", told), "");
-    const json all = told.at("filesystems");
-    ASSERT_EQ(all.size(), 2u);
-    EXPECT_EQ(all[0], json::parse(R"({"index": 7, "device": "/dev/sdb1", "mountpoint": "/data", "type": "xfs",
-                                      "drive": "fixed", "size": 4294967295, "free": 1073741824, "freepercent": 25.0,
-                                      "monitored": true, "warning": 2147483648, "warningdefault": 0, "fatal": 1,
-                                      "fataldefault": 0, "status": "warning"})"));
-    EXPECT_EQ(all[1].at("mountpoint"), "/a \"b\"\\\n\x01\ufffd");
-    EXPECT_EQ(all[1].at("monitored"), false);
-    EXPECT_EQ(all[1].at("freepercent"), nullptr);
-    EXPECT_EQ(jsonOf(sample(), Unit::Bytes).at("size"), 4503599626321920);
-    for (const char *line : {"{}", R"({"eventId":"0x800403E9","device":"/d","availableMiB":9,"time":"T"})"})
-        EXPECT_EQ(JsonSchema().problem("alert", json::parse(textOf(jsonOf(*parseAlert(line), Unit::MiB)))), "");
 }
 
 // True also where there is no promtool.
@@ -166,34 +193,6 @@ TEST(ToolShow, MetricsAreEscapedAndWellFormed) {
     EXPECT_THAT(prometheusText({}), HasSubstr("\noxtfs_monitor_up 0\n")) << "a look on the spot is no monitor";
     EXPECT_EQ(prometheusText({}).find("success_"), std::string::npos);
     EXPECT_TRUE(promtoolTakes(text));
-}
-
-// In the golden file: in colour (ESC begins one), and as JSON.
-TEST(ToolShow, TraceLines) {
-    const std::string begin = "2031-01-05T07:08:09.123Z 12 34 ", point = "shmNew:56 ";
-    const std::string lines[] = {begin + "0 " + point + "_IN_",
-                                 begin + "3 " + point + "_OUT_ shmat Failure!! errno=[13]",
-                                 begin + "3 " + point + "pthread_mutex_trylock() retry(30) Failre!!",
-                                 begin + "3 " + point + "##start##",
-                                 begin + "0 " + point + "a name with Failure!! in it",
-                                 begin + "3 " + point,
-                                 "",
-                                 begin,
-                                 begin + "3 shmNew Failure!!",
-                                 begin + "x " + point + "text",
-                                 "2031-01-05 07:08:09.123 12 34 0 " + point + "text",
-                                 "another form of line: Failure!!",
-                                 begin + "3 " + point + "t: \"\xff\033[2J"};
-    std::string shown;
-    for (const std::string &line : lines) {
-        Look look;
-        EXPECT_EQ(shownTraceLine(line, look), printable(line));
-        look.colour = true;
-        shown += shownTraceLine(line, look) + "\n";
-        look.json = true;
-        shown += shownTraceLine(line, look) + "\n";
-    }
-    expectGolden("traceLines.txt", std::regex_replace(shown, std::regex("\033"), "ESC"));
 }
 
 } // namespace

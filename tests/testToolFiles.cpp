@@ -18,8 +18,8 @@
 #include "keyedSegment.h"
 #include "lineFile.h"
 #include "passSigns.h"
+#include "process.h"
 #include "providerSegment.h"
-#include "traceSetting.h"
 
 namespace {
 
@@ -49,19 +49,6 @@ template <class Function> Exit exitOf(Function function) {
         return failure.exitCode;
     }
     return Exit::Ok;
-}
-
-TEST_F(ToolFiles, TheTraceIsSwitchedAndTheOtherSettingsStay) {
-    std::filesystem::create_directory(root_ + "log");
-    const std::string name = "log/svtrace.conf", conf = root_ + name;
-    writeTraceSetting(root_, "off");
-    EXPECT_EQ(fileContent(conf), "normal = off\n");
-    append(name, "# normal = on\nfiles=3\n  normal=off # why\nnormally = 1");
-    writeTraceSetting(root_, "on");
-    EXPECT_EQ(fileContent(conf), "normal = on\n# normal = on\nfiles=3\nnormal = on # why\nnormally = 1\n");
-    std::filesystem::rename(conf, root_ + "elsewhere");
-    std::filesystem::create_symlink(root_ + "elsewhere", conf);
-    EXPECT_EQ(exitOf([this] { writeTraceSetting(root_, "off"); }), Exit::Environment) << "no link is followed";
 }
 
 TEST_F(ToolFiles, AFileIsFollowedThroughEverything) {
@@ -216,6 +203,17 @@ TEST_F(ToolFiles, ProviderAtWorkIsFoundByItsLivingMaker) {
 
     const int id = shmget(ftok(keyFile.c_str(), kKeyProject), 0, 0);
     EXPECT_FALSE(findProviderAtWork(root_)) << "its maker is dead";
+    const std::time_t now = std::time(nullptr);
+    EXPECT_TRUE(mayHaveActed(getpid(), getuid(), now));
+    EXPECT_FALSE(mayHaveActed(getpid(), getuid() + 1, now) || mayHaveActed(0, getuid(), now)) << "another's";
+    EXPECT_FALSE(mayHaveActed(getpid(), getuid(), now - 1000000)) << "it had not begun";
+    const pid_t zombie = fork();
+    if (zombie == 0)
+        _exit(0);
+    siginfo_t ended = {};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(zombie), &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_FALSE(mayHaveActed(zombie, getuid(), now)) << "dead, and not waited for";
+    waitpid(zombie, nullptr, 0);
     shmctl(id, IPC_RMID, nullptr);
 }
 

@@ -2,7 +2,10 @@
 // directory in which things happen. The library's directory in these tests is OXT_AGENT_TEST_DIR.
 
 #include "agentFile.h"
+#include "agentText.h"
+#include "golden.h"
 #include "svtrace.h"
+#include "svtraceSettings.h"
 
 #include <gtest/gtest.h>
 
@@ -21,6 +24,7 @@
 #include <sched.h>
 #include <set>
 #include <string>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -154,8 +158,6 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
     } kCases[] = {
         {"plain \xC3\xBC", "test:1 plain \xC3\xBC"},
         {"a\nb\r\tc\x1B\x7F", R"(test:1 a\nb\r\tc\x1B\x7F)"},
-        {"\u009b1m \u202egpj \u2066\u061c\u2029 \xE9",
-         R"(test:1 \xC2\x9B1m \xE2\x80\xAEgpj \xE2\x81\xA6\xD8\x9C\xE2\x80\xA9 \xE9)"},
         {"", "test:1 "},
         {std::string(5000, 'x'), "xxx...[cut]"},
         {std::string(3000, '\n'), R"(\n\n...[cut])"},
@@ -178,6 +180,55 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
     ASSERT_EQ(bodies.size(), std::size(kCases) + 2);
     EXPECT_EQ(*(bodies.end() - 2), std::string("-:-2 [tag\\n] ") + strerror(ENOSPC));
     EXPECT_EQ(bodies.back(), "nothing:0 ");
+    const std::string longName(200, 'n');
+    TraceLog(3, longName.c_str(), longName.c_str(), 7, "x");
+    EXPECT_EQ(bodiesOf(kDirectory / "text.log").back(), longName.substr(72) + ":7 [" + longName.substr(72) + "] x");
+    // Around the longest text that fits: whole, or cut with its mark, and then as long as there is room.
+    SetFilePath("long.log");
+    for (std::size_t length = 3950; length < 4096; ++length)
+        TraceLog(3, "", "f", 1, "%s", std::string(length, 'y').c_str());
+    std::size_t length = 3950, longest = 0;
+    for (const std::string &body : bodiesOf(kDirectory / "long.log")) {
+        longest = std::max(longest, body.size());
+        EXPECT_EQ(body.size(), body.back() == 'y' ? 4 + length : longest);
+        ++length;
+    }
+    EXPECT_TRUE(length == 4096 && longest > 4000 && longest < 4096) << longest;
+}
+
+// What becomes of times (seconds and nanoseconds), of bytes and of settings. "\xHH" stands for a byte.
+TEST_F(Trace, TextsInARow) {
+    agent::TraceMoment then = {{1000, 0}, getpid(), gettid()};
+    expectReplay("agent.txt", [&](const std::string &line) {
+        std::string text;
+        for (std::size_t i = line.find(' ') + 1; i < line.size(); ++i)
+            text += line.compare(i, 2, "\\x") != 0
+                        ? line[i]
+                        : static_cast<char>(std::stoi(line.substr((i += 3) - 1, 2), nullptr, 16));
+        char bytes[256];
+        agent::Text out = {bytes, bytes + sizeof bytes};
+        if (line[0] == 's') {
+            std::ofstream(kDirectory / "svtrace.conf") << text;
+            ++then.time.tv_sec;
+            const agent::TraceSettings settings = agent::traceSettings(then);
+            return std::to_string(settings.maxBytes) + " " + std::to_string(settings.capacity) + " " +
+                   std::to_string(settings.files) + (settings.normal ? " normal\n" : "\n");
+        }
+        if (line[0] == 't')
+            agent::putTime(out, {std::stoll(text), std::stol(text.substr(text.find(' ')))});
+        else if (line[0] == 'v')
+            agent::putVisible(out, text.data(), text.size());
+        else
+            agent::putJson(out, text.c_str(), 20);
+        return std::string(bytes, out.at) + "\n";
+    });
+    // Eight bytes are looked at together, and those at the end each.
+    for (int byte = 0; byte < 256; ++byte)
+        for (std::size_t at = 0; at < 11; ++at) {
+            std::string text(11, 'a');
+            text[at] = static_cast<char>(byte);
+            EXPECT_EQ(agent::needsCare(text.data(), text.size()), byte < 0x20 || byte >= 0x7F) << byte << " at " << at;
+        }
 }
 
 TEST_F(Trace, RefusedNamesLeaveTheSelection) {
@@ -224,10 +275,19 @@ TEST_F(Trace, RotationIsBoundedAndHappensOncePerFullFile) {
     EXPECT_GT(files, 10);
     EXPECT_EQ(countWhole(bodies), 3U * 4U * 1000U);
 
-    EXPECT_TRUE(agent::rotate((kDirectory / "turn.log.1").c_str(), 9, 10 * kMax)) << "another process was first";
-    EXPECT_FALSE(fs::exists(kDirectory / "turn.log.1.1"));
+    const std::string first = kDirectory / "turn.log.1", second = first + ".1";
+    EXPECT_TRUE(agent::rotate(first.c_str(), 9, 10 * kMax)) << "another process was first";
+    EXPECT_FALSE(fs::exists(second));
+    EXPECT_TRUE(agent::rotate(second.c_str(), 9, 1)) << "and has not begun the next one";
+    const int held = open(first.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    EXPECT_FALSE(agent::rotate(first.c_str(), 9, 1)) << "another process is about to";
+    close(held);
+    EXPECT_TRUE(agent::rotate(first.c_str(), 9, static_cast<std::int64_t>(fs::file_size(first)))) << "just full";
+    EXPECT_TRUE(fs::exists(second) && !fs::exists(first));
 
     configure("max_bytes = 1\nfiles = 3\n"); // a limit too low to be meant is raised
+    fs::remove(second);
     inProcesses(1, [](int) { return writeFromThreads("turn.log", 9, 1, 3000); });
     for (const auto &entry : fs::directory_iterator(kDirectory)) {
         EXPECT_LE(entry.file_size(), kMax) << entry.path();
@@ -250,7 +310,9 @@ TEST_F(Trace, SettingsAreNoticedWhileRunning) {
         traceInto("switch.log", 0, "normal");
         lines += step.normal ? 2 : 1;
         EXPECT_EQ(TraceWanted(0), step.normal ? 1 : 0);
+        errno = ENOSPC;
         EXPECT_EQ(TraceWanted(3), 1);
+        EXPECT_EQ(errno, ENOSPC);
         EXPECT_EQ(bodiesOf(kDirectory / "switch.log").size(), lines) << step.settings;
     }
 }
@@ -353,11 +415,29 @@ TEST_F(Trace, ACancelledThreadWritesItsLineAndLeavesNothingLocked) {
         std::thread([] {
             pthread_cancel(pthread_self());
             traceInto("cancel.log", 3, "opens or looks after the log");
+            int state = PTHREAD_CANCEL_DISABLE;
+            pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, &state);
+            EXPECT_EQ(state, PTHREAD_CANCEL_ENABLE) << "as it was";
             pthread_testcancel();
+            ADD_FAILURE() << "it was not cancelled";
         }).join();
         nextSecond();
     }
     EXPECT_EQ(bodiesOf(kDirectory / "cancel.log").size(), 2U);
+}
+
+TEST_F(Trace, TheHostsDescriptorsStayItsOwn) {
+    inProcesses(1, [](int) {
+        for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            close(standard);
+        traceInto("fd.log", 3, "opens it");
+        std::vector<int> logs;
+        std::error_code none;
+        for (const auto &entry : fs::directory_iterator("/proc/self/fd"))
+            if (fs::read_symlink(entry.path(), none) == kDirectory / "fd.log")
+                logs.push_back(std::stoi(entry.path().filename().string()));
+        return logs.size() == 1 && logs[0] > STDERR_FILENO && fcntl(logs[0], F_GETFD) == FD_CLOEXEC ? 0 : 1;
+    });
 }
 
 TEST(BuiltTrace, ServesCallersThatUnloadIt) {

@@ -22,12 +22,17 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string makeDirectory() {
-    std::error_code ignored;
-    std::string name = (fs::temp_directory_path(ignored) / "oxtfsctl-machine-XXXXXX").string();
+    const auto failure = [](const std::string &where, const std::string &why) {
+        return Failure(Exit::Environment, "no directory can be made for the machine" + where + ": " + why +
+                                              ".\nName another place: TMPDIR=/var/tmp oxtfsctl ...");
+    };
+    std::error_code error;
+    const fs::path temporary = fs::temp_directory_path(error);
+    if (error) // the path is empty then, and the directory would lie where the command was called
+        throw failure("", error.message());
+    std::string name = (temporary / "oxtfsctl-machine-XXXXXX").string();
     if (mkdtemp(&name[0]) == nullptr)
-        throw Failure(Exit::Environment, "no directory can be made for the machine, " + name + ": " +
-                                             std::strerror(errno) +
-                                             ".\nName another place: TMPDIR=/var/tmp oxtfsctl ...");
+        throw failure(", " + name, std::strerror(errno));
     for (const char *part : {"data", "work", "log"})
         (void)mkdir((fs::path(name) / part).c_str(), 0700); // what is missing, the session says
     return name + "/";

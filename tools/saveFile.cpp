@@ -20,7 +20,8 @@ namespace oxttool {
 namespace {
 
 constexpr ByteView kVersion = "# Version=1.0.0.0\n";
-constexpr std::size_t kConfigAt = kVersion.size();
+static_assert(kVersion.size() == kVersionBytes);
+constexpr std::size_t kConfigAt = kVersionBytes;
 constexpr std::size_t kTotalAt = kConfigAt + kConfigBytes;
 constexpr std::size_t kFileSystemsAt = kTotalAt + kTotalBytes;
 constexpr std::size_t kMostBytes = kFileSystemsAt + kMostFileSystems * kFileSystemBytes;

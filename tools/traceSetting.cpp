@@ -54,8 +54,9 @@ void writeTraceSetting(const std::string &root, const std::string &value) {
     ssize_t length = 0;
     struct stat state = {};
     if (const Fd old(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)); old) {
-        if (fstat(old.get(), &state) != 0 || !S_ISREG(state.st_mode) ||
-            (length = read(old.get(), text, sizeof text)) < 0)
+        if (fstat(old.get(), &state) == 0 && !S_ISREG(state.st_mode))
+            throw Failure(Exit::Environment, path + " is not a regular file.\nMove it away.");
+        if ((length = read(old.get(), text, sizeof text)) < 0)
             throw problem(path);
     } else if (errno != ENOENT) {
         throw problem(path);

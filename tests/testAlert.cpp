@@ -156,7 +156,6 @@ TEST_F(Alert, TheFileIsBoundedAndAStumpDoesNotSpoilTheNextLine) {
         EXPECT_EQ(alertsIn(kFile).size(), 1U);
     }
     EXPECT_EQ(std::distance(fs::directory_iterator(kDirectory), {}), 2);
-    // As long as it fits, it goes into the same file.
     fs::remove(kOlderFile);
     const std::uintmax_t length = fs::file_size(kFile);
     fs::resize_file(kFile, kMaxBytes - length - 2);

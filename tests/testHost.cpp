@@ -39,11 +39,11 @@ namespace {
 const char *const schema = R"(
     #pragma locale("en_US")
     Qualifier Key : boolean = false, Scope(property); /* declared, as
-    a compiler wants it */ Qualifier Values : string[], Scope(any);
+    a compiler wants it */ Qualifier Values : string[], Scope(any); Qualifier In : boolean; Qualifier Out : boolean;
     class OXT_Base { [Key] string Id; };
     class OXT_Probe : OXT_Base {
-        [Values{"a\"b", "c" "d"}] uint16 Number = 5; string Text; OXT_Base ref Other; datetime Times[];
-        uint32 echo(uint16 u, sint16 s, boolean b, string t, real64 r);
+        [Values{"a\"b", "c" "\td"}] uint16 Number = 5; string Text; OXT_Base ref Other; datetime Times[];
+        uint32 echo(uint16 u, [In(false), out] sint16 s, boolean b, string t, real64 r);
     };
     instance of OXT_Probe { Id = "x" "y"; Number = -3; };)";
 
@@ -165,7 +165,6 @@ TEST(Host, StaysForThreadsThatOutliveIt) {
         close(fd);
 }
 
-// By a name of its own: a library that nothing else has loaded.
 TEST(Host, ClosesTheLibraryBehindAThreadThatAttachedTwice) {
     char name[] = "/tmp/oxthostXXXXXX";
     ASSERT_NE(mkdtemp(name), nullptr);
@@ -175,7 +174,6 @@ TEST(Host, ClosesTheLibraryBehindAThreadThatAttachedTwice) {
     {
         Host host(options);
         EXPECT_EQ(call(host, "attachTwo"), "0/0000 0/0000 0/0000 0/0000 ");
-        EXPECT_TRUE(host.misuses().empty());
     }
     EXPECT_EQ(dlopen(options.library.c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr);
     std::filesystem::remove_all(name);
@@ -244,48 +242,25 @@ TEST(Schema, TypesArgumentsAndProperties) {
     EXPECT_EQ(wrong.getInstance("OXT_Probe").rc, CMPI_RC_ERR_TYPE_MISMATCH);
 }
 
-// Name, type and what else is known of each thing, its qualifiers behind "@".
-std::string readAs(const Mof &mof) {
-    std::ostringstream text;
-    const auto also = [](bool isArray, const char *kind, const MofTexts &qualifiers) {
-        std::string texts = (isArray ? "[]" : "") + std::string(kind) + "@";
-        for (const auto &[name, value] : qualifiers)
-            texts += name + "(" + value + ")";
-        return texts + "\n";
-    };
-    for (const MofClass &cls : mof.classes) {
-        text << cls.name << ":" << cls.superClass << also(false, "", cls.qualifiers);
-        for (const MofProperty *one : mof.propertiesOf(cls.name))
-            text << " " << one->name << " '" << one->defaultText << "' " << one->type << "/" << one->typeCode
-                 << also(one->isArray, one->isKey ? " key" : "", one->qualifiers);
-        for (const MofMethod &method : cls.methods) {
-            text << " " << method.name << "() " << method.returnType << also(false, "", method.qualifiers);
-            for (const MofParameter &one : method.parameters)
-                text << "  " << one.name << " " << one.type << (one.in ? " in" : "")
-                     << also(one.isArray, one.out ? " out" : "", one.qualifiers);
-        }
-    }
-    for (const MofInstance &instance : mof.instances)
-        for (const auto &[name, value] : instance.values)
-            text << instance.className << "." << name << " '" << value << "'\n";
-    return text.str() + (mof.qualifiers.empty() ? "" : testing::PrintToString(mof.qualifiers) + "\n");
-}
-
-TEST(Schema, FindsWithoutRegardToCase) {
+TEST(Schema, ReadsWhatASchemaUses) {
     const Mof mof = readMof(schema);
-    ASSERT_TRUE(mof.findProperty("OXT_PROBE", "number") && mof.findProperty("OXT_Probe", "Id"));
+    const MofProperty *number = mof.findProperty("OXT_PROBE", "number");
+    ASSERT_TRUE(number != nullptr && mof.findProperty("OXT_Probe", "Id") != nullptr);
+    EXPECT_EQ(number->defaultText + number->qualifiers.at(0).second, "5a\"b, c\td");
+    EXPECT_TRUE(mof.propertiesOf("OXT_Probe").front()->isKey && mof.propertiesOf("OXT_Probe").back()->isArray);
+    EXPECT_EQ(mof.instances.at(0).values.at(0).second + mof.instances[0].values.at(1).second, "xy-3");
+    const MofMethod *echo = mof.findMethod("oxt_probe", "ECHO");
+    ASSERT_TRUE(echo != nullptr && echo->parameters.size() == 5);
+    EXPECT_TRUE(echo->parameters[0].in && !echo->parameters[0].out && !echo->findParameter("S")->in);
+    EXPECT_TRUE(echo->findParameter("s")->out && !number->isKey);
     EXPECT_EQ(mof.findProperty("OXT_Probe", "Other")->type, "OXT_Base ref");
     EXPECT_FALSE(mof.findProperty("OXT_Base", "Number"));
-    EXPECT_EQ(mof.findMethod("oxt_probe", "ECHO")->findParameter("B")->type, "boolean");
     EXPECT_TRUE(mof.isA("OXT_Probe", "oxt_base") && !mof.isA("OXT_Base", "OXT_Probe"));
 }
 
-TEST(Schema, ReadsOrSaysWhereItIsWrong) {
-    expectReplay("schemas.txt", [](const std::string &text) {
-        std::string read;
-        const std::string wrong =
-            complaint([&] { read = readAs(readMof(std::regex_replace(text, std::regex(R"(\\n)"), "\n"))); });
-        return read + (wrong == "no complaint" ? "" : wrong + "\n");
+TEST(Schema, SaysWhereItIsWrong) {
+    expectReplay("schemaErrors.txt", [](const std::string &text) {
+        return complaint([&] { readMof(std::regex_replace(text, std::regex(R"(\\n)"), "\n")); }) + "\n";
     });
 }
 

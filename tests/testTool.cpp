@@ -50,9 +50,7 @@ FileSystem sample() {
 // What the program for an alert gets, of a file system that is full in an hour.
 std::string variables(const std::string &alertLine) {
     View view;
-    view.fileSystems.resize(2);
-    view.fileSystems[1].device = "/dev/a";
-    view.fileSystems[1].mountPoint = "/m";
+    view.fileSystems = {FileSystem(), sample()};
     view.fileSystems[1].outlook = Outlook{Forecast{1, 3599.6}, "", "", ""};
     std::string text;
     for (const auto &[name, value] : variablesOf(*parseAlert(alertLine), &view))

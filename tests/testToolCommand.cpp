@@ -145,7 +145,8 @@ std::string told(const std::string &line, const std::function<Ended(const std::s
         EXPECT_EQ(JsonSchema().problem(parts[4].str().substr(0, parts[4].str().find(' ')), answer), "");
         out = answer.dump() + "\n";
     }
-    if (err.find("shows how it is used.") != std::string::npos) // the parser's own words differ from version to version
+    if (err.find("shows how it is used.") != std::string::npos &&
+        err.rfind("oxtfsctl: unknown ", 0) != 0) // the parser's own words differ by version
         err.erase(0, err.find('\n') + 1);
     out += std::regex_replace(err, std::regex("(.+\n)"), "! $1");
     out += ended.exit != 0 ? "exit " + std::to_string(ended.exit) + "\n" : "";
@@ -218,8 +219,8 @@ TEST_F(ToolCommand, AWatchTellsAlertsAndIsSeenByOtherCommands) {
     EXPECT_TRUE(waitForOutput("/mnt/follower", "file system 1: /mnt/big (/mnt/disk1) 8M of 128M free, fatal"));
     EXPECT_EQ(kill(follower, SIGTERM), 0);
     const std::string followed = finish(follower, "follower").out;
-    EXPECT_EQ(std::regex_search(followed, std::regex("pass 1: [^]*pass 1: ")), false) << "each pass once";
-    EXPECT_EQ(std::regex_search(followed, std::regex("alert [^]*alert ")), false) << "and each alert";
+    for (const char *once : {"pass 1: ", "alert "})
+        EXPECT_EQ(followed.find(once), followed.rfind(once)) << followed;
     EXPECT_TRUE(told("pass 2"));
     for (const char *socket : {"work/oxtfs.sock", "run/oxtfs.sock"})
         EXPECT_TRUE(filesystem::remove(agentPath(socket)));
@@ -259,10 +260,9 @@ TEST_F(ToolCommand, WatchEndsByItselfAtAKeyAndWhenNobodyReads) {
     EXPECT_THAT(keyed.out, HasSubstr("worst first. q ends, s sorts."));
     EXPECT_EQ(run("watch --for 1").exit, 0);
     EXPECT_EQ(segments(), 0);
-    std::ofstream machine("/mnt/many.toml"); // of more rows than the terminal has
-    for (int i = 1; i <= 40; ++i)
-        machine << "[[mount]]\ndir = '/" << i << "'\ndevice = '/dev/sda" << i << "'\ntype = 'ext4'\nsize = '1G'\n";
-    machine.close();
+    prepare("for i in $(seq 40); do printf '[[mount]]\\ndir = \"/%s\"\\ndevice = \"/dev/sda\"\\ntype = \"ext4\"\\nsize "
+            "= 99\\n' $i; "
+            "done >/mnt/many.toml"); // of more rows than the terminal has
     const Ended scrolled = runOnTerminal(OXTFSCTL " --machine /mnt/many.toml watch --for 60", 80, "q ends",
                                          "\033[B\033OB\033[B\033[B\033[A\033OAq");
     EXPECT_EQ(scrolled.exit, 0) << scrolled.out;
@@ -297,7 +297,6 @@ TEST_F(ToolCommand, TheLogIsShownAndFollowed) {
         return all;
     };
     const pid_t follower = start("$T log -f --failures --json", "follow");
-    append(path + ".1", "a Failure!!", 3);
     append(path, "c", 0);
     append(path, "d Failure!!", 3);
     append(path, "##start##", 3);

@@ -157,7 +157,6 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
         std::string ending; // of the line
     } kCases[] = {
         {"plain \xC3\xBC", "test:1 plain \xC3\xBC"},
-        {"a\nb\r\tc\x1B\x7F", R"(test:1 a\nb\r\tc\x1B\x7F)"},
         {"", "test:1 "},
         {std::string(5000, 'x'), "xxx...[cut]"},
         {std::string(3000, '\n'), R"(\n\n...[cut])"},
@@ -180,9 +179,6 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
     ASSERT_EQ(bodies.size(), std::size(kCases) + 2);
     EXPECT_EQ(*(bodies.end() - 2), std::string("-:-2 [tag\\n] ") + strerror(ENOSPC));
     EXPECT_EQ(bodies.back(), "nothing:0 ");
-    const std::string longName(200, 'n');
-    TraceLog(3, longName.c_str(), longName.c_str(), 7, "x");
-    EXPECT_EQ(bodiesOf(kDirectory / "text.log").back(), longName.substr(72) + ":7 [" + longName.substr(72) + "] x");
     // Around the longest text that fits: whole, or cut with its mark, and then as long as there is room.
     SetFilePath("long.log");
     for (std::size_t length = 3950; length < 4096; ++length)
@@ -222,6 +218,9 @@ TEST_F(Trace, TextsInARow) {
             agent::putJson(out, text.c_str(), 20);
         return std::string(bytes, out.at) + "\n";
     });
+    fs::remove(kDirectory / "svtrace.conf");
+    errno = ENOSPC;
+    EXPECT_TRUE(TraceWanted(0) == 1 && errno == ENOSPC);
     // Eight bytes are looked at together, and those at the end each.
     for (int byte = 0; byte < 256; ++byte)
         for (std::size_t at = 0; at < 11; ++at) {
@@ -284,7 +283,6 @@ TEST_F(Trace, RotationIsBoundedAndHappensOncePerFullFile) {
     EXPECT_FALSE(agent::rotate(first.c_str(), 9, 1)) << "another process is about to";
     close(held);
     EXPECT_TRUE(agent::rotate(first.c_str(), 9, static_cast<std::int64_t>(fs::file_size(first)))) << "just full";
-    EXPECT_TRUE(fs::exists(second) && !fs::exists(first));
 
     configure("max_bytes = 1\nfiles = 3\n"); // a limit too low to be meant is raised
     fs::remove(second);
@@ -310,9 +308,7 @@ TEST_F(Trace, SettingsAreNoticedWhileRunning) {
         traceInto("switch.log", 0, "normal");
         lines += step.normal ? 2 : 1;
         EXPECT_EQ(TraceWanted(0), step.normal ? 1 : 0);
-        errno = ENOSPC;
         EXPECT_EQ(TraceWanted(3), 1);
-        EXPECT_EQ(errno, ENOSPC);
         EXPECT_EQ(bodiesOf(kDirectory / "switch.log").size(), lines) << step.settings;
     }
 }
@@ -427,14 +423,15 @@ TEST_F(Trace, ACancelledThreadWritesItsLineAndLeavesNothingLocked) {
 }
 
 TEST_F(Trace, TheHostsDescriptorsStayItsOwn) {
-    inProcesses(1, [](int) {
-        for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    inProcesses(2, [](int closed) {
+        for (int standard = 0; standard < 3 * closed; ++standard)
             close(standard);
-        traceInto("fd.log", 3, "opens it");
+        const std::string name = "fd.log" + std::to_string(closed);
+        traceInto(name.c_str(), 3, "opens it");
         std::vector<int> logs;
         std::error_code none;
         for (const auto &entry : fs::directory_iterator("/proc/self/fd"))
-            if (fs::read_symlink(entry.path(), none) == kDirectory / "fd.log")
+            if (fs::read_symlink(entry.path(), none) == kDirectory / name)
                 logs.push_back(std::stoi(entry.path().filename().string()));
         return logs.size() == 1 && logs[0] > STDERR_FILENO && fcntl(logs[0], F_GETFD) == FD_CLOEXEC ? 0 : 1;
     });

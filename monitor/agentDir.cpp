@@ -96,6 +96,7 @@ std::string describe(const ProviderAtWork &found) {
 Workplace enterWork(const std::string &root) {
     Workplace place;
     place.lock = lockWork(root, kLockPatience); // first, so that the provider of another command is gone
+    place.lockError = place.lock ? 0 : errno;
     try {
         place.provider = findProviderAtWork(root);
     } catch (const Failure &) { // it may not be looked at

@@ -25,8 +25,8 @@ inline constexpr const char *kTraceFileName = "oxtfs.log";    // in log/
 // and work/ and the lock by nobody else: who can may replace the settings, and what programs take for the provider's.
 void checkAgentDirectory(const std::string &root);
 
-// Locks the file in `root`work/ and waits for it at most `patience`. No descriptor when another process held it all the
-// time, or when it cannot be opened.
+// Locks the file in `root`work/ and waits for it at most `patience`. No descriptor, with errno, when another process
+// held it all the time (EWOULDBLOCK) or it cannot be opened or locked.
 Fd lockWork(const std::string &root, std::chrono::milliseconds patience);
 
 // The whole message for a user whom that provider stops.
@@ -34,7 +34,8 @@ std::string describe(const ProviderAtWork &found);
 
 // Who is at work in `root`, as a command finds it that is about to work there itself.
 struct Workplace {
-    Fd lock; // of the file in work/; none while another command holds it
+    Fd lock;           // of the file in work/; none while another command holds it
+    int lockError = 0; // errno of why there is none
     std::optional<ProviderAtWork> provider;
 };
 

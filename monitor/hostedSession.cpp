@@ -1,6 +1,8 @@
 #include "hostedSession.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <vector>
@@ -43,9 +45,13 @@ HostedSession::HostedSession(const Hosting &hosting, oxthost::ServiceMode defaul
     if (!hosting.force) {
         if (place_.provider)
             throw Failure(Exit::Environment, describe(*place_.provider));
-        if (!place_.lock)
+        if (!place_.lock && place_.lockError == EWOULDBLOCK)
             throw Failure(Exit::Environment, "another oxtfsctl works on " + hosting.root +
                                                  ".\nTry again when it has ended, or repeat with --force.");
+        if (!place_.lock)
+            throw Failure(Exit::Environment, "no lock can be had in " + hosting.root +
+                                                 "work: " + std::strerror(place_.lockError) +
+                                                 ".\nMend that, or repeat with --force.");
     }
     // The provider would try dozens of keys, with a line in its log for each, and not say why.
     if (const int error = hosting.memoryError ? *hosting.memoryError : sharedMemoryRefusal(1))

@@ -48,6 +48,7 @@ class ToolCommand : public ::testing::Test {
         for (const char *part : {"data", "work", "log"})
             isolated_ = isolated_ && mountOver(agentPath(part));
         setenv("LC_ALL", "C.UTF-8", 1);
+        unsetenv("TMPDIR"); // a sanitizer writes there, too; the commands read TMP as well
         setenv("T", OXTFSCTL, 1);
         std::setlocale(LC_CTYPE, "");
         isolated_ =

@@ -71,10 +71,13 @@ std::string values(const Request &r) {
     CMSetProperty(inst, "List", &value, CMPI_uint16A);
     CMSetArrayElementAt(value.array, 0, &number, CMPI_uint16); // too late: the property is a copy
     CMSetProperty(inst, "Nothing", nullptr, CMPI_sint32);
+    value.string = CMNewString(broker, nullptr, nullptr);
+    CMSetProperty(inst, "NoText", &value, CMPI_string);
     CMPIArray *list = CMGetProperty(inst, "LIST", &rc).value.array;
     std::string seen = code(rc, CMGetArrayElementAt(list, 0, nullptr));
     seen += std::to_string(CMGetArrayElementAt(list, 1, nullptr).value.uint16) + " ";
-    seen += code(rc, CMGetProperty(inst, "nothing", &rc));
+    for (const char *null : {"nothing", "notext"})
+        seen += code(rc, CMGetProperty(inst, null, &rc));
     for (const CMPIUint16 one : {CMPIUint16{1}, number})
         CMAddContextEntry(r.ctx, "Number", &one, CMPI_uint16);
     seen += std::to_string(CMGetContextEntry(r.ctx, "Number", &rc).value.uint16) + " ";
@@ -248,6 +251,8 @@ CMPIStatus getInstance(CMPIInstanceMI *, const CMPIContext *ctx, const CMPIResul
     set("Number", &seventyThousand, CMPI_uint32);
     if (rc.rc == CMPI_RC_OK)
         rc = CMReturnInstance(rslt, inst);
+    if (properties != nullptr && properties[0] != nullptr && std::string(properties[0]) == "twice")
+        CMReturnInstance(rslt, inst);
     return rc.rc == CMPI_RC_OK ? CMReturnDone(rslt) : rc;
 }
 

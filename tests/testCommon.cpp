@@ -184,6 +184,12 @@ TEST_F(Common, TheServiceModeIsReadUntilItIsKnown) {
         EXPECT_EQ(trace.failures(), row.failure != nullptr ? Texts{row.failure} : Texts{});
     }
     g_srvmod.store(-1);
+    broker->tables.instance.getProperty = [](const CMPIInstance *, const char *, CMPIStatus *rc) {
+        CMSetStatus(rc, CMPI_RC_OK);
+        return CMPIData{CMPI_boolean, CMPI_nullValue, {}}; // as an object manager gives what its class alone knows
+    };
+    EXPECT_EQ(getServiceMode(&cInfo), 0);
+    EXPECT_EQ(g_srvmod.load(), -1);
     const OxtCInfo noContext = {&broker->face, nullptr};
     EXPECT_EQ(getServiceMode(&noContext), 0);
     EXPECT_EQ(getServiceMode(nullptr), 0);

@@ -13,6 +13,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "cmpift.h"
+#include "cmpimacs.h"
 #include "golden.h"
 #include "oxtHost.h"
 #include "oxtMof.h"
@@ -138,6 +140,10 @@ TEST(Host, AgentAnswersInRequestsAndThreads) {
     EXPECT_TRUE(host.misuses().empty());
     EXPECT_EQ(host.cleanupInstance(true).rc, CMPI_RC_DO_NOT_UNLOAD); // asks the agent, which it must not
     EXPECT_EQ(host.misuses().size(), 1u);
+    void *const library = dlopen(OXT_PROBE_LIBRARY, RTLD_LAZY | RTLD_NOLOAD);
+    CMNewString(*static_cast<const CMPIBroker **>(dlsym(library, "broker")), "x", nullptr);
+    EXPECT_EQ(host.misuses().back(), "newString: called in a thread that is not attached"); // behind its requests
+    dlclose(library);
 }
 
 TEST(Host, ClonesOutliveTheirRequest) {

@@ -118,6 +118,7 @@ TEST_F(MachineCommand, AStoryIsPlayed) {
     EXPECT_EQ(ended.exit, 0) << ended.err;
     EXPECT_THAT(ended.out, testing::StartsWith("Described machine story"));
     EXPECT_THAT(ended.out, testing::HasSubstr("10G of 100G free, threshold 10G, normal -> warning"));
+    EXPECT_THAT(ended.out, testing::Not(testing::HasSubstr(" status: "))) << "an alert has told it";
     std::istringstream objects(run("--machine " + machines + "story.toml watch --cycle 10 --for 16 --json").out);
     std::vector<std::string> told;
     for (std::string line; std::getline(objects, line);) {

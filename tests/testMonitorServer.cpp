@@ -326,7 +326,13 @@ TEST_F(MonitorServer, ASocketIsMadeSafely) {
     EXPECT_FALSE(connectTo(other)) << "nobody listens any more";
     {
         const SocketFile replaced(other);
-        EXPECT_TRUE(connectTo(other));
+        const Fd client = connectTo(other);
+        for (const int wait : {SO_SNDTIMEO, SO_RCVTIMEO}) { // for a monitor that is stopped and will not answer
+            timeval patience = {};
+            socklen_t size = sizeof patience;
+            EXPECT_EQ(getsockopt(client.get(), SOL_SOCKET, wait, &patience, &size), 0);
+            EXPECT_EQ(patience.tv_sec, 10);
+        }
         EXPECT_EQ(std::filesystem::status(other + "/oxtfs.sock").permissions(), std::filesystem::perms(0666));
     }
     std::filesystem::permissions(other, std::filesystem::perms(0777));

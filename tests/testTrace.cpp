@@ -161,6 +161,7 @@ TEST_F(Trace, OneCallIsOneLineWhateverTheText) {
         {std::string(5000, 'x'), "xxx...[cut]"},
         {std::string(3000, '\n'), R"(\n\n...[cut])"},
         {umlauts, "\xC3\xBC...[cut]"},
+        {"\xC3\xBC" + std::string(5000, 'x'), "xxx...[cut]"},
     };
     for (const auto &testCase : kCases) {
         traceInto("text.log", 3, testCase.text.c_str());

@@ -189,33 +189,16 @@ class MonitorServer : public ::testing::Test {
     const std::string get_ = "GET / HTTP/1.1\r\nHost: a\r\n\r\n";
 };
 
+// Each line of the script is a request: "|" ends a line of it, "<9000>" stands for so many bytes. The answer is a
+// status, -1 while the server waits for the rest.
 TEST_F(MonitorServer, BrokenAndOversizedRequestsAreRefused) {
-    const std::string post = "POST / HTTP/1.1\r\nHost: a\r\n";
-    const struct {
-        std::string text;
-        int status; // -1: it waits for the rest
-    } cases[] = {
-        {get_, 200},
-        {"GET / HTTP/1.0\r\n\r\n", 200},
-        {get_.substr(0, get_.size() - 2), -1},
-        {"rubbish\r\n\r\n", 400},
-        {std::string("\0\xff\r\n", 4), 400},
-        {"GET http://elsewhere/ HTTP/1.1\r\n\r\n", 400},
-        {"GET / HTTP/1.1\r\nA: " + std::string(9000, 'b') + "\r\n\r\n", 431},
-        {"GET /" + std::string(9000, 'b'), 431},
-        {post + "Content-Length: 70000\r\n\r\n", 413},
-        {post + "Content-Length: 99999999999999999999\r\n\r\n", 400},
-        {post + "Content-Length: 1\r\nContent-Length: 2\r\n\r\nxx", 400},
-        {post + "Transfer-Encoding: chunked\r\n\r\n2\r\nxx\r\n0\r\n\r\n", 200},
-        {post + "Transfer-Encoding: chunked\r\n\r\nfffffffff\r\n", 413},
-        {post + "Transfer-Encoding: chunked\r\n\r\nx\r\n", 400},
-        {post + "Content-Length: 2\r\n\r\nx", -1},
-    };
-    for (const auto &row : cases) {
-        const Fd socket = client(row.text);
+    expectReplay("brokenRequests.txt", [this](const std::string &line) {
+        std::string text = std::regex_replace(line, std::regex("\\|"), "\r\n");
+        text = std::regex_replace(text, std::regex("<9000>"), std::string(9000, 'b'));
+        const Fd socket = client(unprintable(text));
         poll(4);
-        EXPECT_EQ(statusAt(socket), row.status) << row.text.substr(0, 80);
-    }
+        return std::to_string(statusAt(socket)) + "\n";
+    });
     Fd slow = client();
     for (const char byte : get_) {
         EXPECT_EQ(statusAt(slow), -1);

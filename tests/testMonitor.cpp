@@ -199,7 +199,9 @@ TEST(MonitorForecast, SteadyTrendsAlone) {
         const auto forecast = forecastOf(row.points);
         EXPECT_EQ(forecast.has_value(), row.hours > 0) << row.what;
         if (forecast && row.hours > 0) {
-            EXPECT_NEAR(forecast->secondsToFull / 3600, row.hours, row.hours / 10) << row.what;
+            const double hours = forecast->secondsToFull / 3600;
+            EXPECT_NEAR(hours, row.hours, row.hours / 10) << row.what;
+            EXPECT_NEAR(hours * forecast->mibPerHour, static_cast<double>(row.points.back().freeMiB), 1) << row.what;
         }
     }
 }
@@ -230,6 +232,10 @@ TEST(MonitorForecast, HistoryIsBoundedAndSurvivesClocksAndRestarts) {
     history.add({now - 5000, 1});
     EXPECT_EQ(history.points().back().freeMiB, 1u) << "the clock was set back";
     EXPECT_LE(history.points()[history.points().size() - 2].time, now - 5000);
+    History fresh;
+    for (const std::uint64_t free : {1U, 2U})
+        fresh.add({now, free});
+    EXPECT_EQ(fresh.points().size(), 1u) << "one of a second";
 }
 
 // The alert library that the provider has loaded asks for it, as long as the monitor lives.
@@ -248,6 +254,9 @@ TEST(MonitorForecast, StandsInTheAlerts) {
     auto forecasts = std::make_unique<AlertForecasts>(agentDirectory());
     forecasts->use({fileSystem("/other", 1000, 500), foreseen});
     EXPECT_THAT(sent(), HasSubstr("\"shrinkMiBPerHour\":1024,\"fullInSeconds\":7200,"));
+    foreseen.outlook->forecast->secondsToFull = 60;
+    forecasts->use({foreseen});
+    EXPECT_THAT(sent(), HasSubstr("\"fullInSeconds\":60,")) << "the newest";
     forecasts.reset();
     EXPECT_THAT(sent(), Not(HasSubstr("shrink"))) << "the monitor has ended";
 }
@@ -266,6 +275,7 @@ TEST(MonitorPasses, AreTold) {
     EXPECT_EQ(statusLine(passes, 1, 0, 2, start), "1 file system, 2 fatal, passes fail: why");
     passMissed(passes, seconds(60), "gone");
     EXPECT_EQ(passes.failed, 2u);
+    EXPECT_EQ(passes.next, start + seconds(181)) << "the next one is missed a cycle later";
     for (const auto &[cycle, patience] : {std::pair(9, 10), {20, 20}, {31, 30}})
         EXPECT_EQ(passes.overdue(seconds(cycle)), passes.next + seconds(patience));
     passSucceeded(passes, start + seconds(200), 99, seconds(60));

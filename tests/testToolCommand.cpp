@@ -13,6 +13,7 @@
 #include <sys/mount.h>
 #include <sys/shm.h>
 #include <unistd.h>
+#include <utmp.h>
 
 #include <chrono>
 #include <clocale>
@@ -99,24 +100,36 @@ class ToolCommand : public ::testing::Test {
         winsize size = {};
         size.ws_row = 24;
         size.ws_col = columns;
-        int terminal = -1;
-        const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+        constexpr char kEnd = 4; // no program here writes it
+        int terminal = -1, program = -1;
+        EXPECT_EQ(openpty(&terminal, &program, nullptr, nullptr, &size), 0);
+        const pid_t child = fork();
         if (child == 0) {
+            close(terminal);
+            login_tty(program);
             setenv("NO_COLOR", "1", 1);
             execl("/bin/sh", "sh", "-c", ("exec " + command).c_str(), nullptr);
             _exit(127);
         }
         Ended ended;
+        // Its side stays open here until all is read: what a program writes last could be lost with its end.
+        std::thread end([&] {
+            ended.exit = finish(child).exit;
+            EXPECT_EQ(write(program, &kEnd, 1), 1);
+        });
         char buffer[4096];
-        for (ssize_t got; (got = read(terminal, buffer, sizeof buffer)) > 0;)
+        for (ssize_t got;
+             ended.out.find(kEnd) == std::string::npos && (got = read(terminal, buffer, sizeof buffer)) > 0;)
             if (ended.out.append(buffer, static_cast<std::size_t>(got));
                 cue && ended.out.find(cue) != std::string::npos)
                 cue = write(terminal, keys.data(), keys.size()) > 0 ? nullptr : cue;
+        end.join();
+        ended.out.resize(ended.out.find(kEnd));
         termios state = {};
         EXPECT_TRUE(tcgetattr(terminal, &state) == 0 && (state.c_lflag & ECHO) != 0) << "the terminal shows no typing";
         close(terminal);
+        close(program);
         ended.out = std::regex_replace(ended.out, std::regex("\r"), "");
-        ended.exit = finish(child).exit;
         return ended;
     }
     static json parsed(const std::string &arguments) {

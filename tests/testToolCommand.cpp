@@ -45,28 +45,27 @@ class ToolCommand : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         isolated_ = geteuid() == 0 && unshare(CLONE_NEWNS | CLONE_NEWIPC) == 0 &&
-                    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 && mountAt("/mnt");
-        for (const char *part : {"data", "work", "log"})
-            isolated_ = isolated_ && mountOver(agentPath(part));
+                    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                    mount("none", "/mnt", "tmpfs", 0, "mode=755") == 0;
         setenv("LC_ALL", "C.UTF-8", 1);
         unsetenv("TMPDIR"); // a sanitizer writes there, too; the commands read TMP as well
         setenv("T", OXTFSCTL, 1);
         std::setlocale(LC_CTYPE, "");
+        // The agent's directory is another as a whole: tests beside this one remove what lies in the build's.
         isolated_ =
             isolated_ && std::system("cd /mnt && printf 'Block devices:\\n  8 sd\\n 11 sr\\n' >devices && mkdir etc && "
                                      "cp /etc/ld.so.cache etc && : >etc/mtab && cp -L $T oxtfsctl && "
-                                     "mount --bind devices /proc/devices && mount --bind etc /etc") == 0;
+                                     "mount --bind devices /proc/devices && mount --bind etc /etc && "
+                                     "mkdir agent && mount -t tmpfs -o mode=755 none agent && cd agent && "
+                                     "mkdir data work log lib && mount --bind " OXT_TEST_AGENT_DIR "lib lib && "
+                                     "for part in data work log; do mount -t tmpfs -o mode=755 none $part; done && "
+                                     "mount --rbind . " OXT_TEST_AGENT_DIR) == 0;
     }
-    static bool mountOver(const std::string &path) { // another test may have left it away
-        filesystem::create_directories(path);
-        return mountAt(path);
-    }
-    static bool mountAt(const std::string &path) { return mount("none", path.c_str(), "tmpfs", 0, "mode=755") == 0; }
 
     void SetUp() override {
         if (!isolated_)
             GTEST_SKIP() << "needs root and the right to make mount and IPC namespaces";
-        for (const char *part : {"data", "work", "log"}) // which are mounted
+        for (const char *part : {"data", "work", "log"})
             for (const auto &entry : filesystem::directory_iterator(agentPath(part)))
                 filesystem::remove_all(entry.path());
     }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <stdexcept>
 
 #include <sys/ipc.h>
 #include <sys/shm.h>

@@ -27,10 +27,7 @@ namespace {
 
 using namespace oxttool;
 using std::chrono::seconds;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 ViewPointer odd() {
     auto view = std::make_shared<View>();

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <dlfcn.h>
-#include <filesystem>
 #include <functional>
 #include <iomanip>
 #include <map>

@@ -101,7 +101,7 @@ TEST(MonitorAnswers, InFull) {
 // The status and type of the answer, for each of the clients that are named, and what the provider is asked to do.
 TEST(MonitorAnswers, WhoMayAskWhat) {
     std::string asked;
-    Api api({[&](HttpServer::Id, ProviderWorker::MethodCall call) {
+    Api api({[&](HttpServer::Id, const ProviderWorker::MethodCall &call) {
                  asked += ": " + call.className + "." + call.method;
                  for (const auto &[name, text] : call.arguments)
                      asked += " " + name + "=" + printable(text);
